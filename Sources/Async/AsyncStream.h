@@ -1,0 +1,129 @@
+#pragma once
+
+#include "Async/Suspension.h"
+
+#include <boost/asio/this_coro.hpp>
+
+#include <cstddef>
+#include <deque>
+#include <limits>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <utility>
+
+namespace tolvera {
+
+// The one hand-over of values between threads. Any thread writes, one coroutine reads. A stream either
+// keeps everything or keeps the newest N values and drops the oldest.
+//
+//   auto [writer, stream] = AsyncStream<int>::make(AsyncStream<int>::newest(400));
+template<typename T>
+class AsyncStream {
+  struct State {
+    explicit State(std::size_t limit) : capacity(limit) {}
+
+    const std::size_t capacity;
+    std::mutex mutex;
+    std::deque<T> values;
+    bool finished = false;
+    std::optional<Resumption> reader;
+
+    void yield(T value) {
+      std::optional<Resumption> waiting;
+      std::optional<T> dropped; // destroyed outside the lock
+      {
+        std::scoped_lock lock(mutex);
+        if (finished) return;
+        if (values.size() >= capacity) {
+          dropped.emplace(std::move(values.front()));
+          values.pop_front();
+        }
+        values.push_back(std::move(value));
+        waiting = std::exchange(reader, std::nullopt);
+      }
+      if (waiting) (*waiting)();
+    }
+
+    void finish() {
+      std::optional<Resumption> waiting;
+      {
+        std::scoped_lock lock(mutex);
+        finished = true;
+        waiting = std::exchange(reader, std::nullopt);
+      }
+      if (waiting) (*waiting)();
+    }
+  };
+
+ public:
+  struct Buffering {
+    std::size_t capacity;
+  };
+  static constexpr Buffering unbounded{std::numeric_limits<std::size_t>::max()};
+  static constexpr Buffering newest(std::size_t count) { return {count}; }
+
+  // The writing end. Copies write to the same stream, from any thread. The stream finishes with `finish`
+  // or when the last copy goes.
+  class Writer {
+   public:
+    // Appends a value, without waiting. Does nothing after `finish`.
+    void yield(T value) const { end_->state->yield(std::move(value)); }
+    // No value can follow; what is buffered can still be read. Harmless to repeat.
+    void finish() const { end_->state->finish(); }
+
+   private:
+    friend AsyncStream;
+    struct End {
+      explicit End(std::shared_ptr<State> s) : state(std::move(s)) {}
+      End(const End&) = delete;
+      End& operator=(const End&) = delete;
+      ~End() { state->finish(); }
+      std::shared_ptr<State> state;
+    };
+    explicit Writer(std::shared_ptr<State> state) : end_(std::make_shared<End>(std::move(state))) {}
+    std::shared_ptr<End> end_;
+  };
+
+  static std::pair<Writer, AsyncStream> make(Buffering buffering = unbounded) {
+    auto state = std::make_shared<State>(buffering.capacity);
+    return {Writer(state), AsyncStream(state)};
+  }
+
+  // The next value, oldest first; nothing once the stream has finished and is read empty, or when the
+  // waiting coroutine is cancelled. One call at a time. The stream may be destroyed meanwhile.
+  Task<std::optional<T>> next() { return next(state_); }
+
+ private:
+  explicit AsyncStream(std::shared_ptr<State> state) : state_(std::move(state)) {}
+
+  static Task<std::optional<T>> next(std::shared_ptr<State> state) {
+    for (;;) {
+      {
+        std::scoped_lock lock(state->mutex);
+        if (!state->values.empty()) {
+          std::optional<T> value(std::move(state->values.front()));
+          state->values.pop_front();
+          co_return value;
+        }
+        if (state->finished) co_return std::nullopt;
+      }
+      auto park = [state](Resumption resume) {
+        std::unique_lock lock(state->mutex);
+        if (state->values.empty() && !state->finished) {
+          state->reader = std::move(resume);
+          return;
+        }
+        lock.unlock();
+        resume();
+      };
+      co_await suspend(std::move(park));
+      auto cancellation = co_await boost::asio::this_coro::cancellation_state;
+      if (cancellation.cancelled() != boost::asio::cancellation_type::none) co_return std::nullopt;
+    }
+  }
+
+  std::shared_ptr<State> state_;
+};
+
+} // namespace tolvera

@@ -1,0 +1,70 @@
+#pragma once
+
+#include "Platform/AudioFormat.h"
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+
+namespace tolvera::platform {
+
+// Converts between formats: the rate, and the reduction of several channels to one (their mean). Keeps
+// its filter state from one call to the next, so consecutive blocks join without a seam. One thread at a
+// time.
+class AudioConverter {
+ public:
+  enum class InputStatus { haveData = 0, noDataNow = 1 };
+
+  // What an input block answers. `buffer` is null unless `status` is `haveData`, and is read before
+  // `convert` returns.
+  struct Input {
+    const AudioPCMBuffer* buffer = nullptr;
+    InputStatus status = InputStatus::noDataNow;
+  };
+
+  virtual ~AudioConverter() = default;
+
+  // Pulls input until it has none for now or `output` is full, fills `output` from its start and sets its
+  // `frameLength`, which may be 0. False on an error; `output` then holds nothing usable.
+  virtual bool convert(AudioPCMBuffer& output, const std::function<Input()>& input) = 0;
+};
+
+// The default audio input of an engine.
+class AudioInputNode {
+ public:
+  // Runs on a thread of the audio adapter, one call at a time. The buffer is valid during the call.
+  using TapBlock = std::function<void(const AudioPCMBuffer&)>;
+
+  virtual ~AudioInputNode() = default;
+
+  // What the hardware delivers. `sampleRate` 0 when there is no usable input.
+  [[nodiscard]] virtual AudioFormat outputFormat(int bus) const = 0;
+  // Delivers the input to `block` in `format` while the engine runs, about `bufferSize` frames at a time.
+  // A device that goes, comes or changes is followed without a word: the block falls silent meanwhile.
+  virtual void installTap(int bus, std::uint32_t bufferSize, const AudioFormat& format, TapBlock block) = 0;
+  // When it has returned, no block runs or will run, and the block is destroyed. Harmless without a tap.
+  virtual void removeTap(int bus) = 0;
+};
+
+// A graph of audio nodes on the default devices. Main thread. Destroying a running engine stops it.
+class AudioEngine {
+ public:
+  virtual ~AudioEngine() = default;
+
+  virtual AudioInputNode& inputNode() = 0; // lives as long as the engine; asking for it opens nothing
+  // Throws PlatformError if the devices cannot be opened.
+  virtual void start() = 0;
+  virtual void stop() = 0;
+};
+
+// Everything of the sound system. Main thread.
+class AudioSystem {
+ public:
+  virtual ~AudioSystem() = default;
+
+  virtual std::unique_ptr<AudioEngine> makeEngine() = 0;
+  // Null if there is no such conversion.
+  virtual std::unique_ptr<AudioConverter> makeConverter(const AudioFormat& from, const AudioFormat& to) = 0;
+};
+
+} // namespace tolvera::platform

@@ -1,0 +1,30 @@
+#pragma once
+
+#include "Async/Clock.h"
+#include "Async/Task.h"
+#include "Platform/Audio.h"
+#include "Platform/CaptureDevice.h"
+#include "Platform/FileManager.h"
+#include "Platform/Locale.h"
+#include "Platform/URLSession.h"
+#include "Platform/UserDefaults.h"
+#include "Platform/Workspace.h"
+
+namespace tolvera::platform {
+
+// All that the program asks of its system. Built once by `main`, handed down by reference, and outliving
+// everything it is handed to.
+struct Platform {
+  Executor mainExecutor;       // the main thread
+  Executor backgroundExecutor; // an io_context's threads; actors make their strands on it
+  Clock& clock;
+  URLSession& urlSession;
+  AudioSystem& audio;
+  CaptureDevice& captureDevice;
+  UserDefaults& userDefaults;
+  FileManager& fileManager;
+  Locale& locale;
+  Workspace& workspace;
+};
+
+} // namespace tolvera::platform

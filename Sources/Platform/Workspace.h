@@ -1,0 +1,17 @@
+#pragma once
+
+#include "Platform/URLSession.h"
+
+namespace tolvera::platform {
+
+// The user's desktop. Main thread.
+class Workspace {
+ public:
+  virtual ~Workspace() = default;
+
+  // Opens an http or https address in the default browser, without waiting for it. False for any other
+  // scheme, or if there is nothing to open it with.
+  virtual bool openURL(const URL& url) = 0;
+};
+
+} // namespace tolvera::platform

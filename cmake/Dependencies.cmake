@@ -1,0 +1,21 @@
+# Every library the project stands on, each behind an imported target (imported include
+# directories are system directories, so warnings stay ours).
+
+find_package(PkgConfig REQUIRED)
+find_package(Threads REQUIRED)
+find_package(OpenSSL REQUIRED)
+find_package(ICU REQUIRED COMPONENTS uc i18n)
+find_package(SQLite3 REQUIRED)
+find_package(Qt6 6.4 REQUIRED COMPONENTS Core)
+set(Boost_USE_DEBUG_RUNTIME OFF)
+find_package(Boost 1.81 REQUIRED COMPONENTS json url)
+
+pkg_check_modules(PipeWire REQUIRED IMPORTED_TARGET libpipewire-0.3)
+pkg_check_modules(Soxr REQUIRED IMPORTED_TARGET soxr)
+pkg_check_modules(PocketSphinx REQUIRED IMPORTED_TARGET pocketsphinx)
+
+# Boost's header-only networking, compiled once instead of into every file that uses it.
+add_library(TolveraBoost STATIC ${CMAKE_CURRENT_LIST_DIR}/BoostSources.cpp)
+target_link_libraries(TolveraBoost PUBLIC Boost::headers OpenSSL::SSL OpenSSL::Crypto Threads::Threads)
+target_compile_definitions(TolveraBoost PUBLIC
+  BOOST_ASIO_SEPARATE_COMPILATION BOOST_BEAST_SEPARATE_COMPILATION BOOST_ASIO_NO_DEPRECATED)

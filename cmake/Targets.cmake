@@ -1,0 +1,48 @@
+# tolvera_library(NAME SOURCES ... LINK ...) and tolvera_executable(NAME OUTPUT name SOURCES ... LINK ...):
+# a target of the project, with the warnings of the project.
+
+function(tolvera_target NAME)
+  target_compile_options(${NAME} PRIVATE ${TOLVERA_WARNINGS})
+  target_include_directories(${NAME} PRIVATE ${PROJECT_SOURCE_DIR}/Sources)
+  target_compile_definitions(${NAME} PRIVATE QT_NO_KEYWORDS)
+endfunction()
+
+function(tolvera_library NAME)
+  cmake_parse_arguments(ARG "" "" "SOURCES;LINK" ${ARGN})
+  add_library(${NAME} STATIC ${ARG_SOURCES})
+  tolvera_target(${NAME})
+  target_link_libraries(${NAME} PUBLIC ${ARG_LINK})
+endfunction()
+
+function(tolvera_executable NAME)
+  cmake_parse_arguments(ARG "" "OUTPUT" "SOURCES;LINK" ${ARGN})
+  add_executable(${NAME} ${ARG_SOURCES})
+  tolvera_target(${NAME})
+  target_link_libraries(${NAME} PRIVATE ${ARG_LINK})
+  set_target_properties(${NAME} PROPERTIES OUTPUT_NAME ${ARG_OUTPUT}
+    RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bin)
+endfunction()
+
+# tolvera_test(NAME SOURCES ... LINK ... [LABELS ...]): a GoogleTest program; each of its tests is one ctest case.
+function(tolvera_test NAME)
+  cmake_parse_arguments(ARG "" "TIMEOUT" "SOURCES;LINK;LABELS" ${ARGN})
+  add_executable(${NAME} ${ARG_SOURCES})
+  tolvera_target(${NAME})
+  target_include_directories(${NAME} PRIVATE ${PROJECT_SOURCE_DIR}/Tests)
+  target_link_libraries(${NAME} PRIVATE ${ARG_LINK} GTest::gmock GTest::gtest_main)
+  if(NOT ARG_TIMEOUT)
+    set(ARG_TIMEOUT 60)
+  endif()
+  add_test(NAME ${NAME} COMMAND ${NAME})
+  set_tests_properties(${NAME} PROPERTIES TIMEOUT ${ARG_TIMEOUT} LABELS "${ARG_LABELS}")
+endfunction()
+
+# tolvera_benchmark(NAME SOURCES ... LINK ...): a program that prints figures; no test depends on them.
+function(tolvera_benchmark NAME)
+  cmake_parse_arguments(ARG "" "" "SOURCES;LINK" ${ARGN})
+  add_executable(${NAME} ${ARG_SOURCES})
+  tolvera_target(${NAME})
+  target_include_directories(${NAME} PRIVATE ${PROJECT_SOURCE_DIR}/Tests)
+  target_link_libraries(${NAME} PRIVATE ${ARG_LINK})
+  set_target_properties(${NAME} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/benchmarks)
+endfunction()
