@@ -1,0 +1,170 @@
+#include "Tolvera/AppSettings.h"
+
+#include "TolveraCore/API.h"
+#include "TolveraCore/Languages.h"
+
+#include <utility>
+
+namespace tolvera {
+
+namespace {
+
+QString defaultServerURL() {
+  const auto& text = API::defaultBaseURL().buffer();
+  return QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size()));
+}
+
+} // namespace
+
+CaptureMode CaptureMode::systemApp(QString bundleID, QString name) {
+  return {.kind = Kind::systemApp, .bundleID = std::move(bundleID), .name = std::move(name)};
+}
+
+CaptureMode CaptureMode::microphone() { return {.kind = Kind::microphone, .bundleID = {}, .name = {}}; }
+
+QString CaptureMode::storedText() const {
+  switch (kind) {
+  case Kind::systemApp:
+    return "app";
+  case Kind::microphone:
+    return "mic";
+  case Kind::systemEverything:
+    break;
+  }
+  return "all";
+}
+
+// The fields are initialised in the order of their declaration; `target` needs the language before it.
+AppSettings::AppSettings(platform::UserDefaults& defaults, const platform::Locale& locale, QObject* parent)
+    : QObject(parent), defaults_(defaults), locale_(locale),
+      uiLanguage_(uiLanguageFromText(text("uiLanguage", "system"))), target_(loadTarget()),
+      source_(text("source", "auto")), showSource_(flag("showSource", true)), voice_(text("voice", "Tina")),
+      menuBarEnabled_(flag("menuBarEnabled", true)), overlayEnabled_(flag("overlayEnabled", true)),
+      overlayFontSize_(defaults.doubleForKey("overlayFontSize").value_or(22.0)),
+      serverURL_(text("serverURL", defaultServerURL())), seenOnboarding_(flag("seenOnboarding", false)),
+      dub_(flag("dub", false)), captureMode_(loadCaptureMode()) {
+  if (dub_ && !canDubTarget()) setDub(false);
+}
+
+QString AppSettings::text(const char* key, const QString& otherwise) const {
+  const auto stored = defaults_.stringForKey(key);
+  return stored ? QString::fromStdString(*stored) : otherwise;
+}
+
+bool AppSettings::flag(const char* key, bool otherwise) const {
+  const auto stored = defaults_.objectForKey(key);
+  const bool* value = stored ? std::get_if<bool>(&*stored) : nullptr;
+  return value ? *value : otherwise;
+}
+
+QString AppSettings::loadTarget() const {
+  if (const auto stored = defaults_.stringForKey("target")) return QString::fromStdString(*stored);
+  const std::string guess = Languages::guessTarget(locale_.currentIdentifier());
+  return guess == "en" && strings().zh ? "zh" : QString::fromStdString(guess);
+}
+
+CaptureMode AppSettings::loadCaptureMode() const {
+  const QString stored = text("captureMode", {});
+  if (stored == "app") return CaptureMode::systemApp(text("captureBundle", ""), text("captureName", ""));
+  if (stored == "mic") return CaptureMode::microphone();
+  return CaptureMode::systemEverything();
+}
+
+bool AppSettings::canDubTarget() const { return Languages::canDub(target_.toStdString()); }
+
+template<typename T>
+void AppSettings::assign(T& field, const T& value, void (AppSettings::*changed)()) {
+  if (field == value) return;
+  field = value;
+  Q_EMIT(this->*changed)();
+}
+
+void AppSettings::assignText(QString& field, const QString& value, const char* key,
+                             void (AppSettings::*changed)()) {
+  const std::string written = value.toStdString();
+  assign(field, value, changed);
+  defaults_.setObject(key, written);
+}
+
+void AppSettings::assignFlag(bool& field, bool value, const char* key, void (AppSettings::*changed)()) {
+  assign(field, value, changed);
+  defaults_.setObject(key, value);
+}
+
+void AppSettings::setUILanguage(UILanguage language) {
+  assign(uiLanguage_, language, &AppSettings::uiLanguageChanged);
+  defaults_.setObject("uiLanguage", storedText(language).toStdString());
+
+  if (defaults_.stringForKey("target")) return;
+  const QString follows = strings().zh ? "zh" : "en";
+  if (target_ == follows) return;
+  setTarget(follows);
+  // Still not the user's own choice.
+  defaults_.removeObjectForKey("target");
+}
+
+void AppSettings::setTarget(const QString& code) {
+  assignText(target_, code, "target", &AppSettings::targetChanged);
+}
+
+void AppSettings::setSource(const QString& code) {
+  assignText(source_, code, "source", &AppSettings::sourceChanged);
+}
+
+void AppSettings::setShowSource(bool shown) {
+  assignFlag(showSource_, shown, "showSource", &AppSettings::showSourceChanged);
+}
+
+void AppSettings::setVoice(const QString& code) {
+  assignText(voice_, code, "voice", &AppSettings::voiceChanged);
+}
+
+void AppSettings::setMenuBarEnabled(bool enabled) {
+  assignFlag(menuBarEnabled_, enabled, "menuBarEnabled", &AppSettings::menuBarEnabledChanged);
+}
+
+void AppSettings::setOverlayEnabled(bool enabled) {
+  assignFlag(overlayEnabled_, enabled, "overlayEnabled", &AppSettings::overlayEnabledChanged);
+}
+
+void AppSettings::setOverlayFontSize(double points) {
+  assign(overlayFontSize_, points, &AppSettings::overlayFontSizeChanged);
+  defaults_.setObject("overlayFontSize", points);
+}
+
+void AppSettings::setServerURL(const QString& url) {
+  assignText(serverURL_, url, "serverURL", &AppSettings::serverURLChanged);
+}
+
+void AppSettings::setSeenOnboarding(bool seen) {
+  assignFlag(seenOnboarding_, seen, "seenOnboarding", &AppSettings::seenOnboardingChanged);
+}
+
+void AppSettings::setDub(bool on) {
+  assign(dub_, on, &AppSettings::dubChanged);
+  if (on && !canDubTarget()) {
+    setDub(false);
+    return;
+  }
+  if (on) setShowSource(true);
+  defaults_.setObject("dub", on);
+}
+
+void AppSettings::setCaptureMode(const CaptureMode& mode) {
+  const CaptureMode written = mode; // `mode` may be the field itself, and an observer may assign it
+  assign(captureMode_, written, &AppSettings::captureModeChanged);
+  defaults_.setObject("captureMode", written.storedText().toStdString());
+  if (written.kind != CaptureMode::Kind::systemApp) return;
+  defaults_.setObject("captureBundle", written.bundleID.toStdString());
+  defaults_.setObject("captureName", written.name.toStdString());
+}
+
+void AppSettings::captureApp(const QString& bundleID, const QString& name) {
+  setCaptureMode(CaptureMode::systemApp(bundleID, name));
+}
+
+void AppSettings::captureEverything() { setCaptureMode(CaptureMode::systemEverything()); }
+
+void AppSettings::captureMicrophone() { setCaptureMode(CaptureMode::microphone()); }
+
+} // namespace tolvera

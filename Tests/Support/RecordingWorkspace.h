@@ -1,0 +1,23 @@
+#pragma once
+
+#include "Platform/Workspace.h"
+
+#include <string>
+#include <vector>
+
+namespace tolvera::test {
+
+// A desktop whose browser only notes what it was asked to open. Main thread.
+class RecordingWorkspace final : public platform::Workspace {
+ public:
+  bool openURL(const platform::URL& url) override {
+    if (url.scheme() != "http" && url.scheme() != "https") return false;
+    opened.emplace_back(url.buffer());
+    return hasBrowser;
+  }
+
+  std::vector<std::string> opened; // the addresses, in order
+  bool hasBrowser = true;
+};
+
+} // namespace tolvera::test
