@@ -13,6 +13,9 @@ find_package(Boost 1.81 REQUIRED COMPONENTS json url)
 pkg_check_modules(PipeWire REQUIRED IMPORTED_TARGET libpipewire-0.3)
 pkg_check_modules(Soxr REQUIRED IMPORTED_TARGET soxr)
 pkg_check_modules(PocketSphinx REQUIRED IMPORTED_TARGET pocketsphinx)
+# Its pkg-config file names a directory that the package does not ship.
+set_target_properties(PkgConfig::PocketSphinx PROPERTIES
+  INTERFACE_INCLUDE_DIRECTORIES "/usr/include/pocketsphinx")
 
 # Boost's header-only networking, compiled once instead of into every file that uses it.
 add_library(TolveraBoost STATIC ${CMAKE_CURRENT_LIST_DIR}/BoostSources.cpp)

@@ -1,0 +1,24 @@
+#pragma once
+
+#include "Platform/Platform.h"
+
+#include <memory>
+
+namespace tolvera::adapters {
+
+// The Linux desktop as a Platform: builds every adapter, and the background thread that network and timers
+// run on. Made by `main` on the main thread, before anything that uses it, and destroyed after it.
+class LinuxPlatform {
+ public:
+  // `main` is the main thread's executor.
+  explicit LinuxPlatform(Executor main);
+  ~LinuxPlatform();
+
+  [[nodiscard]] platform::Platform& platform();
+
+ private:
+  struct Adapters;
+  std::unique_ptr<Adapters> adapters_;
+};
+
+} // namespace tolvera::adapters

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+
+namespace tolvera::platform {
+
+// Posted when the default output device has changed.
+inline constexpr std::string_view defaultOutputDeviceDidChange =
+    "com.apple.audio.AudioHardwareDefaultOutputDeviceDidChange";
+
+// Tells observers of what happens in the system. Main thread; blocks are called there too.
+class NotificationCenter {
+ public:
+  // Destroying it ends the observation.
+  class Registration {
+   public:
+    virtual ~Registration() = default;
+  };
+
+  virtual ~NotificationCenter() = default;
+
+  virtual std::unique_ptr<Registration> addObserver(std::string_view name, std::function<void()> block) = 0;
+};
+
+} // namespace tolvera::platform

@@ -1,0 +1,45 @@
+#include "Terminal/CaptionPrinter.h"
+
+#include <QPointer>
+#include <boost/asio/post.hpp>
+
+#include <utility>
+
+namespace tolvera {
+
+CaptionPrinter::CaptionPrinter(AppState& model, Executor main, std::FILE* output)
+    : model_(model), main_(std::move(main)), output_(output) {
+  connect(&model, &AppState::phaseChanged, this, [this] { print("phase", model_.phase().description()); });
+  connect(&model, &AppState::overlayStatusChanged, this, [this] { print("status", model_.overlayStatus()); });
+  connect(&model, &AppState::sourceLineChanged, this, [this] { print("source", model_.sourceLine()); });
+  connect(&model, &AppState::currentLineChanged, this, [this] { scheduleTranslation(); });
+  connect(&model, &AppState::currentStashChanged, this, [this] { scheduleTranslation(); });
+  connect(&model, &AppState::previousLineChanged, this, [this] {
+    if (!model_.previousLine().isEmpty()) ++finishedTranslations_;
+    print("finished", model_.previousLine());
+  });
+}
+
+// One caption changes both fields; it is one line here.
+void CaptionPrinter::scheduleTranslation() {
+  if (std::exchange(scheduled_, true)) return;
+  boost::asio::post(main_, [self = QPointer(this)] {
+    if (self) self->printTranslation();
+  });
+}
+
+void CaptionPrinter::printTranslation() {
+  scheduled_ = false;
+  const auto& tail = model_.currentStash();
+  print("translation", tail.isEmpty() ? model_.currentLine() : model_.currentLine() + "[" + tail + "]");
+}
+
+void CaptionPrinter::print(const char* label, const QString& text) {
+  // An emptied line is a change that nobody needs to read.
+  if (text.isEmpty()) return;
+  auto line = QString(text).replace('\n', ' ').toUtf8();
+  std::fprintf(output_, "%s: %s\n", label, line.constData());
+  std::fflush(output_);
+}
+
+} // namespace tolvera

@@ -1,0 +1,127 @@
+#include "Platform/Linux/LinuxPlatform.h"
+#include "Terminal/CaptionPrinter.h"
+#include "Tolvera/AppState.h"
+
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/signal_set.hpp>
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <string_view>
+
+namespace tolvera {
+
+namespace {
+
+using namespace std::chrono_literals;
+
+// A terminal has no windows.
+class NoCaptionWindow final : public CaptionWindowController {
+ public:
+  void show(AppState&) override {}
+  CaptionPanel* panel() override { return nullptr; }
+};
+class NoOnboarding final : public OnboardingWindowController {
+ public:
+  void show(AppState&) override {}
+};
+
+// How long a failure may stand before the terminal takes the run for lost. A failure that the session
+// survives is followed by other phases well within it.
+constexpr auto failureGrace = 10s;
+
+// One run, printed: starts it, follows the model until the run is over, and knows how it ended. The main
+// loop ends by itself when nothing is left to do.
+class TerminalRun {
+ public:
+  TerminalRun(platform::Platform& platform, boost::asio::io_context& main)
+      : main_(main), clock_(platform.clock), signals_(main, SIGINT, SIGTERM),
+        model_(AppState::make(platform,
+                              {std::make_unique<NoCaptionWindow>(), std::make_unique<NoOnboarding>()})),
+        printer_(*model_, platform.mainExecutor, stdout) {
+    QObject::connect(model_.get(), &AppState::phaseChanged, &printer_, [this] { followPhase(); });
+  }
+
+  int run() {
+    waitForSignal();
+    startTask_ = spawn(main_.get_executor(), "start", start());
+    main_.run();
+    return exitStatus_;
+  }
+
+ private:
+  Task<void> start() {
+    co_await model_->bootstrap();
+    if (quitting_) co_return;
+    co_await model_->start();
+    if (model_->phase().kind() == Phase::Kind::failed) quit(EXIT_FAILURE);
+  }
+
+  void waitForSignal() {
+    signals_.async_wait([this](const boost::system::error_code& error, int) {
+      if (error) return;
+      if (quitting_) std::_Exit(EXIT_FAILURE); // asked twice: without a goodbye
+      quit(EXIT_SUCCESS);
+      waitForSignal();
+    });
+  }
+
+  void followPhase() {
+    failureTimer_.cancel();
+    if (model_->phase() == Phase::Kind::idle) end();
+    if (model_->phase().kind() == Phase::Kind::failed) {
+      failureTimer_ = spawn(main_.get_executor(), "failure", giveUp());
+    }
+  }
+
+  Task<void> giveUp() {
+    co_await clock_.sleep(failureGrace);
+    if (model_->phase().kind() == Phase::Kind::failed) quit(EXIT_FAILURE);
+  }
+
+  void quit(int status) {
+    quitting_ = true;
+    exitStatus_ = status;
+    if (model_->phase() == Phase::Kind::idle) return end();
+    stopTask_ = spawn(main_.get_executor(), "stop", model_->stop());
+  }
+
+  // The run is over. The last look at the account is not worth waiting for.
+  void end() {
+    signals_.cancel();
+    startTask_.cancel();
+    stopTask_.cancel();
+  }
+
+  boost::asio::io_context& main_;
+  Clock& clock_;
+  boost::asio::signal_set signals_;
+  std::shared_ptr<AppState> model_;
+  CaptionPrinter printer_;
+  TaskHandle startTask_;
+  TaskHandle stopTask_;
+  TaskHandle failureTimer_;
+  bool quitting_ = false;
+  int exitStatus_ = EXIT_SUCCESS;
+};
+
+int usage(std::FILE* to, int status) {
+  std::fputs("usage: tolvera-terminal\n\n"
+             "Translates what the microphone hears and prints the captions. Ctrl-C stops politely.\n"
+             "Choices are taken from the preferences, like the program's own.\n",
+             to);
+  return status;
+}
+
+} // namespace
+} // namespace tolvera
+
+int main(int argc, char** argv) {
+  if (argc == 2 && std::string_view(argv[1]) == "--help") return tolvera::usage(stdout, EXIT_SUCCESS);
+  if (argc > 1) return tolvera::usage(stderr, 2);
+
+  boost::asio::io_context main;
+  tolvera::adapters::LinuxPlatform platform(main.get_executor());
+  return tolvera::TerminalRun(platform.platform(), main).run();
+}

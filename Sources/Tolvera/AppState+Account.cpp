@@ -1,0 +1,144 @@
+#include "Tolvera/AppState.h"
+
+#include "Tolvera/TokenStore.h"
+
+#include <boost/url/parse.hpp>
+
+#include <cmath>
+#include <limits>
+
+namespace tolvera {
+
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr auto pollInterval = 3s;
+constexpr int pollsAfterOpeningTheBrowser = 40;
+
+} // namespace
+
+platform::URL AppState::serverURL() const {
+  const auto text = settings_->serverURL().toStdString();
+  if (const auto parsed = boost::urls::parse_uri_reference(text); !text.empty() && parsed) return *parsed;
+  return API::defaultBaseURL();
+}
+
+API AppState::api() const { return API(serverURL(), platform_.urlSession); }
+
+Task<std::string> AppState::currentToken() {
+  const std::string server(serverURL().buffer());
+  if (token_) co_return *token_;
+  if (auto stored = TokenStore::load(platform_.fileManager, server)) {
+    token_ = *stored;
+    co_return *stored;
+  }
+  const auto signup = co_await api().signup();
+  TokenStore::save(platform_.fileManager, signup.token, server);
+  token_ = signup.token;
+  setSecondsLeft(signup.secondsLeft);
+  co_return signup.token;
+}
+
+Task<void> AppState::refreshAccount(Self self) {
+  std::optional<API::Me> reply;
+  bool unauthorized = false;
+  try {
+    const auto token = co_await currentToken();
+    reply = co_await api().me(token);
+  } catch (const API::ServerError& error) {
+    unauthorized = error.isUnauthorized();
+    if (!unauthorized) log(QStringLiteral("查余额失败：") + QString::fromUtf8(error.what()));
+  } catch (const std::exception& error) {
+    log(QStringLiteral("查余额失败：") + QString::fromUtf8(error.what()));
+  }
+
+  if (reply) {
+    assign(me_, std::move(reply), &AppState::meChanged);
+    setSecondsLeft(me_->secondsLeft);
+  } else if (unauthorized) {
+    TokenStore::clear(platform_.fileManager, std::string(serverURL().buffer()));
+    token_.reset();
+    if (me_) co_return;
+    try {
+      co_await currentToken();
+    } catch (const std::exception&) {
+      // There is no account yet; the next use of the token tries again.
+    }
+  }
+}
+
+Task<void> AppState::bootstrap(Self self) { co_await refreshAccount(); }
+
+// A press that leads to no page leaves everything as it was, so failures end here without a word.
+Task<void> AppState::signIn(Self self) {
+  try {
+    const auto token = co_await currentToken();
+    const auto page = co_await api().alipayAuthURL(token, std::nullopt, languageCode());
+    if (!openInBrowser(page.url)) co_return;
+  } catch (const std::exception&) {
+    co_return;
+  }
+  co_await pollForAccountChange();
+}
+
+Task<void> AppState::openTopUp(Self self, std::string pack) {
+  try {
+    const auto token = co_await currentToken();
+    const auto page = co_await api().checkout(token, std::move(pack), "alipay", languageCode());
+    if (!openInBrowser(page.url)) co_return;
+  } catch (const std::exception&) {
+    co_return;
+  }
+  co_await pollForAccountChange();
+}
+
+bool AppState::openInBrowser(const std::string& address) {
+  const auto url = boost::urls::parse_uri(address);
+  if (url) platform_.workspace.openURL(*url);
+  return url.has_value();
+}
+
+Task<void> AppState::pollForAccountChange() {
+  const bool signedIn = isSignedIn();
+  const double seconds = secondsLeft_;
+  for (int poll = 0; poll < pollsAfterOpeningTheBrowser; ++poll) {
+    co_await platform_.clock.sleep(pollInterval);
+    co_await refreshAccount();
+    if (isSignedIn() != signedIn || secondsLeft_ != seconds) co_return;
+  }
+}
+
+Task<void> AppState::signOut(Self self) {
+  std::string token;
+  try {
+    token = co_await currentToken();
+  } catch (const std::exception&) {
+    co_return;
+  }
+  try {
+    co_await api().signOut(token);
+  } catch (const std::exception&) {
+    // The refresh tells what is true now.
+  }
+  co_await refreshAccount();
+}
+
+void AppState::openPrivacy() {
+  auto page = serverURL();
+  page.segments().push_back("privacy");
+  platform_.workspace.openURL(page);
+}
+
+QString AppState::formatTime(double seconds) const {
+  // Balances that are no number, or beyond what an integer holds, are told like an empty one.
+  const double rounded = std::round(seconds);
+  if (!(rounded >= 60) || rounded >= static_cast<double>(std::numeric_limits<qint64>::max())) {
+    return strings().underAMinute();
+  }
+  const auto whole = static_cast<qint64>(rounded);
+  return whole >= 3600 ? strings().hoursLeft(whole / 3600, whole % 3600 / 60)
+                       : strings().minutesLeft(whole / 60);
+}
+
+} // namespace tolvera

@@ -1,0 +1,73 @@
+#include "Tolvera/AppState.h"
+
+#include <variant>
+
+namespace tolvera {
+
+namespace {
+
+template<typename... Cases>
+struct Overloaded : Cases... {
+  using Cases::operator()...;
+};
+
+} // namespace
+
+Task<void> AppState::deliver(std::weak_ptr<AppState> model, AsyncStream<TranslateSession::Event> events) {
+  while (auto event = co_await events.next()) {
+    if (auto state = model.lock()) state->handle(*event);
+  }
+}
+
+void AppState::handle(const TranslateSession::Event& event) {
+  using Session = TranslateSession;
+  std::visit(Overloaded{
+                 [this](const Session::Ready& ready) {
+                   setPhase(Phase::Kind::live);
+                   setSecondsLeft(ready.secondsLeft);
+                   setOverlayStatus(listening());
+                 },
+                 [this](const Session::Caption& caption) {
+                   setOverlayStatus({});
+                   applyCaption(caption);
+                   restartIdleTimer();
+                 },
+                 [this](const Session::Balance& balance) { setSecondsLeft(balance.secondsLeft); },
+                 [](const Session::Dub&) { /* nobody speaks it yet */ },
+                 [this](const Session::Failed& failed) {
+                   const auto message = QString::fromStdString(failed.message);
+                   log(QStringLiteral("会话报错 [") + QString::fromStdString(failed.code) +
+                       QStringLiteral("] ") + message);
+                   setPhase(Phase::failed(friendly(message, failed.code)));
+                 },
+                 [this](const Session::Connecting&) {
+                   setPhase(Phase::Kind::connecting);
+                   setOverlayStatus(strings().connecting());
+                 },
+                 [this](const Session::Reconnecting&) {
+                   setPhase(Phase::Kind::reconnecting);
+                   setOverlayStatus(strings().reconnecting());
+                 },
+                 [this](const Session::Ended&) {
+                   log(QStringLiteral("收到 ended"));
+                   if (phase_ == Phase::Kind::failed) return;
+                   spawn(platform_.mainExecutor, "stop after the session ended", stop());
+                 },
+             },
+             event);
+}
+
+void AppState::applyCaption(const TranslateSession::Caption& caption) {
+  const auto text = QString::fromStdString(caption.text);
+  const auto stash = QString::fromStdString(caption.stash);
+  if (caption.kind == TranslateSession::CaptionKind::source) {
+    setSourceLine(text + stash);
+  } else if (caption.final) {
+    assign(previousLine_, text, &AppState::previousLineChanged);
+    setCurrent({}, {});
+  } else {
+    setCurrent(text, stash);
+  }
+}
+
+} // namespace tolvera

@@ -1,0 +1,29 @@
+#include "Tolvera/AppState.h"
+
+#include <QVariantMap>
+
+namespace tolvera {
+
+void AppState::beginStart() { spawn(platform_.mainExecutor, "start", start()); }
+void AppState::beginStop() { spawn(platform_.mainExecutor, "stop", stop()); }
+void AppState::beginToggle() { spawn(platform_.mainExecutor, "toggle", toggle()); }
+void AppState::beginBootstrap() { spawn(platform_.mainExecutor, "bootstrap", bootstrap()); }
+void AppState::beginSignIn() { spawn(platform_.mainExecutor, "sign in", signIn()); }
+void AppState::beginTopUp(const QString& pack) {
+  spawn(platform_.mainExecutor, "top up", openTopUp(pack.toStdString()));
+}
+void AppState::beginSignOut() { spawn(platform_.mainExecutor, "sign out", signOut()); }
+
+QVariantList AppState::packs() const {
+  QVariantList list;
+  if (!me_) return list;
+  for (const auto& pack : me_->packs) {
+    list.append(QVariantMap{{"id", QString::fromStdString(pack.id)},
+                            {"hours", pack.hours},
+                            {"cents", static_cast<qlonglong>(pack.cents)},
+                            {"fen", static_cast<qlonglong>(pack.fen)}});
+  }
+  return list;
+}
+
+} // namespace tolvera

@@ -1,0 +1,277 @@
+#include "Tolvera/AppState.h"
+
+#include "Platform/PlatformError.h"
+#include "TolveraCore/Languages.h"
+#include "TolveraCore/MicBackend.h"
+#include "TolveraCore/PCMChunker.h"
+
+#include <boost/asio/post.hpp>
+
+#include <cstdio>
+
+namespace tolvera {
+
+namespace {
+
+constexpr std::size_t sampleBlocksKept = 400;
+
+bool isMicrophone(const CaptureMode& mode) { return mode.kind == CaptureMode::Kind::microphone; }
+
+QString description(const CaptureMode& mode) {
+  switch (mode.kind) {
+  case CaptureMode::Kind::systemApp:
+    return QStringLiteral("systemApp(%1, %2)").arg(mode.bundleID, mode.name);
+  case CaptureMode::Kind::systemEverything:
+    return QStringLiteral("systemEverything");
+  case CaptureMode::Kind::microphone:
+    break;
+  }
+  return QStringLiteral("microphone");
+}
+
+QString outOfTime(const Strings& strings) {
+  return strings.pick("时长已用完，购买后继续。", "Out of time. Buy more to continue.");
+}
+
+} // namespace
+
+std::shared_ptr<AppState> AppState::make(platform::Platform& platform, Windows windows) {
+  const std::shared_ptr<AppState> model(new AppState(platform, std::move(windows)));
+  model->postLaunchTasks();
+  return model;
+}
+
+AppState::AppState(platform::Platform& platform, Windows windows)
+    : platform_(platform), windows_(std::move(windows)),
+      settings_(std::make_unique<AppSettings>(platform.userDefaults, platform.locale)),
+      verbose_(platform.userDefaults.boolForKey("TolveraVerbose")) {
+  connect(settings_.get(), &AppSettings::sourceChanged, this, &AppState::canSwapDirectionChanged);
+  connect(settings_.get(), &AppSettings::targetChanged, this, &AppState::canSwapDirectionChanged);
+}
+
+AppState::~AppState() {
+  // Without a goodbye: a dropped session closes its connection by itself.
+  pumpTask_.cancel();
+  eventTask_.cancel();
+  idleTask_.cancel();
+  watchdogTask_.cancel();
+}
+
+void AppState::postLaunchTasks() {
+  const auto flag = [this](std::string_view key) { return platform_.userDefaults.boolForKey(key); };
+  const std::weak_ptr<AppState> weak = weak_from_this();
+  if (!settings_->seenOnboarding() || flag("TolveraForceOnboarding")) {
+    boost::asio::post(platform_.mainExecutor, [weak] {
+      if (auto model = weak.lock()) model->onboarding().show(*model);
+    });
+  }
+  if (flag("TolveraAutoStart")) {
+    auto autoStart = [](std::weak_ptr<AppState> from) -> Task<void> {
+      if (auto model = from.lock()) {
+        co_await model->bootstrap();
+        co_await model->start();
+      }
+    };
+    spawn(platform_.mainExecutor, "automatic start", autoStart(weak));
+  }
+}
+
+Task<void> AppState::start(Self self) {
+  if (phase_.isActive()) co_return;
+  abandonRun();
+  const auto run = ++runNumber_;
+  setPhase(Phase::Kind::starting);
+  clearLines();
+  setOverlayStatus(strings().connecting());
+  log(QStringLiteral("start: mode=%1 target=%2 余额=%3")
+          .arg(description(settings_->captureMode()), settings_->target())
+          .arg(secondsLeft_, 0, 'f', 1));
+  if (!(secondsLeft_ > 0)) {
+    log(QStringLiteral("start: 余额为 0，中止"));
+    setPhase(Phase::failed(outOfTime(strings())));
+    co_return;
+  }
+
+  std::string token;
+  bool haveToken = true;
+  try {
+    token = co_await currentToken();
+  } catch (const std::exception&) {
+    haveToken = false;
+  }
+  if (run != runNumber_) co_return;
+  if (!haveToken) {
+    setPhase(Phase::failed(
+        strings().pick("连不上服务器，检查网络。", "Cannot reach the server. Check your connection.")));
+    co_return;
+  }
+
+  if (isMicrophone(settings_->captureMode())) {
+    const bool allowed = co_await ensureMicrophoneAccess();
+    if (run != runNumber_) co_return;
+    if (!allowed) {
+      setPhase(Phase::failed(strings().pick(
+          "没有麦克风权限。到「系统设置 → 隐私与安全性 → 麦克风」里打开托维拉，然后重新开始。",
+          "No microphone permission. Enable Tolvera under System Settings, Privacy & Security, Microphone, "
+          "then start again.")));
+      co_return;
+    }
+  }
+
+  auto [writer, samples] = AsyncStream<SampleBlock>::make(AsyncStream<SampleBlock>::newest(sampleBlocksKept));
+  continuation_ = writer;
+  try {
+    backend_ = makeBackend();
+    captureStartedAt_ = platform_.clock.now();
+    lastCallback_ = lastNonSilent_ = distantPast;
+    backend_->start(sampleCallback(writer));
+  } catch (const std::exception& error) {
+    writer.finish();
+    const auto description = describeCaptureFailure(error);
+    log(QStringLiteral("采集启动失败：") + QString::fromUtf8(error.what()));
+    setPhase(Phase::failed(description));
+    co_return;
+  }
+
+  TranslateSession::Config config{.target = settings_->target().toStdString(),
+                                  .source = settings_->source().toStdString(),
+                                  .dub = settings_->dub(),
+                                  .showSource = settings_->showSource(),
+                                  .voice = settings_->voice().toStdString()};
+  auto session = TranslateSession::make(platform_.backgroundExecutor, platform_.clock, serverURL(), token,
+                                        std::move(config), platform_.urlSession);
+  session_ = session;
+  auto events = co_await session->start();
+  if (run != runNumber_) co_return; // a stop came between; it has ended the session
+
+  eventTask_ = spawn(platform_.mainExecutor, "events", deliver(weak_from_this(), std::move(events)));
+  pumpTask_ = spawn(platform_.mainExecutor, "pump", pump(session, std::move(samples)));
+  startWatchdog();
+  log(QStringLiteral("采集与会话已启动"));
+  if (settings_->overlayEnabled()) captionWindow().show(*this);
+  setPhase(Phase::Kind::connecting);
+}
+
+// What a failed run left going. A new run must share nothing with it, least of all its events.
+void AppState::abandonRun() {
+  backend_.reset();
+  continuation_.reset();
+  pumpTask_.cancel();
+  eventTask_.cancel();
+  idleTask_.cancel();
+  if (session_) {
+    auto goodbye = [](std::shared_ptr<TranslateSession> session) -> Task<void> { co_await session->stop(); };
+    spawn(platform_.mainExecutor, "goodbye", goodbye(std::exchange(session_, nullptr)));
+  }
+}
+
+AudioCaptureBackend::OnSamples AppState::sampleCallback(AsyncStream<SampleBlock>::Writer writer) {
+  return [writer = std::move(writer), main = platform_.mainExecutor,
+          weak = weak_from_this()](SampleBlock block) {
+    boost::asio::post(main, [weak, block] {
+      if (auto model = weak.lock()) model->noteSamples(block);
+    });
+    writer.yield(std::move(block));
+  };
+}
+
+Task<void> AppState::pump(std::shared_ptr<TranslateSession> session, AsyncStream<SampleBlock> samples) {
+  PCMChunker chunker;
+  while (auto block = co_await samples.next()) {
+    for (auto& chunk : chunker.push(*block)) co_await session->send(std::move(chunk));
+  }
+}
+
+std::unique_ptr<AudioCaptureBackend> AppState::makeBackend() {
+  if (isMicrophone(settings_->captureMode())) return std::make_unique<MicBackend>(platform_.audio);
+  throw platform::PlatformError(
+      "Tolvera", 21,
+      strings()
+          .pick("这个版本还采不到系统声音，换成麦克风模式试试。",
+                "This version cannot capture system audio yet. Try the microphone instead.")
+          .toStdString());
+}
+
+Task<bool> AppState::ensureMicrophoneAccess() {
+  switch (platform_.captureDevice.audioAuthorizationStatus()) {
+  case platform::AuthorizationStatus::authorized:
+    co_return true;
+  case platform::AuthorizationStatus::notDetermined:
+    co_return co_await platform_.captureDevice.requestAudioAccess();
+  case platform::AuthorizationStatus::restricted:
+  case platform::AuthorizationStatus::denied:
+    break;
+  }
+  co_return false;
+}
+
+QString AppState::describeCaptureFailure(const std::exception& error) const {
+  return QString::fromUtf8(error.what());
+}
+
+QString AppState::friendly(const QString& message, const std::string& code) const {
+  if (code == "quota_exhausted") return outOfTime(strings());
+  if (code == "replaced") {
+    return strings().pick("另一台设备开始了翻译，这一路已停止。",
+                          "Translation started on another device, so this session stopped.");
+  }
+  return message;
+}
+
+Task<void> AppState::stop(Self self) {
+  if (phase_ == Phase::Kind::idle) co_return;
+  log(QStringLiteral("stop() 被调用"));
+  const auto run = ++runNumber_;
+  if (backend_) std::exchange(backend_, nullptr)->stop();
+  if (continuation_) continuation_->finish();
+  continuation_.reset();
+  watchdogTask_.cancel();
+  pumpTask_.cancel();
+  if (const auto session = session_) {
+    co_await session->stop();
+    if (run != runNumber_) co_return; // a second stop did the rest, and a new run may be under way
+    session_.reset();
+  }
+  eventTask_.cancel();
+  idleTask_.cancel();
+  if (auto* panel = captionWindow().panel()) {
+    panel->savePosition();
+    panel->orderOut();
+  }
+  setPhase(Phase::Kind::idle);
+  clearLines();
+  co_await refreshAccount();
+}
+
+bool AppState::canSwapDirection() const {
+  return settings_->source() != QStringLiteral("auto") && settings_->source() != settings_->target();
+}
+
+void AppState::swapDirection() {
+  if (settings_->source() == QStringLiteral("auto")) return;
+  const auto target = settings_->target();
+  const auto source = settings_->source();
+  settings_->setSource(target);
+  settings_->setTarget(source);
+  if (!Languages::canDub(source.toStdString())) settings_->setDub(false);
+}
+
+void AppState::setPhase(Phase phase) {
+  if (phase == phase_) return;
+  log(QStringLiteral("阶段 ") + phase_.description() + QStringLiteral(" → ") + phase.description());
+  assign(phase_, std::move(phase), &AppState::phaseChanged);
+}
+
+void AppState::clearLines() {
+  setSourceLine({});
+  setCurrent({}, {});
+  assign(previousLine_, QString(), &AppState::previousLineChanged);
+}
+
+void AppState::log(const QString& message) const {
+  if (!verbose_) return;
+  const auto line = QByteArray("[tolvera] ") + message.toUtf8() + '\n';
+  std::fwrite(line.constData(), 1, static_cast<std::size_t>(line.size()), stderr);
+}
+
+} // namespace tolvera

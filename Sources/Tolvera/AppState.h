@@ -1,0 +1,230 @@
+#pragma once
+
+#include "Async/AsyncStream.h"
+#include "Async/Spawn.h"
+#include "Platform/Platform.h"
+#include "Tolvera/AppSettings.h"
+#include "Tolvera/Phase.h"
+#include "Tolvera/Strings.h"
+#include "Tolvera/WindowControllers.h"
+#include "TolveraCore/API.h"
+#include "TolveraCore/AudioCapture.h"
+#include "TolveraCore/TranslateSession.h"
+
+#include <QObject>
+#include <QString>
+#include <QVariantList>
+
+#include <exception>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace tolvera {
+
+// The application's one model: the run, its captions, the account. Made once by the program, which keeps
+// it until exit; every view observes it and calls it. Main thread only. A property announces a change once,
+// and nothing when it did not change. Public operations report failure through `phase` or not at all.
+//
+// Every suspending operation keeps the model alive until it has ended.
+class AppState final : public QObject, public std::enable_shared_from_this<AppState> {
+  Q_OBJECT
+  Q_PROPERTY(tolvera::AppState::Tab tab READ tab WRITE setTab NOTIFY tabChanged)
+  Q_PROPERTY(tolvera::AppSettings* settings READ settings CONSTANT)
+  Q_PROPERTY(tolvera::Phase phase READ phase NOTIFY phaseChanged)
+  Q_PROPERTY(bool signedIn READ isSignedIn NOTIFY meChanged)
+  Q_PROPERTY(QVariantList packs READ packs NOTIFY meChanged)
+  Q_PROPERTY(double secondsLeft READ secondsLeft NOTIFY secondsLeftChanged)
+  Q_PROPERTY(QString sourceLine READ sourceLine NOTIFY sourceLineChanged)
+  Q_PROPERTY(QString currentLine READ currentLine NOTIFY currentLineChanged)
+  Q_PROPERTY(QString currentStash READ currentStash NOTIFY currentStashChanged)
+  Q_PROPERTY(QString previousLine READ previousLine NOTIFY previousLineChanged)
+  Q_PROPERTY(QString overlayStatus READ overlayStatus NOTIFY overlayStatusChanged)
+  Q_PROPERTY(bool canSwapDirection READ canSwapDirection NOTIFY canSwapDirectionChanged)
+
+ public:
+  enum class Tab { translate, settings };
+  Q_ENUM(Tab)
+
+  // The model's windows, each owned by it.
+  struct Windows {
+    std::unique_ptr<CaptionWindowController> caption;
+    std::unique_ptr<OnboardingWindowController> onboarding;
+  };
+
+  // `platform` outlives the model. What the launch flags ask for is posted and runs after this returns.
+  static std::shared_ptr<AppState> make(platform::Platform& platform, Windows windows);
+  ~AppState() override;
+
+  [[nodiscard]] Tab tab() const { return tab_; }
+  void setTab(Tab tab) { assign(tab_, tab, &AppState::tabChanged); }
+  [[nodiscard]] AppSettings* settings() const { return settings_.get(); }
+  [[nodiscard]] const Phase& phase() const { return phase_; }
+  // The last account reply; absent before the first.
+  [[nodiscard]] const std::optional<API::Me>& me() const { return me_; }
+  // Balance in seconds, as last heard from any source.
+  [[nodiscard]] double secondsLeft() const { return secondsLeft_; }
+
+  // The recognised source text as it now stands.
+  [[nodiscard]] const QString& sourceLine() const { return sourceLine_; }
+  // The translation in progress: what is settled, and the tail that may still change.
+  [[nodiscard]] const QString& currentLine() const { return currentLine_; }
+  [[nodiscard]] const QString& currentStash() const { return currentStash_; }
+  // The last finished translation.
+  [[nodiscard]] const QString& previousLine() const { return previousLine_; }
+  // One line of status for the caption views; every caption empties it.
+  [[nodiscard]] const QString& overlayStatus() const { return overlayStatus_; }
+
+  // The account as the views read it: false and empty while `me` is absent.
+  [[nodiscard]] bool isSignedIn() const { return me_ && me_->signedIn; }
+  [[nodiscard]] QVariantList packs() const;
+
+  [[nodiscard]] CaptionWindowController& captionWindow() { return *windows_.caption; }
+  [[nodiscard]] OnboardingWindowController& onboarding() { return *windows_.onboarding; }
+
+  // Opens a run, from `idle` or `failed`; does nothing otherwise. The outcome is in `phase`. A `stop`
+  // that comes while it still waits for the token or a permission ends the start as well.
+  Task<void> start() { return start(shared_from_this()); }
+  // Ends the run, waits for the session's goodbye and refreshes the account. Does nothing when `idle`.
+  Task<void> stop() { return stop(shared_from_this()); }
+  // What the button of every view does: starts from `idle` or `failed`, stops in any other phase.
+  Task<void> toggle() { return phase_.isActive() ? stop() : start(); }
+
+  [[nodiscard]] bool canSwapDirection() const;
+  // Exchanges source and target, unless the source is "auto".
+  Q_INVOKABLE void swapDirection();
+
+  // Asks for the account, for the first time the interface appears. Harmless to repeat.
+  Task<void> bootstrap() { return bootstrap(shared_from_this()); }
+  // Asks for the account; old values stay if that fails.
+  Task<void> refreshAccount() { return refreshAccount(shared_from_this()); }
+  // Opens the sign-in page, or the purchase of the pack with this id, in the browser, then asks for the
+  // account every 3 s until it has changed or 2 minutes are over. Nothing happens if there is no page.
+  Task<void> signIn() { return signIn(shared_from_this()); }
+  Task<void> openTopUp(std::string pack) { return openTopUp(shared_from_this(), std::move(pack)); }
+  // Leaves a signed-out installation with the same token.
+  Task<void> signOut() { return signOut(shared_from_this()); }
+  // Opens the service's privacy page in the browser.
+  Q_INVOKABLE void openPrivacy();
+  // A balance in seconds as text, in the language of this moment.
+  [[nodiscard]] Q_INVOKABLE QString formatTime(double seconds) const;
+
+  // For views: begin the operation of that name in a task on the main executor and return at once.
+  Q_INVOKABLE void beginStart();
+  Q_INVOKABLE void beginStop();
+  Q_INVOKABLE void beginToggle();
+  Q_INVOKABLE void beginBootstrap();
+  Q_INVOKABLE void beginSignIn();
+  Q_INVOKABLE void beginTopUp(const QString& pack);
+  Q_INVOKABLE void beginSignOut();
+
+ Q_SIGNALS:
+  void tabChanged();
+  void phaseChanged();
+  void meChanged();
+  void secondsLeftChanged();
+  void sourceLineChanged();
+  void currentLineChanged();
+  void currentStashChanged();
+  void previousLineChanged();
+  void overlayStatusChanged();
+  void canSwapDirectionChanged();
+
+ private:
+  using Self = std::shared_ptr<AppState>;
+  using Changed = void (AppState::*)();
+
+  AppState(platform::Platform& platform, Windows windows);
+  void postLaunchTasks();
+
+  template<typename T>
+  void assign(T& field, T value, Changed changed) {
+    if (field == value) return;
+    field = std::move(value);
+    Q_EMIT(this->*changed)();
+  }
+
+  // The run (AppState.cpp).
+  Task<void> start(Self self);
+  Task<void> stop(Self self);
+  void abandonRun();
+  AudioCaptureBackend::OnSamples sampleCallback(AsyncStream<SampleBlock>::Writer writer);
+  std::unique_ptr<AudioCaptureBackend> makeBackend();
+  Task<bool> ensureMicrophoneAccess();
+  [[nodiscard]] QString describeCaptureFailure(const std::exception& error) const;
+  [[nodiscard]] QString friendly(const QString& message, const std::string& code) const;
+  void setPhase(Phase phase);
+  void setSecondsLeft(double seconds) { assign(secondsLeft_, seconds, &AppState::secondsLeftChanged); }
+  void setSourceLine(QString line) { assign(sourceLine_, std::move(line), &AppState::sourceLineChanged); }
+  void setCurrent(QString line, QString stash) {
+    assign(currentLine_, std::move(line), &AppState::currentLineChanged);
+    assign(currentStash_, std::move(stash), &AppState::currentStashChanged);
+  }
+  void setOverlayStatus(QString status) {
+    assign(overlayStatus_, std::move(status), &AppState::overlayStatusChanged);
+  }
+  void clearLines();
+  [[nodiscard]] Strings strings() const { return settings_->strings(); }
+  [[nodiscard]] QString listening() const { return strings().pick("正在聆听…", "Listening…"); }
+  void log(const QString& message) const;
+
+  static Task<void> pump(std::shared_ptr<TranslateSession> session, AsyncStream<SampleBlock> samples);
+
+  // Events and captions (AppState+Events.cpp).
+  static Task<void> deliver(std::weak_ptr<AppState> model, AsyncStream<TranslateSession::Event> events);
+  void handle(const TranslateSession::Event& event);
+  void applyCaption(const TranslateSession::Caption& caption);
+
+  // Watchdog and idle timer (AppState+Timers.cpp).
+  void noteSamples(const SampleBlock& samples);
+  void startWatchdog();
+  static Task<void> watch(std::weak_ptr<AppState> model, Clock& clock);
+  void look();
+  void restartIdleTimer();
+  static Task<void> clearWhenIdle(std::weak_ptr<AppState> model, Clock& clock);
+
+  // The account (AppState+Account.cpp).
+  Task<void> bootstrap(Self self);
+  Task<void> refreshAccount(Self self);
+  Task<void> signIn(Self self);
+  Task<void> openTopUp(Self self, std::string pack);
+  Task<void> signOut(Self self);
+  Task<void> pollForAccountChange();
+  bool openInBrowser(const std::string& address); // false if it is no address
+  Task<std::string> currentToken();
+  // The code of the interface language that the service understands.
+  [[nodiscard]] std::string languageCode() const { return strings().zh ? "zh" : "en"; }
+  [[nodiscard]] platform::URL serverURL() const;
+  [[nodiscard]] API api() const;
+
+  platform::Platform& platform_;
+  Windows windows_;
+  const std::unique_ptr<AppSettings> settings_;
+  const bool verbose_;
+
+  Tab tab_ = Tab::translate;
+  Phase phase_;
+  std::optional<API::Me> me_;
+  double secondsLeft_ = 0;
+  QString sourceLine_;
+  QString currentLine_;
+  QString currentStash_;
+  QString previousLine_;
+  QString overlayStatus_;
+
+  std::optional<std::string> token_;
+  std::shared_ptr<TranslateSession> session_;
+  std::unique_ptr<AudioCaptureBackend> backend_;
+  std::optional<AsyncStream<SampleBlock>::Writer> continuation_;
+  TaskHandle pumpTask_;
+  TaskHandle eventTask_;
+  TaskHandle idleTask_;
+  TaskHandle watchdogTask_;
+  WallTime lastCallback_ = distantPast;
+  WallTime lastNonSilent_ = distantPast;
+  WallTime captureStartedAt_ = distantPast;
+  // Raised by every start and stop, so that a start which waited can tell that it was overtaken.
+  std::uint64_t runNumber_ = 0;
+};
+
+} // namespace tolvera
