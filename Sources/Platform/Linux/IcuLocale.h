@@ -1,0 +1,32 @@
+#pragma once
+
+#include "Platform/Locale.h"
+
+#include <unicode/coll.h>
+
+#include <memory>
+
+namespace tolvera::adapters {
+
+// The locale by ICU and its data. Immutable; any thread.
+class IcuLocale final : public platform::Locale {
+ public:
+  // The user's locale as the process's environment names it: LC_ALL, LC_MESSAGES, LANG, the first that is
+  // not empty. None, and the "C" and "POSIX" locales, count as American English.
+  IcuLocale();
+  // As if `identifier` were the user's locale.
+  explicit IcuLocale(std::string identifier);
+
+  [[nodiscard]] std::string currentIdentifier() const override { return identifier_; }
+  [[nodiscard]] std::optional<std::string> currentLanguageCode() const override;
+  [[nodiscard]] std::optional<std::string> localizedString(std::string_view languageCode,
+                                                           std::string_view locale) const override;
+  [[nodiscard]] std::string capitalized(std::string_view text, std::string_view locale) const override;
+  [[nodiscard]] int localizedCompare(std::string_view left, std::string_view right) const override;
+
+ private:
+  std::string identifier_;
+  std::unique_ptr<const icu::Collator> collator_; // null if ICU has no data at all
+};
+
+} // namespace tolvera::adapters

@@ -1,0 +1,16 @@
+#pragma once
+
+#include <filesystem>
+
+namespace tolvera::adapters {
+
+// The user's base directories, as the desktop's environment variables name them or else by their defaults.
+// A variable that is empty or holds a relative path counts as unset. None need exist. Any thread.
+namespace XdgDirectories {
+
+[[nodiscard]] std::filesystem::path dataHome();   // $XDG_DATA_HOME or ~/.local/share
+[[nodiscard]] std::filesystem::path configHome(); // $XDG_CONFIG_HOME or ~/.config
+
+} // namespace XdgDirectories
+
+} // namespace tolvera::adapters
