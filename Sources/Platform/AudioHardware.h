@@ -28,6 +28,9 @@ constexpr std::uint32_t fourCharacterCode(const char (&text)[5]) {
   return code;
 }
 
+inline constexpr auto noSuchObject = static_cast<OSStatus>(fourCharacterCode("!obj"));
+inline constexpr auto noSuchProperty = static_cast<OSStatus>(fourCharacterCode("who?"));
+
 struct AudioStreamBasicDescription {
   static constexpr std::uint32_t isFloat = 1; // bit of formatFlags
 
@@ -53,8 +56,11 @@ using AudioPropertyValue = std::variant<std::monostate, std::uint32_t, std::int3
 
 struct TapDescription {
   enum class Kind {
-    monoMixdownOfProcesses,           // the listed processes, mixed
-    monoGlobalTapButExcludeProcesses, // every process but the listed ones; the list may be empty
+    // The listed processes, mixed, whatever streams they open and close meanwhile.
+    monoMixdownOfProcesses,
+    // Every process but the listed ones; the list may be empty. This program is left out, listed or not:
+    // it may have had nothing to list when the tap was made, and play later.
+    monoGlobalTapButExcludeProcesses,
   };
   enum class MuteBehavior { unmuted = 0 }; // what is tapped stays audible
 
@@ -111,6 +117,8 @@ class AudioHardware {
  public:
   virtual ~AudioHardware() = default;
 
+  // This program's own process id, as "ppid" would have it.
+  [[nodiscard]] virtual std::int32_t processIdentifier() const = 0;
   [[nodiscard]] virtual OSResult<AudioPropertyValue> property(AudioObjectID object,
                                                               const AudioPropertyAddress& address) const = 0;
 
@@ -118,10 +126,12 @@ class AudioHardware {
   virtual OSStatus destroyProcessTap(AudioObjectID tap) = 0;
   virtual OSResult<AudioObjectID> createAggregateDevice(const AggregateDescription& description) = 0;
   virtual OSStatus destroyAggregateDevice(AudioObjectID device) = 0;
+  // The block runs only between `startDevice` and `stopDevice`, and while what is tapped plays.
   virtual OSResult<IOProcID> createIOProc(AudioObjectID device, IOBlock block) = 0;
   virtual OSStatus startDevice(AudioObjectID device, IOProcID proc) = 0;
   // No IO block runs once it has returned.
   virtual OSStatus stopDevice(AudioObjectID device, IOProcID proc) = 0;
+  // Destroys the block too, before it returns.
   virtual OSStatus destroyIOProc(AudioObjectID device, IOProcID proc) = 0;
 };
 
