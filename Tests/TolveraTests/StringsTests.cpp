@@ -1,0 +1,64 @@
+#include "Tolvera/Strings.h"
+
+#include "Support/FixedLocale.h"
+
+#include <gtest/gtest.h>
+
+namespace tolvera {
+namespace {
+
+using test::FixedLocale;
+
+constexpr Strings chinese{.zh = true};
+constexpr Strings english{.zh = false};
+
+TEST(Strings, AChosenLanguageHoldsOnEverySystem) {
+  EXPECT_TRUE(Strings::forSetting(UILanguage::chinese, FixedLocale("en_US")).zh);
+  EXPECT_FALSE(Strings::forSetting(UILanguage::english, FixedLocale("zh_CN")).zh);
+}
+
+TEST(Strings, TheSystemsLanguageIsChineseOnAnyChineseSystemAndEnglishOnAllOthers) {
+  for (const char* identifier : {"zh", "zh_CN", "zh_TW", "zh-Hans", "zh_Hant_HK"})
+    EXPECT_TRUE(Strings::forSetting(UILanguage::system, FixedLocale(identifier)).zh) << identifier;
+  for (const char* identifier : {"ja_JP", "fr", "yue_CN", "en_CN", ""})
+    EXPECT_FALSE(Strings::forSetting(UILanguage::system, FixedLocale(identifier)).zh) << identifier;
+
+  FixedLocale locale("zh_CN"); // read afresh each time
+  EXPECT_TRUE(Strings::forSetting(UILanguage::system, locale).zh);
+  locale.identifier = "de_DE";
+  EXPECT_FALSE(Strings::forSetting(UILanguage::system, locale).zh);
+}
+
+TEST(Strings, ThreeChoicesHaveTextsThatLeadBackToThem) {
+  for (const UILanguage language : allUILanguages)
+    EXPECT_EQ(uiLanguageFromText(storedText(language)), language);
+  EXPECT_EQ(storedText(UILanguage::system), "system");
+  EXPECT_EQ(uiLanguageFromText("English"), UILanguage::system);
+}
+
+TEST(Strings, TimesDropNothing) {
+  EXPECT_EQ(chinese.hoursLeft(2, 5), "2 小时 5 分");
+  EXPECT_EQ(english.hoursLeft(2, 5), "2h 5m");
+  EXPECT_EQ(chinese.hoursLeft(0, 0), "0 小时 0 分");
+  EXPECT_EQ(english.hoursLeft(10000, 0), "10000h 0m");
+  EXPECT_EQ(chinese.minutesLeft(59), "59 分钟");
+  EXPECT_EQ(english.minutesLeft(1), "1m");
+}
+
+TEST(Strings, TheVersionIsADashIfTheBuildHasNone) {
+  EXPECT_EQ(detail::versionLine(chinese, nullptr), "托维拉 —");
+  EXPECT_EQ(detail::versionLine(english, ""), "Tolvera —");
+  EXPECT_EQ(detail::versionLine(english, "1.2.3"), "Tolvera 1.2.3");
+  EXPECT_TRUE(chinese.versionLine().startsWith("托维拉 "));
+}
+
+TEST(Strings, FirstStepsAreThreeInBothLanguages) {
+  ASSERT_EQ(chinese.onboardSteps().size(), 3);
+  ASSERT_EQ(english.onboardSteps().size(), 3);
+  EXPECT_EQ(chinese.onboardSteps()[2],
+            "第一次开始时，macOS 会请求录制系统音频的权限，点「允许」；如果错过了，到「系统设置 → "
+            "隐私与安全性 → 屏幕与系统音频录制」里打开托维拉");
+}
+
+} // namespace
+} // namespace tolvera

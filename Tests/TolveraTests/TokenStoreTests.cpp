@@ -1,0 +1,49 @@
+#include "Tolvera/TokenStore.h"
+
+#include "Support/InMemoryFileManager.h"
+
+#include <gtest/gtest.h>
+
+namespace tolvera {
+namespace {
+
+constexpr const char* local = "http://127.0.0.1:18790/livetranslate";
+constexpr const char* localFile = "/support/Tolvera/token-http___127.0.0.1_18790_livetranslate";
+
+TEST(TokenStore, KeepsOneFileForEachServer) {
+  test::InMemoryFileManager files;
+  TokenStore::save(files, "first", local);
+  TokenStore::save(files, "second", "https://example.org");
+  EXPECT_EQ(files.files.at(localFile), "first");
+  EXPECT_EQ(TokenStore::load(files, "https://example.org"), "second");
+
+  TokenStore::clear(files, "https://example.org");
+  EXPECT_FALSE(TokenStore::load(files, "https://example.org"));
+  EXPECT_EQ(TokenStore::load(files, local), "first");
+  TokenStore::save(files, "third", local);
+  EXPECT_EQ(TokenStore::load(files, local), "third");
+}
+
+TEST(TokenStore, TrimsWhatItReadsAndTellsBlankFromAbsent) {
+  test::InMemoryFileManager files;
+  EXPECT_FALSE(TokenStore::load(files, local));
+  files.files[localFile] = " \t to ken\r\n\n";
+  EXPECT_EQ(TokenStore::load(files, local), "to ken");
+  files.files[localFile] = "";
+  EXPECT_EQ(TokenStore::load(files, local), "");
+  files.files[localFile] = "\n \n";
+  EXPECT_EQ(TokenStore::load(files, local), "");
+  files.files[localFile] = "\xff\xfe token";
+  EXPECT_FALSE(TokenStore::load(files, local));
+}
+
+TEST(TokenStore, FailsInSilence) {
+  test::InMemoryFileManager files;
+  TokenStore::clear(files, local);
+  files.setReadOnly(true);
+  TokenStore::save(files, "lost", local);
+  EXPECT_FALSE(TokenStore::load(files, local));
+}
+
+} // namespace
+} // namespace tolvera
