@@ -133,9 +133,10 @@ std::optional<std::string> refusal(const std::string& body) {
 }
 
 platform::URL address(const platform::URL& baseURL, const std::string& path) {
-  const auto joined = boost::urls::parse_uri_reference(std::string(baseURL.buffer()) + path);
+  const auto text = std::string(baseURL.buffer()) + path;
+  const auto joined = boost::urls::parse_uri_reference(text); // a view of the text
   if (!joined) throw platform::PlatformError(platform::transportErrorDomain, EINVAL, "地址无效");
-  return *joined;
+  return platform::URL(*joined);
 }
 
 } // namespace

@@ -18,7 +18,7 @@ std::int16_t quantize(float sample) {
   const float scale = sample < 0.0F ? 32768.0F : 32767.0F;
   const float below = sample < 1.0F ? sample : 1.0F;
   const float clipped = below < -1.0F ? -1.0F : below;
-  return static_cast<std::int16_t>(static_cast<std::int32_t>(clipped * scale));
+  return static_cast<std::int16_t>(clipped * scale);
 }
 
 bool isSilent(std::span<const float> chunk) {

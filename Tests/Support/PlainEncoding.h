@@ -1,0 +1,45 @@
+#pragma once
+
+#include "Platform/URLSession.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <vector>
+
+namespace tolvera::test {
+
+// The wire format of samples as one would first write it down, a branch for each case. What the program's
+// own loops are compared with, in tests and in the benchmark.
+inline platform::Data plainEncode(std::span<const float> samples) {
+  platform::Data bytes;
+  bytes.reserve(2 * samples.size());
+  for (const float sample : samples) {
+    std::int16_t value = 0;
+    if (!(sample < 1.0F)) {
+      value = 32767;
+    } else if (sample < -1.0F) {
+      value = -32768;
+    } else if (sample < 0.0F) {
+      value = static_cast<std::int16_t>(sample * 32768.0F);
+    } else {
+      value = static_cast<std::int16_t>(sample * 32767.0F);
+    }
+    bytes.push_back(static_cast<std::byte>(value & 0xFF));
+    bytes.push_back(static_cast<std::byte>((value >> 8) & 0xFF));
+  }
+  return bytes;
+}
+
+inline std::vector<float> plainDecode(std::span<const std::byte> data) {
+  std::vector<float> samples;
+  samples.reserve(data.size() / 2);
+  for (std::size_t i = 0; i + 1 < data.size(); i += 2) {
+    int value = std::to_integer<int>(data[i]) | (std::to_integer<int>(data[i + 1]) << 8);
+    if (value >= 32768) value -= 65536;
+    samples.push_back(static_cast<float>(value) / 32768.0F);
+  }
+  return samples;
+}
+
+} // namespace tolvera::test

@@ -1,0 +1,127 @@
+#pragma once
+
+#include "Async/Clock.h"
+#include "Async/Suspension.h"
+#include "Platform/URLSession.h"
+
+#include <deque>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace tolvera::test {
+
+// One in-memory web socket, seen from both ends: the program holds it as a WebSocketTask, and the test
+// plays the server. Any thread.
+class ScriptedConnection final : public platform::WebSocketTask,
+                                 public std::enable_shared_from_this<ScriptedConnection> {
+ public:
+  struct Sent {
+    WallTime at;
+    Message message;
+  };
+  struct Close {
+    WallTime at;
+    std::uint16_t code;
+    std::string reason;
+  };
+
+  ScriptedConnection(const Clock& clock, platform::URL url);
+
+  // What the client has done.
+  [[nodiscard]] const platform::URL& url() const { return url_; }
+  [[nodiscard]] WallTime openedAt() const { return openedAt_; } // when it was made
+  [[nodiscard]] std::vector<Sent> sent() const;                 // frames handed over, in order
+  [[nodiscard]] std::vector<platform::Data> sentAudio() const;
+  [[nodiscard]] std::vector<std::string> sentTexts() const;
+  [[nodiscard]] std::vector<Close> closes() const; // each call of `cancel`
+  [[nodiscard]] std::size_t waitingSends() const;  // frames that wait for the handshake or a stalled server
+
+  // What the server does. Frames delivered before a failure can still be read.
+  void accept(); // the handshake is done
+  void deliver(std::string text);
+  void deliver(platform::Data binary);
+  void fail(const std::string& description = "线路断了"); // a lost line, a refused handshake, or a close
+  void stall();                                           // stops reading: frames wait
+  void goOn();
+
+  // WebSocketTask
+  void resume() override;
+  Task<void> send(Message message) override;
+  Task<Message> receive() override;
+  void cancel(std::uint16_t closeCode, std::string reason) override;
+
+ private:
+  friend class ScriptedURLSession;
+  struct Outgoing {
+    Message message;
+    std::optional<Resumption> resume;
+    std::optional<std::string> failure;
+  };
+
+  static Task<void> send(std::shared_ptr<ScriptedConnection> self, Message message);
+  static Task<Message> receive(std::shared_ptr<ScriptedConnection> self);
+  template<typename Change>
+  void change(Change apply);
+
+  const Clock& clock_;
+  const platform::URL url_;
+  const WallTime openedAt_;
+  std::function<void(ScriptedConnection&)> onResume_;
+
+  mutable std::mutex mutex_;
+  bool accepted_ = false;
+  bool stalled_ = false;
+  std::optional<std::string> failure_;
+  std::deque<Message> incoming_;
+  std::optional<Resumption> reader_;
+  std::deque<std::shared_ptr<Outgoing>> outgoing_;
+  std::vector<Sent> sent_;
+  std::vector<Close> closes_;
+};
+
+// The network of a test: connections that the test plays the server of, and HTTP replies by script.
+// Declared after the TestLoop, since its end fails whatever still waits. Any thread.
+class ScriptedURLSession final : public platform::URLSession {
+ public:
+  using Answer = std::function<Task<platform::HTTPResponse>(platform::HTTPRequest)>;
+
+  explicit ScriptedURLSession(const Clock& clock) : clock_(clock) {}
+  ~ScriptedURLSession() override;
+
+  // What happens to each connection as it is begun, such as `accept` (which is the rule at first), `fail`,
+  // nothing at all, or a scripted greeting.
+  void onConnection(std::function<void(ScriptedConnection&)> rule);
+  [[nodiscard]] std::vector<std::shared_ptr<ScriptedConnection>> connections() const;
+  // The newest one; throws if there is none.
+  [[nodiscard]] std::shared_ptr<ScriptedConnection> connection() const;
+
+  // The reply to every request whose path ends in `path`, until it is scripted anew. A request without a
+  // reply fails as a refused connection does.
+  void reply(const std::string& path, int status, std::string body);
+  // As `reply`, with an operation that may wait, look at the request, or throw.
+  void answer(const std::string& path, Answer answer);
+  [[nodiscard]] std::vector<platform::HTTPRequest> requests() const;
+  [[nodiscard]] std::size_t requestCount(std::string_view path) const; // whose path ends so
+
+  // URLSession
+  std::shared_ptr<platform::WebSocketTask> webSocketTask(const platform::URL& url) override;
+  Task<platform::HTTPResponse> data(platform::HTTPRequest request) override;
+
+ private:
+  const Clock& clock_;
+  mutable std::mutex mutex_;
+  std::function<void(ScriptedConnection&)> rule_ = [](ScriptedConnection& connection) {
+    connection.accept();
+  };
+  std::vector<std::shared_ptr<ScriptedConnection>> connections_;
+  std::map<std::string, Answer> answers_;
+  std::vector<platform::HTTPRequest> requests_;
+};
+
+} // namespace tolvera::test

@@ -1,0 +1,422 @@
+#include "TolveraCore/TranslateSession.h"
+
+#include "Support/ScriptedURLSession.h"
+#include "Support/TestLoop.h"
+
+#include <boost/asio/thread_pool.hpp>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <ostream>
+
+namespace tolvera {
+
+// What a failed expectation prints for an event.
+void PrintTo(const TranslateSession::Event& event, std::ostream* out) {
+  static constexpr std::array names{"ready",  "caption",    "balance",      "dub",
+                                    "failed", "connecting", "reconnecting", "ended"};
+  *out << names.at(event.index());
+  if (const auto* failure = std::get_if<TranslateSession::Failed>(&event)) {
+    *out << "(" << failure->message << ", " << failure->code << ")";
+  }
+  if (const auto* caption = std::get_if<TranslateSession::Caption>(&event))
+    *out << "(" << caption->text << ")";
+}
+
+namespace {
+
+using namespace std::chrono_literals;
+using Session = TranslateSession;
+using Event = Session::Event;
+using test::ScriptedConnection;
+using testing::ElementsAre;
+
+const Event connecting = Session::Connecting{};
+const Event reconnecting = Session::Reconnecting{};
+const Event ended = Session::Ended{};
+const platform::Data chunk(3200, std::byte{1});
+constexpr const char* readyFrame = R"({"type":"ready","secondsLeft":60})";
+const Event ready = Session::Ready{60};
+
+Event disconnected(const std::string& why) { return Session::Failed{"连接断开：" + why, "disconnected"}; }
+
+std::string line(const std::string& text) { return R"({"type":"tr","text":")" + text + R"("})"; }
+Event lineEvent(const std::string& text) {
+  return Session::Caption{Session::CaptionKind::translation, text, "", false};
+}
+
+// A run in virtual time, with the events and when each came.
+class SessionTest : public testing::Test {
+ protected:
+  test::TestLoop loop_;
+  test::ScriptedURLSession network_{loop_.clock()};
+  const WallTime origin_ = loop_.clock().now();
+  std::shared_ptr<Session> session_ = Session::make(
+      loop_.executor(), loop_.clock(), platform::URL("http://h/base"), "token",
+      {.target = "es", .source = "en", .dub = false, .showSource = true, .voice = {}}, network_);
+  std::vector<Event> events_;
+  std::vector<double> times_;
+  bool streamOver_ = false;
+
+  void start() {
+    auto read = [](AsyncStream<Event> stream, SessionTest& test) -> Task<void> {
+      while (auto event = co_await stream.next()) {
+        test.times_.push_back(test.seconds());
+        test.events_.push_back(std::move(*event));
+      }
+      test.streamOver_ = true;
+    };
+    spawn(loop_.executor(), "reader", read(loop_.run(session_->start()), *this));
+    loop_.settle();
+  }
+  TaskHandle send() {
+    auto handle = spawn(loop_.executor(), "send", session_->send(chunk));
+    loop_.settle();
+    return handle;
+  }
+  TaskHandle stop() {
+    auto handle = spawn(loop_.executor(), "stop", session_->stop());
+    loop_.settle();
+    return handle;
+  }
+  double seconds() { return std::chrono::duration<double>(loop_.clock().now() - origin_).count(); }
+  std::shared_ptr<ScriptedConnection> connection(std::size_t index) {
+    return network_.connections().at(index);
+  }
+  std::shared_ptr<ScriptedConnection> current() { return network_.connection(); }
+  void fail(const std::string& why = "线路断了") {
+    current()->fail(why);
+    loop_.settle();
+  }
+  void deliver(const std::string& text) {
+    current()->deliver(text);
+    loop_.settle();
+  }
+};
+
+TEST_F(SessionTest, TriesARefusingServerSevenTimesWithGrowingWaits) {
+  network_.onConnection([](ScriptedConnection& connection) { connection.fail("连接被拒绝"); });
+  start();
+  loop_.advance(60s);
+  EXPECT_THAT(events_, ElementsAre(connecting, reconnecting, reconnecting, reconnecting, reconnecting,
+                                   reconnecting, reconnecting, disconnected("连接被拒绝"), ended));
+  EXPECT_THAT(times_, ElementsAre(0, 0.5, 1.5, 3.5, 7.5, 15.5, 23.5, 23.5, 23.5));
+  EXPECT_TRUE(streamOver_);
+  EXPECT_EQ(network_.connections().size(), 7U);
+  for (const auto& each : network_.connections()) {
+    EXPECT_EQ(each->url(), network_.connections().front()->url());
+    EXPECT_EQ(each->url().buffer(), "ws://h/base/ws?token=token&target=es&source=en&dub=0&src=1");
+  }
+  EXPECT_EQ(loop_.clock().sleepers(), 0U);
+}
+
+TEST_F(SessionTest, BeginsItsCountAnewOnceTheServerIsReady) {
+  network_.onConnection([](ScriptedConnection& connection) { connection.fail(); });
+  start();
+  network_.onConnection([](ScriptedConnection& connection) { connection.accept(); });
+  loop_.advance(400ms);
+  fail();
+  loop_.advance(100ms); // opened, then broken before its "ready": that is an attempt too
+  fail();
+  loop_.advance(1s);
+  deliver(readyFrame);
+  fail();
+  loop_.advance(1s);
+  EXPECT_THAT(events_, ElementsAre(connecting, reconnecting, reconnecting, ready, reconnecting));
+  EXPECT_THAT(times_, ElementsAre(0, 0.5, 1.5, 1.5, 2.0));
+}
+
+TEST_F(SessionTest, SendsChunksAtOnceAndDeliversWhatComes) {
+  network_.onConnection([](ScriptedConnection&) {}); // the handshake takes a while
+  start();
+  const auto sending = send();
+  EXPECT_FALSE(sending.finished());
+  current()->accept();
+  loop_.settle();
+  EXPECT_TRUE(sending.finished());
+  EXPECT_THAT(current()->sentAudio(), ElementsAre(chunk));
+  deliver(readyFrame);
+  deliver(line("hola"));
+  current()->deliver(
+      platform::Data{std::byte{0}, std::byte{0x80}, std::byte{0}, std::byte{0x40}, std::byte{9}});
+  current()->deliver(platform::Data{std::byte{9}});
+  loop_.settle();
+  EXPECT_THAT(events_, ElementsAre(connecting, ready, lineEvent("hola"), Event(Session::Dub{{-1.0F, 0.5F}}),
+                                   Event(Session::Dub{})));
+}
+
+TEST_F(SessionTest, DropsGarbageAndGoesOn) {
+  start();
+  for (const auto& garbage : {std::string("{"), std::string("[1]"), std::string(), std::string(1 << 20, '['),
+                              std::string("\xff\xfe\0\x01", 4), std::string(R"({"type":"nonsense"})")}) {
+    deliver(garbage);
+  }
+  deliver(R"({"type":"error"})");
+  deliver(line("still here"));
+  EXPECT_THAT(events_, ElementsAre(connecting, Event(Session::Failed{"翻译服务出错", "upstream"}),
+                                   lineEvent("still here")));
+  EXPECT_TRUE(current()->closes().empty());
+}
+
+TEST_F(SessionTest, AStatusFrameOnlyTellsTheApplication) {
+  start();
+  deliver(R"({"type":"status","state":"reconnecting"})");
+  fail();
+  loop_.advance(500ms);
+  EXPECT_THAT(events_, ElementsAre(connecting, reconnecting, reconnecting));
+  EXPECT_EQ(network_.connections().size(), 2U);
+}
+
+TEST_F(SessionTest, EndsAtOnceOnAFatalError) {
+  for (const std::string code : {"quota_exhausted", "replaced", "upstream_rejected"}) {
+    events_.clear();
+    session_ = Session::make(loop_.executor(), loop_.clock(), platform::URL("http://h"), "t", {}, network_);
+    start();
+    current()->deliver(R"({"type":"error","code":")" + code + R"(","message":"no"})");
+    current()->deliver(line("too late"));
+    loop_.settle();
+    EXPECT_THAT(events_, ElementsAre(connecting, Event(Session::Failed{"no", code}), ended));
+    EXPECT_TRUE(streamOver_);
+    ASSERT_EQ(current()->closes().size(), 1U);
+    EXPECT_EQ(current()->closes()[0].code, 1000);
+
+    EXPECT_TRUE(send().finished());
+    EXPECT_TRUE(stop().finished()) << "nothing is left to say goodbye to";
+    EXPECT_TRUE(current()->sent().empty());
+    loop_.advance(60s);
+    EXPECT_EQ(events_.size(), 3U);
+  }
+}
+
+TEST_F(SessionTest, SaysGoodbyeAndListensForFiveSeconds) {
+  start();
+  deliver(readyFrame);
+  send();
+  const auto stopping = stop();
+  const auto again = stop();
+  EXPECT_TRUE(again.finished());
+  EXPECT_TRUE(send().finished());
+  EXPECT_THAT(current()->sentTexts(), ElementsAre(R"({"type":"stop"})"));
+  EXPECT_EQ(current()->sentAudio().size(), 1U) << "no audio after the goodbye";
+
+  loop_.advance(4900ms);
+  deliver(line("late"));
+  EXPECT_FALSE(stopping.finished());
+  EXPECT_TRUE(current()->closes().empty());
+  loop_.advance(100ms);
+  EXPECT_TRUE(stopping.finished());
+  EXPECT_THAT(events_, ElementsAre(connecting, ready, lineEvent("late"), ended));
+  EXPECT_TRUE(streamOver_);
+  for (const auto& close : current()->closes()) {
+    EXPECT_EQ(close.code, 1000);
+    EXPECT_TRUE(close.reason.empty());
+  }
+  EXPECT_FALSE(current()->closes().empty());
+  EXPECT_TRUE(stop().finished());
+  EXPECT_EQ(network_.connections().size(), 1U);
+}
+
+TEST_F(SessionTest, EndsEarlyIfTheServerClosesDuringTheGoodbye) {
+  start();
+  const auto stopping = stop();
+  loop_.advance(1s);
+  fail("对方关闭了连接");
+  EXPECT_THAT(events_, ElementsAre(connecting, ended));
+  EXPECT_FALSE(stopping.finished());
+  loop_.advance(4s);
+  EXPECT_TRUE(stopping.finished());
+  EXPECT_EQ(events_.size(), 2U);
+  EXPECT_EQ(network_.connections().size(), 1U);
+}
+
+TEST_F(SessionTest, StopsWhereverItStands) {
+  EXPECT_TRUE(stop().finished()) << "before it began";
+  start();
+  EXPECT_TRUE(streamOver_);
+  EXPECT_TRUE(events_.empty());
+  EXPECT_TRUE(network_.connections().empty());
+
+  // While it waits to connect again: nothing is sent, and no connection follows.
+  session_ = Session::make(loop_.executor(), loop_.clock(), platform::URL("http://h"), "t", {}, network_);
+  start();
+  fail();
+  const auto stopping = stop();
+  loop_.advance(5s);
+  EXPECT_TRUE(stopping.finished());
+  EXPECT_THAT(events_, ElementsAre(connecting, ended));
+  EXPECT_EQ(network_.connections().size(), 1U);
+
+  // Before the handshake is done: the frame waits, and a failure of it is no matter.
+  events_.clear();
+  network_.onConnection([](ScriptedConnection&) {});
+  session_ = Session::make(loop_.executor(), loop_.clock(), platform::URL("http://h"), "t", {}, network_);
+  start();
+  const auto early = stop();
+  EXPECT_EQ(current()->waitingSends(), 1U);
+  fail();
+  EXPECT_THAT(events_, ElementsAre(connecting, ended));
+  loop_.advance(5s);
+  EXPECT_TRUE(early.finished());
+}
+
+TEST_F(SessionTest, DropsAudioWithoutAConnection) {
+  EXPECT_TRUE(send().finished());
+  start();
+  EXPECT_TRUE(current()->sent().empty());
+}
+
+// The receive loop and the pump both notice, each with its own wait and its own attempt.
+TEST_F(SessionTest, CountsALossTwiceWhenAudioFlows) {
+  start();
+  deliver(readyFrame);
+  loop_.advance(1s);
+  fail();
+  loop_.advance(100ms);
+  const auto sending = send();
+  loop_.advance(900ms); // 2.0 s: the loop's attempt is up, the pump is still held
+  EXPECT_FALSE(sending.finished());
+  EXPECT_EQ(network_.connections().size(), 2U);
+  loop_.advance(100ms);
+  EXPECT_TRUE(sending.finished());
+  EXPECT_THAT(events_, ElementsAre(connecting, ready, reconnecting, reconnecting));
+  EXPECT_THAT(times_, ElementsAre(0, 0, 1.5, 2.1));
+
+  const auto replaced = connection(1);
+  EXPECT_TRUE(replaced->closes().empty());
+  EXPECT_TRUE(replaced->sent().empty()) << "a lost chunk is not sent again";
+  replaced->deliver(line("from the past"));
+  replaced->fail();
+  loop_.advance(10s);
+  EXPECT_EQ(events_.size(), 4U);
+  EXPECT_EQ(network_.connections().size(), 3U);
+  EXPECT_EQ(replaced.use_count(), 2) << "only the network and this test still know it";
+  fail();
+  loop_.advance(1900ms);
+  EXPECT_EQ(network_.connections().size(), 3U) << "the third attempt waits 2 s";
+  loop_.advance(100ms);
+  EXPECT_EQ(network_.connections().size(), 4U);
+}
+
+TEST_F(SessionTest, HoldsThePumpWhileTheServerDoesNotRead) {
+  start();
+  deliver(readyFrame);
+  current()->stall();
+  const auto held = send();
+  loop_.advance(30s);
+  EXPECT_FALSE(held.finished());
+  deliver(line("reading goes on"));
+  current()->goOn();
+  loop_.settle();
+  EXPECT_TRUE(held.finished());
+  EXPECT_EQ(current()->sentAudio().size(), 1U);
+
+  current()->stall();
+  const auto lost = send();
+  fail(); // noticed by the loop and by the held pump, in either order
+  EXPECT_FALSE(lost.finished());
+  loop_.advance(1s);
+  EXPECT_TRUE(lost.finished());
+  EXPECT_THAT(events_,
+              ElementsAre(connecting, ready, lineEvent("reading goes on"), reconnecting, reconnecting));
+}
+
+TEST_F(SessionTest, FinishesAFrameWhoseSenderWasCancelled) {
+  start();
+  current()->stall();
+  const auto pump = send();
+  pump.cancel();
+  loop_.settle();
+  EXPECT_FALSE(pump.finished());
+  current()->goOn();
+  loop_.settle();
+  EXPECT_TRUE(pump.finished());
+  EXPECT_THAT(current()->sentAudio(), ElementsAre(chunk));
+}
+
+TEST_F(SessionTest, LeavesNothingBehindWhenItIsDropped) {
+  start();
+  deliver(readyFrame);
+  fail();
+  loop_.advance(100ms);
+  send();
+  loop_.advance(2s); // a replaced connection and a current one, both open
+  const std::weak_ptr<Session> weak = session_;
+  session_.reset();
+  EXPECT_TRUE(weak.expired());
+  loop_.settle();
+  EXPECT_TRUE(streamOver_);
+  for (const auto& each : {connection(1), connection(2)}) {
+    ASSERT_EQ(each->closes().size(), 1U);
+    EXPECT_EQ(each->closes()[0].code, 1000);
+    EXPECT_EQ(each.use_count(), 2) << "the network and this loop";
+  }
+}
+
+TEST_F(SessionTest, DoesNotConnectAgainOnceItIsDropped) {
+  start();
+  fail();
+  const std::weak_ptr<Session> weak = session_;
+  session_.reset();
+  EXPECT_TRUE(weak.expired());
+  loop_.advance(10s);
+  EXPECT_EQ(network_.connections().size(), 1U);
+  EXPECT_TRUE(streamOver_);
+}
+
+TEST_F(SessionTest, IsFreeOnceItHasFinished) {
+  start();
+  loop_.run(session_->stop());
+  loop_.settle();
+  const std::weak_ptr<Session> weak = session_;
+  session_.reset();
+  EXPECT_TRUE(weak.expired());
+  EXPECT_EQ(current().use_count(), 2);
+}
+
+// Real threads: the strand on a pool, the application here, and a server that fails when it likes. The
+// sanitizers are the judges.
+TEST(SessionOnThreads, SurvivesRunsThatFailAndStopAtAnyMoment) {
+  test::TestLoop loop;
+  boost::asio::thread_pool pool(2);
+  for (int run = 0; run < 60; ++run) {
+    test::ScriptedURLSession network(loop.clock());
+    network.onConnection([run](ScriptedConnection& connection) {
+      connection.deliver(readyFrame);
+      if (run % 3 == 0) connection.fail();
+    });
+    auto session =
+        Session::make(pool.get_executor(), loop.clock(), platform::URL("http://h"), "t", {}, network);
+    std::vector<Event> events;
+    bool over = false;
+    bool stopped = false;
+    auto read = [](std::shared_ptr<Session> of, std::vector<Event>& into, bool& end) -> Task<void> {
+      auto stream = co_await of->start();
+      while (auto event = co_await stream.next()) into.push_back(std::move(*event));
+      end = true;
+    };
+    auto feed = [](std::shared_ptr<Session> into) -> Task<void> {
+      for (int i = 0; i < 50; ++i) co_await into->send(chunk);
+    };
+    auto finish = [](std::shared_ptr<Session> what, bool& done) -> Task<void> {
+      co_await what->stop();
+      done = true;
+    };
+    spawn(loop.executor(), "reader", read(session, events, over));
+    ASSERT_TRUE(loop.settleUntil([&] { return !events.empty(); }));
+    const auto pump = spawn(loop.executor(), "pump", feed(session));
+    for (int i = 0; i < run; ++i) loop.settle();
+    network.connection()->deliver(line("x"));
+    if (run % 2 == 0) network.connection()->fail();
+    pump.cancel();
+    spawn(loop.executor(), "stop", finish(std::move(session), stopped));
+    ASSERT_TRUE(loop.settleUntil([&] {
+      if (const auto due = loop.clock().nextDue()) loop.clock().moveTo(*due);
+      return over && stopped && pump.finished();
+    }));
+    EXPECT_EQ(events.back(), ended);
+  }
+  pool.join();
+}
+
+} // namespace
+} // namespace tolvera
