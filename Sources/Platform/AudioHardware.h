@@ -46,7 +46,7 @@ struct AudioStreamBasicDescription {
 struct AudioPropertyAddress {
   std::uint32_t selector = 0;
   std::uint32_t scope = fourCharacterCode("glob");
-  std::optional<std::int32_t> qualifier;
+  std::optional<std::int32_t> qualifier = std::nullopt;
 };
 
 // A property's value. An object list, a number, a text, or a stream format; absent if the object has the

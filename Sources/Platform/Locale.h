@@ -23,6 +23,9 @@ class Locale {
   [[nodiscard]] virtual std::string capitalized(std::string_view text, std::string_view locale) const = 0;
   // Less than, equal to or greater than 0, by the collation of the user's current locale.
   [[nodiscard]] virtual int localizedCompare(std::string_view left, std::string_view right) const = 0;
+  // The same, but letters that differ in case alone are equal.
+  [[nodiscard]] virtual int localizedCaseInsensitiveCompare(std::string_view left,
+                                                            std::string_view right) const = 0;
 };
 
 } // namespace tolvera::platform

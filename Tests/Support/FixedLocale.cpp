@@ -27,4 +27,15 @@ int FixedLocale::localizedCompare(std::string_view left, std::string_view right)
   return left.compare(right);
 }
 
+int FixedLocale::localizedCaseInsensitiveCompare(std::string_view left, std::string_view right) const {
+  const auto folded = [](std::string_view text) {
+    std::string lower(text);
+    for (char& c : lower) {
+      if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+    }
+    return lower;
+  };
+  return folded(left).compare(folded(right));
+}
+
 } // namespace tolvera::test

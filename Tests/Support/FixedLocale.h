@@ -9,7 +9,8 @@
 namespace tolvera::test {
 
 // A locale that the test sets. It names a few languages in "en" and "zh-Hans" and no others, writes words
-// of ASCII with a capital, and compares texts by their bytes. One thread.
+// of ASCII with a capital, and compares texts by their bytes, of which the case of ASCII may be ignored. One
+// thread.
 class FixedLocale final : public platform::Locale {
  public:
   explicit FixedLocale(std::string localeIdentifier = "en_US") : identifier(std::move(localeIdentifier)) {}
@@ -29,6 +30,8 @@ class FixedLocale final : public platform::Locale {
                                                            std::string_view locale) const override;
   [[nodiscard]] std::string capitalized(std::string_view text, std::string_view locale) const override;
   [[nodiscard]] int localizedCompare(std::string_view left, std::string_view right) const override;
+  [[nodiscard]] int localizedCaseInsensitiveCompare(std::string_view left,
+                                                    std::string_view right) const override;
 };
 
 } // namespace tolvera::test

@@ -42,6 +42,13 @@ icu::StringPiece piece(std::string_view text) {
   return {text.data(), static_cast<std::int32_t>(text.size())};
 }
 
+// By code points where there is no collator.
+int compare(const icu::Collator* collator, std::string_view left, std::string_view right) {
+  if (!collator) return left.compare(right);
+  UErrorCode status = U_ZERO_ERROR;
+  return collator->compareUTF8(piece(left), piece(right), status);
+}
+
 } // namespace
 
 IcuLocale::IcuLocale() : IcuLocale(identifierFromEnvironment()) {}
@@ -49,6 +56,10 @@ IcuLocale::IcuLocale() : IcuLocale(identifierFromEnvironment()) {}
 IcuLocale::IcuLocale(std::string identifier) : identifier_(std::move(identifier)) {
   UErrorCode status = U_ZERO_ERROR;
   collator_.reset(icu::Collator::createInstance(locale(identifier_), status));
+  if (!collator_) return;
+  std::unique_ptr<icu::Collator> caseInsensitive(collator_->clone());
+  caseInsensitive->setStrength(icu::Collator::SECONDARY);
+  caseInsensitiveCollator_ = std::move(caseInsensitive);
 }
 
 std::optional<std::string> IcuLocale::currentLanguageCode() const {
@@ -80,9 +91,11 @@ std::string IcuLocale::capitalized(std::string_view text, std::string_view local
 }
 
 int IcuLocale::localizedCompare(std::string_view left, std::string_view right) const {
-  if (!collator_) return left.compare(right);
-  UErrorCode status = U_ZERO_ERROR;
-  return collator_->compareUTF8(piece(left), piece(right), status);
+  return compare(collator_.get(), left, right);
+}
+
+int IcuLocale::localizedCaseInsensitiveCompare(std::string_view left, std::string_view right) const {
+  return compare(caseInsensitiveCollator_.get(), left, right);
 }
 
 } // namespace tolvera::adapters

@@ -23,10 +23,13 @@ class IcuLocale final : public platform::Locale {
                                                            std::string_view locale) const override;
   [[nodiscard]] std::string capitalized(std::string_view text, std::string_view locale) const override;
   [[nodiscard]] int localizedCompare(std::string_view left, std::string_view right) const override;
+  [[nodiscard]] int localizedCaseInsensitiveCompare(std::string_view left,
+                                                    std::string_view right) const override;
 
  private:
   std::string identifier_;
-  std::unique_ptr<const icu::Collator> collator_; // null if ICU has no data at all
+  std::unique_ptr<const icu::Collator> collator_;                // null if ICU has no data at all
+  std::unique_ptr<const icu::Collator> caseInsensitiveCollator_; // likewise
 };
 
 } // namespace tolvera::adapters

@@ -1,0 +1,36 @@
+#include "TolveraCore/AudioRoute.h"
+
+#include "TolveraCore/AudioProperty.h"
+
+#include <cstdint>
+#include <optional>
+
+namespace tolvera {
+
+using platform::AudioHardware;
+using platform::AudioObjectID;
+using platform::fourCharacterCode;
+
+namespace {
+
+std::optional<AudioObjectID> defaultOutput(const AudioHardware& hardware) {
+  const auto device =
+      audioProperty<std::uint32_t>(hardware, platform::systemAudioObject, fourCharacterCode("dOut"));
+  return device == platform::noAudioObject ? std::nullopt : device;
+}
+
+} // namespace
+
+bool AudioRoute::isBuiltInSpeaker(const AudioHardware& hardware) {
+  const auto device = defaultOutput(hardware);
+  return device && audioProperty<std::uint32_t>(hardware, *device, fourCharacterCode("tran")) ==
+                       fourCharacterCode("bltn");
+}
+
+std::string AudioRoute::outputName(const AudioHardware& hardware) {
+  const auto device = defaultOutput(hardware);
+  if (!device) return {};
+  return audioProperty<std::string>(hardware, *device, fourCharacterCode("lnam")).value_or("");
+}
+
+} // namespace tolvera
