@@ -1,0 +1,51 @@
+#pragma once
+
+#include "Async/Suspension.h"
+
+#include <chrono>
+#include <condition_variable>
+#include <cstddef>
+#include <cstdint>
+#include <mutex>
+#include <optional>
+#include <string_view>
+#include <vector>
+
+namespace tolvera::service {
+
+// The sound of one stream on its way from the network thread to the worker that listens to it. Holds about
+// ten seconds: a client that sends faster than it is heard is not read meanwhile.
+class AudioQueue {
+ public:
+  static constexpr std::size_t capacity = 160000; // samples, 10 s
+
+  // Network thread. Takes one frame of the client: signed 16-bit little-endian samples at 16,000 Hz. An odd
+  // last byte is ignored. A frame is taken whole even if it goes beyond the capacity.
+  void push(std::string_view frame);
+  // Network thread, one caller at a time: waits until the queue is below its capacity.
+  Task<void> untilRoom();
+  // No more sound follows; what is queued is still heard. Any thread.
+  void finish();
+  // As `finish`, and what is queued is not heard either. Any thread.
+  void abandon();
+
+  enum class State { more, starved, finished, abandoned };
+  // Worker thread. Replaces `samples` by the next `count`, waiting for them. `starved`: fewer came, and none
+  // for `patience`; `finished`: the last ones, perhaps none.
+  State take(std::vector<std::int16_t>& samples, std::size_t count, std::chrono::milliseconds patience);
+
+ private:
+  void wakeWriter(std::unique_lock<std::mutex>& lock);
+
+  std::mutex mutex_;
+  std::condition_variable arrived_;
+  std::vector<std::int16_t> samples_;
+  std::size_t start_ = 0; // samples before it are taken
+  bool finished_ = false;
+  bool abandoned_ = false;
+  std::optional<Resumption> writer_;
+
+  [[nodiscard]] std::size_t count() const { return samples_.size() - start_; }
+};
+
+} // namespace tolvera::service

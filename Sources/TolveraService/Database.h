@@ -1,0 +1,88 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <span>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+struct sqlite3;
+struct sqlite3_stmt;
+
+namespace tolvera::service {
+
+// A failure of the store of accounts. The text names no value of the database.
+struct DatabaseError : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+// One SQLite file. Owned by AccountStore, which calls it from one thread at a time.
+class Database {
+ public:
+  // Opens or creates the file, readable by its owner alone, with a write-ahead log. Throws DatabaseError.
+  explicit Database(const std::filesystem::path& file);
+
+  // A prepared statement, used again and again: bind, step, read columns, reset.
+  class Statement {
+   public:
+    Statement(Database& database, std::string_view sql);
+
+    // Binds the values to ?1, ?2, … and goes back to the start.
+    template<typename... Values>
+    Statement& with(const Values&... values) {
+      reset();
+      int index = 0;
+      (bind(++index, values), ...);
+      return *this;
+    }
+    // Next row; false at the end, where the statement is reset. Throws DatabaseError.
+    bool step();
+    // Runs to the end.
+    void run();
+    void reset();
+
+    [[nodiscard]] std::int64_t integer(int column) const;
+    [[nodiscard]] std::optional<std::int64_t> maybeInteger(int column) const;
+    [[nodiscard]] std::string text(int column) const;
+
+   private:
+    struct Finalize {
+      void operator()(sqlite3_stmt* statement) const;
+    };
+    void bind(int index, std::int64_t value);
+    void bind(int index, std::optional<std::int64_t> value);
+    void bind(int index, std::string_view value);
+    void bind(int index, std::span<const std::uint8_t> value);
+    std::unique_ptr<sqlite3_stmt, Finalize> statement_;
+  };
+
+  // All or nothing: rolled back unless committed.
+  class Transaction {
+   public:
+    explicit Transaction(Database& database);
+    ~Transaction();
+    Transaction(const Transaction&) = delete;
+    Transaction& operator=(const Transaction&) = delete;
+    void commit();
+
+   private:
+    Database& database_;
+    bool open_ = true;
+  };
+
+  void execute(const char* sql);
+  [[nodiscard]] std::int64_t lastInsertedRow() const;
+  // Rows that the last statement changed.
+  [[nodiscard]] int changes() const;
+
+ private:
+  struct Close {
+    void operator()(sqlite3* handle) const;
+  };
+  std::unique_ptr<sqlite3, Close> handle_;
+};
+
+} // namespace tolvera::service

@@ -1,0 +1,61 @@
+#include "TolveraService/Options.h"
+
+#include <charconv>
+#include <cstdlib>
+
+namespace tolvera::service {
+
+namespace {
+
+std::uint16_t portOf(std::string_view text) {
+  std::uint16_t port = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), port);
+  if (error != std::errc() || end != text.data() + text.size())
+    throw OptionError("not a port: " + std::string(text));
+  return port;
+}
+
+std::filesystem::path defaultStateDirectory() {
+  const char* state = std::getenv("XDG_STATE_HOME");
+  if (state != nullptr && state[0] == '/') return std::filesystem::path(state) / "tolvera";
+  const char* home = std::getenv("HOME");
+  if (home == nullptr || home[0] != '/')
+    throw OptionError("no home directory: say where to keep accounts with --state");
+  return std::filesystem::path(home) / ".local/state/tolvera";
+}
+
+} // namespace
+
+std::string_view Options::usage() {
+  return "usage: tolvera-service [--port N] [--state DIR] [--help] [--version]\n"
+         "  --port N     listen on 127.0.0.1:N (18790); 0 takes any free port\n"
+         "  --state DIR  keep accounts in DIR ($XDG_STATE_HOME/tolvera)\n";
+}
+
+Options parseOptions(const std::vector<std::string_view>& arguments) {
+  Options options;
+  for (std::size_t i = 0; i < arguments.size(); ++i) {
+    const std::string_view argument = arguments[i];
+    const auto value = [&]() -> std::string_view {
+      if (i + 1 >= arguments.size()) throw OptionError(std::string(argument) + " needs a value");
+      return arguments[++i];
+    };
+    if (argument == "--port") {
+      options.port = portOf(value());
+    } else if (argument == "--state") {
+      options.stateDirectory = std::filesystem::absolute(value());
+    } else if (argument == "--help") {
+      options.action = Options::Action::help;
+      return options;
+    } else if (argument == "--version") {
+      options.action = Options::Action::version;
+      return options;
+    } else {
+      throw OptionError("unknown option: " + std::string(argument));
+    }
+  }
+  if (options.stateDirectory.empty()) options.stateDirectory = defaultStateDirectory();
+  return options;
+}
+
+} // namespace tolvera::service

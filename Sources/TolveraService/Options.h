@@ -1,0 +1,32 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace tolvera::service {
+
+// The command line of `tolvera-service`.
+struct Options {
+  static constexpr std::uint16_t defaultPort = 18790;
+
+  enum class Action { serve, help, version };
+  Action action = Action::serve;
+  std::uint16_t port = defaultPort;
+  std::filesystem::path stateDirectory;
+
+  static std::string_view usage();
+};
+
+// What is wrong with a command line.
+struct OptionError : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+// `arguments` without the program's name. Throws OptionError.
+Options parseOptions(const std::vector<std::string_view>& arguments);
+
+} // namespace tolvera::service

@@ -1,0 +1,18 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace tolvera::service {
+
+using SecretHash = std::array<std::uint8_t, 32>;
+
+// 256 bits from the system's generator, as 43 characters that need no escaping in an address. Any thread.
+std::string makeSecret();
+
+// What is kept of a secret: its SHA-256. A secret is random, so no salt is needed. Any thread.
+SecretHash hashOf(std::string_view secret);
+
+} // namespace tolvera::service

@@ -1,0 +1,106 @@
+#include "TolveraService/Server.h"
+
+#include "TolveraService/HTTPConnection.h"
+
+#include "Async/Spawn.h"
+
+#include <boost/asio/executor_work_guard.hpp>
+#include <boost/asio/post.hpp>
+#include <boost/asio/redirect_error.hpp>
+#include <boost/asio/steady_timer.hpp>
+
+#include <stdexcept>
+
+namespace tolvera::service {
+
+namespace asio = boost::asio;
+using asio::use_awaitable;
+using asio::ip::tcp;
+
+namespace {
+
+constexpr std::size_t connectionLimit = 256;
+constexpr std::chrono::milliseconds farewell{1000};
+constexpr std::chrono::milliseconds afterAcceptFailure{100};
+
+tcp::acceptor listenOn(asio::io_context& context, std::uint16_t port) {
+  try {
+    return {context, tcp::endpoint(asio::ip::address_v4::loopback(), port)};
+  } catch (const boost::system::system_error& error) {
+    throw std::runtime_error("Cannot listen on 127.0.0.1:" + std::to_string(port) + ": " +
+                             error.code().message());
+  }
+}
+
+} // namespace
+
+Server::Server(const Settings& settings)
+    : recognizers_(settings.streams, settings.speechModel), accounts_(settings.stateDirectory),
+      translator_(settings.translationModes), listening_(settings.streams),
+      services_(std::make_shared<Services>(Services{accounts_,
+                                                    translator_,
+                                                    recognizers_,
+                                                    routes_,
+                                                    blocking_.get_executor(),
+                                                    warming_.get_executor(),
+                                                    listening_.get_executor(),
+                                                    {},
+                                                    {},
+                                                    {}})),
+      acceptor_(listenOn(context_, settings.port)) {
+  const std::string suffix = ":" + std::to_string(port());
+  for (const char* name : {"127.0.0.1", "localhost", "[::1]"}) services_->hostNames.push_back(name + suffix);
+}
+
+Server::~Server() {
+  services_->connections.onEmpty = nullptr;
+  services_->connections.endAll(); // the listeners wait for sound until they are told
+  listening_.join();
+  warming_.join();
+  blocking_.join();
+}
+
+std::uint16_t Server::port() const { return acceptor_.local_endpoint().port(); }
+
+void Server::run() {
+  spawn(context_.get_executor(), "accepting connections", accept());
+  auto work = asio::make_work_guard(context_);
+  context_.run();
+}
+
+void Server::stop() {
+  asio::post(context_, [this] {
+    if (!acceptor_.is_open()) return;
+    acceptor_.close();
+    spawn(context_.get_executor(), "stopping", stopSoon());
+  });
+}
+
+Task<void> Server::stopSoon() {
+  services_->connections.onEmpty = [this] { context_.stop(); };
+  services_->connections.endAll();
+  if (services_->connections.count() == 0) context_.stop();
+  asio::steady_timer timer(context_, farewell);
+  co_await timer.async_wait(use_awaitable);
+  context_.stop();
+}
+
+Task<void> Server::accept() {
+  while (acceptor_.is_open()) {
+    boost::system::error_code error;
+    auto withError = asio::redirect_error(use_awaitable, error);
+    tcp::socket socket = co_await acceptor_.async_accept(withError);
+    if (error == asio::error::operation_aborted) co_return;
+    if (error) { // out of descriptors: others will close
+      asio::steady_timer timer(context_, afterAcceptFailure);
+      co_await timer.async_wait(use_awaitable);
+      continue;
+    }
+    if (services_->connections.count() >= connectionLimit) continue; // closes it
+    boost::system::error_code ignored;
+    socket.set_option(tcp::no_delay(true), ignored);
+    spawn(context_.get_executor(), "serving a connection", serveConnection(std::move(socket), services_));
+  }
+}
+
+} // namespace tolvera::service

@@ -1,0 +1,59 @@
+#pragma once
+
+#include "TolveraService/RecognizerPool.h"
+#include "TolveraService/Services.h"
+
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/thread_pool.hpp>
+
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+
+namespace tolvera::service {
+
+// The local service: accounts, recognition and translation behind one port of the loopback interface.
+// `run` is the network thread; heavy work happens on threads of its own.
+class Server {
+ public:
+  struct Settings {
+    std::uint16_t port = 0; // 0: any free one
+    std::filesystem::path stateDirectory;
+    std::filesystem::path speechModel = Recognizer::installedModel();
+    std::filesystem::path translationModes = Translator::installedModes;
+    std::size_t streams = 2;
+  };
+
+  // Makes the decoders, opens the accounts and listens. Throws std::exception with a text for the person who
+  // starts the service.
+  explicit Server(const Settings& settings);
+  ~Server();
+  Server(const Server&) = delete;
+  Server& operator=(const Server&) = delete;
+
+  [[nodiscard]] std::uint16_t port() const;
+  [[nodiscard]] Translator& translator() { return translator_; }
+
+  // Serves until `stop`. Called once.
+  void run();
+  // Ends every connection and then `run`, within a second. Any thread, harmless to repeat.
+  void stop();
+
+ private:
+  Task<void> accept();
+  Task<void> stopSoon();
+
+  RecognizerPool recognizers_;
+  AccountStore accounts_;
+  Translator translator_;
+  Routes routes_{accounts_};
+  boost::asio::io_context context_{1};
+  boost::asio::thread_pool blocking_{1};
+  boost::asio::thread_pool warming_{1};
+  boost::asio::thread_pool listening_;
+  std::shared_ptr<Services> services_;
+  boost::asio::ip::tcp::acceptor acceptor_;
+};
+
+} // namespace tolvera::service

@@ -1,0 +1,36 @@
+#pragma once
+
+#include "TolveraService/AccountStore.h"
+#include "TolveraService/Connections.h"
+#include "TolveraService/RecognizerPool.h"
+#include "TolveraService/Routes.h"
+#include "TolveraService/Translator.h"
+
+#include "Async/Task.h"
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace tolvera::service {
+
+class StreamConnection;
+
+// What every connection of a server shares. Owned by Server; it outlives the connections.
+struct Services {
+  AccountStore& accounts;
+  Translator& translator;
+  RecognizerPool& recognizers;
+  Routes& routes;
+  Executor blocking;                  // short calls that may wait for the disk
+  Executor warming;                   // starts translation engines
+  Executor listening;                 // one thread for each stream that can run
+  std::vector<std::string> hostNames; // the only values of Host that are answered
+  Connections connections;            // network thread
+  // The run of each account, network thread.
+  std::map<std::int64_t, std::weak_ptr<StreamConnection>> runs;
+};
+
+} // namespace tolvera::service

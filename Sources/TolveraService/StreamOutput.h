@@ -1,0 +1,43 @@
+#pragma once
+
+#include "Async/AsyncStream.h"
+
+#include <atomic>
+#include <cstddef>
+#include <optional>
+#include <string>
+
+namespace tolvera::service {
+
+// The frames of one stream on their way to its socket. Workers write from any thread, the connection reads.
+class StreamOutput {
+ public:
+  struct Frame {
+    std::string payload;
+    bool binary = false;
+    bool last = false; // the socket is closed after it; an empty payload is not sent
+  };
+
+  void send(std::string text) { put({std::move(text), false, false}); }
+  void sendLast(std::string text) { put({std::move(text), false, true}); }
+
+  // The next frame, waiting for it.
+  Task<std::optional<Frame>> next() {
+    std::optional<Frame> frame = co_await ends_.second.next();
+    if (frame) --waiting_;
+    co_return frame;
+  }
+  // Frames that the client has not taken yet: it grows if the client does not read.
+  [[nodiscard]] std::size_t waiting() const { return waiting_; }
+
+ private:
+  void put(Frame frame) {
+    ++waiting_;
+    ends_.first.yield(std::move(frame));
+  }
+
+  std::pair<AsyncStream<Frame>::Writer, AsyncStream<Frame>> ends_ = AsyncStream<Frame>::make();
+  std::atomic<std::size_t> waiting_ = 0;
+};
+
+} // namespace tolvera::service

@@ -1,0 +1,56 @@
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace tolvera::service {
+
+// What a run asks for in the query of its address, and the frames of the socket. Pure.
+struct StreamParameters {
+  std::string token;
+  std::string target;
+  std::string source;
+  bool dub = false;
+  bool showSource = false;
+  std::string voice; // empty: none asked for
+};
+
+// Reads a request target such as "/livetranslate/ws?token=…". Missing items are empty; of an item that
+// comes twice the first counts; nothing for a target that is no address.
+std::optional<StreamParameters> parseStreamParameters(std::string_view target);
+
+// True for the frame that ends a run.
+bool isStopFrame(std::string_view text);
+
+enum class CaptionKind { source, translation };
+
+std::string readyFrame(double secondsLeft);
+std::string balanceFrame(double secondsLeft);
+std::string captionFrame(CaptionKind kind, std::string_view text, std::string_view stash, bool final);
+std::string errorFrame(std::string_view code, std::string_view message);
+
+// Codes after which the client ends its run and shows the message, rather than to connect again.
+namespace errorCode {
+inline constexpr std::string_view quotaExhausted = "quota_exhausted";
+inline constexpr std::string_view replaced = "replaced";
+inline constexpr std::string_view upstreamRejected = "upstream_rejected";
+// The run goes on.
+inline constexpr std::string_view upstream = "upstream";
+} // namespace errorCode
+
+// Texts for the user, in Chinese and English: the socket does not say which of the two is wanted.
+namespace refusal {
+std::string cannotHear(std::string_view source);
+std::string cannotTranslate(std::string_view target, const std::vector<std::string>& targets);
+std::string unknownToken();
+std::string busy(std::size_t streams);
+std::string outOfTime();
+std::string replaced();
+std::string translationFailed();
+std::string shuttingDown();
+} // namespace refusal
+
+} // namespace tolvera::service

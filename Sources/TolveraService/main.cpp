@@ -1,0 +1,54 @@
+#include "TolveraService/Options.h"
+#include "TolveraService/Server.h"
+
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/signal_set.hpp>
+
+#include <cstdio>
+#include <exception>
+#include <thread>
+
+namespace {
+
+namespace service = tolvera::service;
+
+void serve(const service::Options& options) {
+  // Signals first: one that comes while the decoders load ends the service too.
+  boost::asio::io_context signalContext;
+  boost::asio::signal_set signals(signalContext, SIGINT, SIGTERM);
+  service::Server::Settings settings;
+  settings.port = options.port;
+  settings.stateDirectory = options.stateDirectory;
+  service::Server server(settings);
+  signals.async_wait([&server](const boost::system::error_code& error, int) {
+    if (!error) server.stop();
+  });
+  std::thread waiting([&signalContext] { signalContext.run(); });
+  std::printf("tolvera-service: listening on 127.0.0.1:%u\n", static_cast<unsigned>(server.port()));
+  std::fflush(stdout);
+  server.run();
+  signalContext.stop();
+  waiting.join();
+}
+
+} // namespace
+
+int main(int count, char** values) {
+  try {
+    const service::Options options = service::parseOptions({values + 1, values + count});
+    if (options.action == service::Options::Action::help) {
+      std::fputs(service::Options::usage().data(), stdout);
+    } else if (options.action == service::Options::Action::version) {
+      std::puts("tolvera-service " TOLVERA_VERSION);
+    } else {
+      serve(options);
+    }
+    return 0;
+  } catch (const service::OptionError& error) {
+    std::fprintf(stderr, "tolvera-service: %s\n%s", error.what(), service::Options::usage().data());
+    return 2;
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "tolvera-service: %s\n", error.what());
+    return 1;
+  }
+}

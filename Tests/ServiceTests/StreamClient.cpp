@@ -1,0 +1,224 @@
+#include "ServiceTests/StreamClient.h"
+
+#include <boost/asio/connect.hpp>
+#include <boost/asio/executor_work_guard.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/post.hpp>
+#include <boost/asio/read.hpp>
+#include <boost/asio/write.hpp>
+#include <boost/beast/core/buffers_to_string.hpp>
+#include <boost/beast/core/flat_buffer.hpp>
+#include <boost/beast/websocket.hpp>
+#include <spawn.h>
+#include <sys/wait.h>
+
+#include <condition_variable>
+#include <cstdlib>
+#include <cstring>
+#include <deque>
+#include <filesystem>
+#include <fstream>
+#include <mutex>
+#include <stdexcept>
+#include <thread>
+
+namespace tolvera::test {
+
+namespace asio = boost::asio;
+namespace beast = boost::beast;
+using asio::ip::tcp;
+
+std::vector<std::int16_t> spoken(const std::string& sentence) {
+  std::string file = (std::filesystem::temp_directory_path() / "tolvera-speech-XXXXXX").string();
+  ::close(::mkstemp(file.data()));
+  std::vector<std::string> words = {"flite", "-voice", "rms", "-t", sentence, "-o", file};
+  std::vector<char*> arguments;
+  for (std::string& word : words) arguments.push_back(word.data());
+  arguments.push_back(nullptr);
+  pid_t child = 0;
+  int status = 1;
+  if (::posix_spawnp(&child, "flite", nullptr, nullptr, arguments.data(), environ) == 0)
+    ::waitpid(child, &status, 0);
+  std::ifstream stream(file, std::ios::binary);
+  const std::string bytes((std::istreambuf_iterator<char>(stream)), {});
+  std::filesystem::remove(file);
+  constexpr std::size_t header = 44;
+  if (status != 0 || bytes.size() <= header) throw std::runtime_error("flite does not speak");
+  std::vector<std::int16_t> samples((bytes.size() - header) / 2);
+  std::memcpy(samples.data(), bytes.data() + header, samples.size() * 2);
+  return samples;
+}
+
+HTTPReply HTTPClient::raw(std::string_view bytes) const {
+  asio::io_context context;
+  tcp::socket socket(context);
+  socket.connect({asio::ip::address_v4::loopback(), port_});
+  boost::system::error_code error;
+  asio::write(socket, asio::buffer(bytes.data(), bytes.size()), error);
+  socket.shutdown(tcp::socket::shutdown_send, error);
+  std::string answer;
+  asio::read(socket, asio::dynamic_buffer(answer), error);
+  HTTPReply reply;
+  const std::size_t end = answer.find("\r\n\r\n");
+  if (!answer.starts_with("HTTP/1.1 ") || end == std::string::npos) return reply;
+  reply.status = static_cast<unsigned>(std::stoul(answer.substr(9, 3)));
+  reply.rawHead = answer.substr(0, end);
+  reply.body = answer.substr(end + 4);
+  return reply;
+}
+
+HTTPReply HTTPClient::request(std::string_view method, std::string_view target, const Headers& headers,
+                              std::string_view body) const {
+  std::string message(method);
+  message += ' ';
+  message += target;
+  message += " HTTP/1.1\r\nConnection: close\r\n";
+  bool hasHost = false;
+  for (const auto& [name, value] : headers) {
+    hasHost = hasHost || name == "Host";
+    message += name + ": " + value + "\r\n";
+  }
+  if (!hasHost) message += "Host: 127.0.0.1:" + std::to_string(port_) + "\r\n";
+  if (!body.empty()) message += "Content-Length: " + std::to_string(body.size()) + "\r\n";
+  message += "\r\n";
+  message += body;
+  return raw(message);
+}
+
+HTTPReply HTTPClient::get(std::string_view target, std::string_view token) const {
+  Headers headers;
+  if (!token.empty()) headers.emplace_back("Authorization", "Bearer " + std::string(token));
+  return request("GET", target, headers);
+}
+
+HTTPReply HTTPClient::post(std::string_view target, std::string_view token, std::string_view body) const {
+  Headers headers;
+  if (!token.empty()) headers.emplace_back("Authorization", "Bearer " + std::string(token));
+  if (!body.empty()) headers.emplace_back("Content-Type", "application/json");
+  return request("POST", target, headers, body);
+}
+
+std::string HTTPClient::signUp() const {
+  return std::string(post("/livetranslate/api/signup").json().at("token").as_string());
+}
+
+struct StreamClient::State : std::enable_shared_from_this<State> {
+  asio::io_context context;
+  asio::executor_work_guard<asio::io_context::executor_type> work{context.get_executor()};
+  beast::websocket::stream<tcp::socket> socket{context};
+  beast::flat_buffer buffer;
+  std::deque<std::pair<std::string, bool>> outgoing; // client thread
+  bool closing = false;
+  mutable std::mutex mutex;
+  mutable std::condition_variable changed;
+  std::vector<Frame> frames;
+  bool closed = false;
+  std::thread thread;
+
+  void read() {
+    socket.async_read(buffer, [this](boost::system::error_code error, std::size_t) {
+      const auto now = Clock::now();
+      std::scoped_lock lock(mutex);
+      changed.notify_all();
+      if (error) {
+        closed = true;
+        return;
+      }
+      std::string bytes = beast::buffers_to_string(buffer.data());
+      buffer.consume(buffer.size());
+      if (socket.got_text()) {
+        frames.push_back({now, boost::json::parse(bytes).as_object(), {}});
+      } else {
+        frames.push_back({now, {}, std::move(bytes)});
+      }
+      read();
+    });
+  }
+
+  void write() {
+    socket.binary(outgoing.front().second);
+    socket.async_write(asio::buffer(outgoing.front().first),
+                       [this](boost::system::error_code error, std::size_t) {
+                         outgoing.pop_front();
+                         if (error) {
+                           outgoing.clear();
+                         } else if (!outgoing.empty()) {
+                           write();
+                         } else if (closing) {
+                           close();
+                         }
+                       });
+  }
+
+  void close() {
+    socket.async_close(beast::websocket::close_code::normal, [](boost::system::error_code) {});
+  }
+};
+
+StreamClient::StreamClient(std::uint16_t port, const std::string& query) : state_(std::make_shared<State>()) {
+  state_->socket.next_layer().connect({asio::ip::address_v4::loopback(), port});
+  state_->socket.next_layer().set_option(tcp::no_delay(true));
+  state_->socket.handshake("127.0.0.1:" + std::to_string(port), "/livetranslate/ws?" + query);
+  state_->read();
+  state_->thread = std::thread([state = state_.get()] { state->context.run(); });
+}
+
+StreamClient::~StreamClient() {
+  state_->context.stop();
+  state_->thread.join();
+}
+
+void StreamClient::sendAudio(std::span<const std::int16_t> samples) {
+  sendBytes({reinterpret_cast<const char*>(samples.data()), samples.size_bytes()}, true);
+}
+
+void StreamClient::sendBytes(std::string bytes, bool binary) {
+  asio::post(state_->context, [state = state_.get(), bytes = std::move(bytes), binary]() mutable {
+    state->outgoing.emplace_back(std::move(bytes), binary);
+    if (state->outgoing.size() == 1) state->write();
+  });
+}
+
+void StreamClient::close() {
+  asio::post(state_->context, [state = state_.get()] {
+    state->closing = true;
+    if (state->outgoing.empty()) state->close();
+  });
+}
+
+std::vector<StreamClient::Frame> StreamClient::frames() const {
+  std::scoped_lock lock(state_->mutex);
+  return state_->frames;
+}
+
+std::optional<StreamClient::Frame> StreamClient::waitFor(const std::function<bool(const Frame&)>& condition,
+                                                         std::chrono::milliseconds limit) const {
+  const auto deadline = Clock::now() + limit;
+  std::unique_lock lock(state_->mutex);
+  for (std::size_t looked = 0;;) {
+    for (; looked < state_->frames.size(); ++looked)
+      if (condition(state_->frames[looked])) return state_->frames[looked];
+    if (state_->closed) return std::nullopt;
+    if (state_->changed.wait_until(lock, deadline) == std::cv_status::timeout) return std::nullopt;
+  }
+}
+
+std::optional<StreamClient::Frame> StreamClient::waitForType(std::string_view type, bool finalOnly) const {
+  return waitFor([&](const Frame& frame) {
+    const auto* final = frame.json.if_contains("final");
+    return textOf(frame, "type") == type && (!finalOnly || (final != nullptr && final->as_bool()));
+  });
+}
+
+bool StreamClient::waitUntilClosed(std::chrono::milliseconds limit) const {
+  std::unique_lock lock(state_->mutex);
+  return state_->changed.wait_for(lock, limit, [&] { return state_->closed; });
+}
+
+std::string textOf(const StreamClient::Frame& frame, std::string_view key) {
+  const auto* value = frame.json.if_contains(key);
+  return value != nullptr && value->is_string() ? std::string(value->get_string()) : std::string();
+}
+
+} // namespace tolvera::test

@@ -1,0 +1,87 @@
+#include "TolveraService/ApertiumMode.h"
+#include "TolveraService/Translator.h"
+
+#include "ServiceTests/TemporaryDirectory.h"
+
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <algorithm>
+#include <fstream>
+
+namespace tolvera::service {
+namespace {
+
+using Kind = Translator::Result::Kind;
+
+TEST(ApertiumModeTest, ReadsAModeIntoProgramsThatAreRunWithoutAShell) {
+  const auto stages = parseApertiumMode("cat -w '/some where/a.bin' | tee $1 $2 'b;c' ");
+  ASSERT_EQ(stages.size(), 2U);
+  EXPECT_TRUE(stages[0][0].ends_with("/cat"));
+  EXPECT_EQ((std::vector(stages[0].begin() + 1, stages[0].end())),
+            (std::vector<std::string>{"-z", "-w", "/some where/a.bin"}));
+  EXPECT_EQ((std::vector(stages[1].begin() + 1, stages[1].end())),
+            (std::vector<std::string>{"-z", "-g", "b;c"}));
+  for (const char* bad : {"", "cat |", "| cat", "cat 'open", "no-such-program-at-all x", "/bin/cat"})
+    EXPECT_THROW(parseApertiumMode(bad), std::runtime_error) << bad;
+}
+
+TEST(TranslatorTest, OffersWhatIsInstalledAndNothingElse) {
+  test::TemporaryDirectory empty;
+  EXPECT_TRUE(Translator(empty.path()).targets().empty());
+  Translator translator;
+  const auto targets = translator.targets();
+  ASSERT_TRUE(std::find(targets.begin(), targets.end(), "es") != targets.end());
+  EXPECT_FALSE(translator.canTranslate("en"));
+  EXPECT_FALSE(translator.canTranslate("zh"));
+  EXPECT_EQ(translator.translate("zh", "Hello").kind, Kind::failed);
+}
+
+TEST(TranslatorTest, TranslatesIntoEveryTargetThatItOffers) {
+  Translator translator;
+  for (const std::string& target : translator.targets()) {
+    const auto result =
+        translator.translate(target, "The children are playing in the garden behind the house");
+    EXPECT_EQ(result.kind, Kind::translated) << target;
+    EXPECT_EQ(result.text.find("children"), std::string::npos) << target;
+    EXPECT_EQ(result.text.find_first_of("*#@<>^$"), std::string::npos) << result.text;
+  }
+  EXPECT_EQ(translator.translate("es", "The children are playing in the garden").text,
+            "Los niños están tocando en el jardín");
+}
+
+TEST(TranslatorTest, NeverPassesOffAWordThatItDoesNotKnow) {
+  Translator translator;
+  EXPECT_EQ(translator.translate("es", "The frobnicator is in the house").text,
+            "El “frobnicator” es en la casa");
+  EXPECT_EQ(translator.translate("es", "Zyzzyva frobnicator").kind, Kind::nothingKnown);
+}
+
+TEST(TranslatorTest, TakesAnyTextAsText) {
+  Translator translator;
+  for (const char* odd :
+       {"^house<n>$", "[a]{b}", "\\", "a\nb", "$(reboot) `x` ; 'y'", "<b>house</b>", "日本"}) {
+    const auto result = translator.translate("es", odd);
+    EXPECT_NE(result.kind, Kind::failed) << odd;
+  }
+  // None of it is left in the pipeline.
+  EXPECT_EQ(translator.translate("es", "The house").text, "La casa");
+}
+
+TEST(TranslatorTest, StartsItsEnginesAgainWhenOneDies) {
+  Translator translator;
+  translator.warmUp("es");
+  const auto before = translator.processes("es");
+  ASSERT_GT(before.size(), 3U);
+  for (const std::size_t victim : {std::size_t{0}, before.size() / 2, before.size() - 1}) {
+    ::kill(translator.processes("es").at(victim), SIGKILL);
+    EXPECT_EQ(translator.translate("es", "The house").text, "La casa") << victim;
+  }
+  // One that hangs is as good as dead.
+  ::kill(translator.processes("es").at(1), SIGSTOP);
+  EXPECT_EQ(translator.translate("es", "The house").text, "La casa");
+  EXPECT_EQ(translator.processes("es").size(), before.size());
+}
+
+} // namespace
+} // namespace tolvera::service
