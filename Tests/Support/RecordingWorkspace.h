@@ -11,7 +11,7 @@ namespace tolvera::test {
 class RecordingWorkspace final : public platform::Workspace {
  public:
   bool openURL(const platform::URL& url) override {
-    if (url.scheme() != "http" && url.scheme() != "https") return false;
+    if ((url.scheme() != "http" && url.scheme() != "https") || url.host().empty()) return false;
     opened.emplace_back(url.buffer());
     return hasBrowser;
   }

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <cstdlib>
+#include <map>
+#include <optional>
+#include <string>
+
+namespace tolvera::test {
+
+// Environment variables set for the length of a test, and then as before. Only while no other thread runs.
+class TemporaryEnvironment {
+ public:
+  TemporaryEnvironment() = default;
+  TemporaryEnvironment(const TemporaryEnvironment&) = delete;
+  TemporaryEnvironment& operator=(const TemporaryEnvironment&) = delete;
+  ~TemporaryEnvironment() {
+    for (const auto& [name, value] : before_) put(name, value);
+  }
+
+  // Nothing unsets the variable.
+  void set(const std::string& name, const std::optional<std::string>& value) {
+    const char* now = std::getenv(name.c_str());
+    before_.try_emplace(name, now ? std::optional<std::string>(now) : std::nullopt);
+    put(name, value);
+  }
+
+ private:
+  static void put(const std::string& name, const std::optional<std::string>& value) {
+    if (value)
+      ::setenv(name.c_str(), value->c_str(), 1);
+    else
+      ::unsetenv(name.c_str());
+  }
+
+  std::map<std::string, std::optional<std::string>> before_;
+};
+
+} // namespace tolvera::test
