@@ -24,8 +24,9 @@ class AudioConverter {
 
   virtual ~AudioConverter() = default;
 
-  // Pulls input until it has none for now or `output` is full, fills `output` from its start and sets its
-  // `frameLength`, which may be 0. False on an error; `output` then holds nothing usable.
+  // Pulls input, once at least, until it has none for now or `output` is full, fills `output` from its
+  // start and sets its `frameLength`, which may be 0. What does not fit comes first in the next call.
+  // False on an error; `output` then holds nothing usable.
   virtual bool convert(AudioPCMBuffer& output, const std::function<Input()>& input) = 0;
 };
 

@@ -1,0 +1,47 @@
+#pragma once
+
+#include "Platform/Linux/PipeWireGraph.h"
+#include "Platform/Linux/PipeWireWorker.h"
+
+#include <memory>
+
+namespace tolvera::adapters {
+
+// A capture of the default input for as long as it lives. It follows the default by itself: to another
+// device, over a device that is unplugged and comes back, over a restart of the sound server. Meanwhile
+// the block is not called. Owned by an input node; main thread.
+class PipeWireCapture final : private PipeWireConnection::Listener {
+ public:
+  // Throws PlatformError if there is no server or no input now, or if the input cannot be opened.
+  PipeWireCapture(std::shared_ptr<PipeWireGraph> graph, const platform::AudioFormat& format,
+                  std::uint32_t bufferSize, platform::AudioInputNode::TapBlock block);
+  // When it has returned, no block runs or will run.
+  ~PipeWireCapture();
+  PipeWireCapture(const PipeWireCapture&) = delete;
+  PipeWireCapture& operator=(const PipeWireCapture&) = delete;
+
+ private:
+  struct Events;
+
+  void settled() override;
+  void disconnected() override;
+  void follow();
+  void open(const PipeWireSources::Source& source);
+  void close();
+  void awaitOpening();
+  void onState(pw_stream_state state, const char* error);
+  void onProcess() noexcept;
+
+  std::shared_ptr<PipeWireGraph> graph_;
+  const platform::AudioFormat format_;
+  const std::uint32_t bufferSize_;
+  PipeWireWorker worker_;
+  Stream stream_;
+  Hook hook_;
+  std::uint64_t openSerial_ = 0; // the source that the stream is on
+  bool flowing_ = false;         // the stream is linked to its source
+  bool failed_ = false;          // the stream has ended by itself
+  std::string failure_;
+};
+
+} // namespace tolvera::adapters

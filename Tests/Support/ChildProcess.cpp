@@ -1,0 +1,89 @@
+#include "Support/ChildProcess.h"
+
+#include <csignal>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+#include <thread>
+
+#include <fcntl.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace tolvera::test {
+
+ChildProcess::ChildProcess(std::vector<std::string> command, const std::string& log) {
+  std::vector<char*> arguments;
+  for (std::string& argument : command) arguments.push_back(argument.data());
+  arguments.push_back(nullptr);
+  const pid_t parent = ::getpid();
+  pid_ = ::fork();
+  if (pid_ < 0) throw std::runtime_error("fork failed");
+  if (pid_ > 0) return;
+  // In the child, only calls that are safe after a fork of several threads.
+  ::setpgid(0, 0);
+  ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+  if (::getppid() != parent) ::_exit(127);
+  const int input = ::open("/dev/null", O_RDONLY);
+  const int output = ::open(log.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
+  ::dup2(input, 0);
+  ::dup2(output, 1);
+  ::dup2(output, 2);
+  ::execvp(arguments[0], arguments.data());
+  ::_exit(127);
+}
+
+ChildProcess& ChildProcess::operator=(ChildProcess&& other) noexcept {
+  if (this != &other) {
+    kill();
+    pid_ = other.pid_;
+    other.pid_ = -1;
+  }
+  return *this;
+}
+
+bool ChildProcess::running() {
+  if (pid_ < 0) return false;
+  int status = 0;
+  if (::waitpid(pid_, &status, WNOHANG) != pid_) return true;
+  status_ = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  pid_ = -1;
+  return false;
+}
+
+int ChildProcess::wait(std::chrono::milliseconds limit) {
+  const auto deadline = std::chrono::steady_clock::now() + limit;
+  while (running()) {
+    if (std::chrono::steady_clock::now() > deadline) return -1;
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  return status_;
+}
+
+void ChildProcess::kill() {
+  if (pid_ < 0) return;
+  ::kill(-pid_, SIGKILL);
+  ::kill(pid_, SIGKILL); // in case it has not come as far as its own group
+  ::waitpid(pid_, nullptr, 0);
+  pid_ = -1;
+}
+
+std::string outputOf(std::vector<std::string> command) {
+  const char* base = std::getenv("TMPDIR");
+  std::string path = std::string(base != nullptr ? base : "/tmp") + "/tolvera-output.XXXXXX";
+  const int file = ::mkstemp(path.data());
+  if (file < 0) throw std::runtime_error("no temporary file");
+  ::close(file);
+  const std::string name = command.front();
+  ChildProcess process(std::move(command), path);
+  const int status = process.wait(std::chrono::seconds(10));
+  std::ifstream stream(path);
+  std::string output((std::istreambuf_iterator<char>(stream)), {});
+  ::unlink(path.c_str());
+  if (status != 0) throw std::runtime_error(name + " failed: " + output);
+  return output;
+}
+
+} // namespace tolvera::test

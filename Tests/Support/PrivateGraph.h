@@ -1,0 +1,61 @@
+#pragma once
+
+#include "Support/ChildProcess.h"
+
+#include <chrono>
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace tolvera::test {
+
+// Waits in real time for up to `limit` until `condition` holds; true if it did.
+bool eventually(const std::function<bool()>& condition,
+                std::chrono::milliseconds limit = std::chrono::seconds(10));
+
+// A sound server for a test: message bus, PipeWire and its session manager in a directory of their own.
+// While it lives, the environment of this process leads PipeWire's clients there; make it before anything
+// that starts threads. Everything waits until it took effect, and throws std::runtime_error if it does not.
+class PrivateGraph {
+ public:
+  PrivateGraph();
+  ~PrivateGraph();
+  PrivateGraph(const PrivateGraph&) = delete;
+  PrivateGraph& operator=(const PrivateGraph&) = delete;
+
+  // A virtual microphone: what is played into it is what it captures. Positions as in "[MONO]".
+  void createSource(const std::string& name, const std::string& positions = "[MONO]");
+  void createSink(const std::string& name, const std::string& positions = "[FL FR]");
+  void destroyNode(const std::string& name);
+  // The node may be a sink: then the default source is its monitor.
+  void setDefaultSource(const std::string& name);
+  void setDefaultSink(const std::string& name);
+
+  void killServer();  // SIGKILL to PipeWire; the session manager ends with it
+  void startServer(); // an empty graph again
+
+  // Plays a WAV file into a node, all its inputs, or records one from it, until it is dropped.
+  [[nodiscard]] ChildProcess play(const std::string& file, const std::string& target) const;
+  [[nodiscard]] ChildProcess record(const std::string& file, const std::string& target) const;
+  // A file in the graph's directory with a sine at 48 kHz, mono; amplitude 0 to 1.
+  [[nodiscard]] std::string tone(double frequency, double amplitude, double seconds) const;
+  [[nodiscard]] const std::string& directory() const { return directory_; }
+
+  // How many objects of each interface there are, this call's own aside: "Node", "Client", "Link", ...
+  [[nodiscard]] std::map<std::string, int> objects() const;
+  [[nodiscard]] bool hasNode(const std::string& name) const;
+
+ private:
+  void setEnvironment(const std::string& name, const std::string& value);
+  void createNode(const std::string& name, const std::string& mediaClass, const std::string& positions);
+  void setDefault(const std::string& key, const std::string& name);
+  [[nodiscard]] std::string log(const std::string& name) const { return directory_ + "/" + name + ".log"; }
+
+  std::string directory_;
+  std::map<std::string, std::optional<std::string>> formerEnvironment_;
+  std::vector<ChildProcess> processes_; // the bus, then the server and the session manager
+};
+
+} // namespace tolvera::test
