@@ -55,7 +55,7 @@ class TerminalRun {
     co_await model_->bootstrap();
     if (quitting_) co_return;
     co_await model_->start();
-    if (model_->phase().kind() == Phase::Kind::failed) quit(EXIT_FAILURE);
+    if (model_->phase().is(Phase::Kind::failed)) quit(EXIT_FAILURE);
   }
 
   void waitForSignal() {
@@ -69,21 +69,21 @@ class TerminalRun {
 
   void followPhase() {
     failureTimer_.cancel();
-    if (model_->phase() == Phase::Kind::idle) end();
-    if (model_->phase().kind() == Phase::Kind::failed) {
+    if (model_->phase().is(Phase::Kind::idle)) end();
+    if (model_->phase().is(Phase::Kind::failed)) {
       failureTimer_ = spawn(main_.get_executor(), "failure", giveUp());
     }
   }
 
   Task<void> giveUp() {
     co_await clock_.sleep(failureGrace);
-    if (model_->phase().kind() == Phase::Kind::failed) quit(EXIT_FAILURE);
+    if (model_->phase().is(Phase::Kind::failed)) quit(EXIT_FAILURE);
   }
 
   void quit(int status) {
     quitting_ = true;
     exitStatus_ = status;
-    if (model_->phase() == Phase::Kind::idle) return end();
+    if (model_->phase().is(Phase::Kind::idle)) return end();
     stopTask_ = spawn(main_.get_executor(), "stop", model_->stop());
   }
 

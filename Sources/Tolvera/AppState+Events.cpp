@@ -23,7 +23,7 @@ void AppState::handle(const TranslateSession::Event& event) {
   using Session = TranslateSession;
   std::visit(Overloaded{
                  [this](const Session::Ready& ready) {
-                   setPhase(Phase::Kind::live);
+                   setPhase(Phase(Phase::Kind::live));
                    setSecondsLeft(ready.secondsLeft);
                    setOverlayStatus(listening());
                  },
@@ -41,16 +41,16 @@ void AppState::handle(const TranslateSession::Event& event) {
                    setPhase(Phase::failed(friendly(message, failed.code)));
                  },
                  [this](const Session::Connecting&) {
-                   setPhase(Phase::Kind::connecting);
+                   setPhase(Phase(Phase::Kind::connecting));
                    setOverlayStatus(strings().connecting());
                  },
                  [this](const Session::Reconnecting&) {
-                   setPhase(Phase::Kind::reconnecting);
+                   setPhase(Phase(Phase::Kind::reconnecting));
                    setOverlayStatus(strings().reconnecting());
                  },
                  [this](const Session::Ended&) {
                    log(QStringLiteral("收到 ended"));
-                   if (phase_ == Phase::Kind::failed) return;
+                   if (phase_.is(Phase::Kind::failed)) return;
                    spawn(platform_.mainExecutor, "stop after the session ended", stop());
                  },
              },

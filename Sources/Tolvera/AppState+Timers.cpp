@@ -44,7 +44,7 @@ Task<void> AppState::watch(std::weak_ptr<AppState> model, Clock& clock) {
 }
 
 void AppState::look() {
-  const bool listening = phase_ == Phase::Kind::live || phase_ == Phase::Kind::connecting;
+  const bool listening = phase_.is(Phase::Kind::live) || phase_.is(Phase::Kind::connecting);
   if (!listening || settings_->captureMode().kind == CaptureMode::Kind::microphone) return;
   if (platform_.clock.now() - captureStartedAt_ <= gracePeriod) return;
 

@@ -80,7 +80,7 @@ Task<void> AppState::start(Self self) {
   if (phase_.isActive()) co_return;
   abandonRun();
   const auto run = ++runNumber_;
-  setPhase(Phase::Kind::starting);
+  setPhase(Phase(Phase::Kind::starting));
   clearLines();
   setOverlayStatus(strings().connecting());
   log(QStringLiteral("start: mode=%1 target=%2 余额=%3")
@@ -149,7 +149,7 @@ Task<void> AppState::start(Self self) {
   startWatchdog();
   log(QStringLiteral("采集与会话已启动"));
   if (settings_->overlayEnabled()) captionWindow().show(*this);
-  setPhase(Phase::Kind::connecting);
+  setPhase(Phase(Phase::Kind::connecting));
 }
 
 // What a failed run left going. A new run must share nothing with it, least of all its events.
@@ -219,7 +219,7 @@ QString AppState::friendly(const QString& message, const std::string& code) cons
 }
 
 Task<void> AppState::stop(Self self) {
-  if (phase_ == Phase::Kind::idle) co_return;
+  if (phase_.is(Phase::Kind::idle)) co_return;
   log(QStringLiteral("stop() 被调用"));
   const auto run = ++runNumber_;
   if (backend_) std::exchange(backend_, nullptr)->stop();
@@ -238,7 +238,7 @@ Task<void> AppState::stop(Self self) {
     panel->savePosition();
     panel->orderOut();
   }
-  setPhase(Phase::Kind::idle);
+  setPhase(Phase(Phase::Kind::idle));
   clearLines();
   co_await refreshAccount();
 }

@@ -19,7 +19,7 @@ class Phase {
   Q_ENUM(Kind)
 
   Phase() = default;
-  Phase(Kind kind) : kind_(kind) {} // every kind but `failed`, which needs its message
+  explicit Phase(Kind kind) : kind_(kind) {} // every kind but `failed`, which needs its message
   static Phase failed(QString message) {
     Phase phase(Kind::failed);
     phase.message_ = std::move(message);
@@ -27,6 +27,7 @@ class Phase {
   }
 
   [[nodiscard]] Kind kind() const { return kind_; }
+  [[nodiscard]] bool is(Kind kind) const { return kind_ == kind; }
   // What the user reads; empty unless failed.
   [[nodiscard]] const QString& message() const { return message_; }
   // True while a run is on: starting, connecting, live or reconnecting.

@@ -1,0 +1,42 @@
+#include "Tolvera/Views/MainView.h"
+
+#include "TolveraCore/Languages.h"
+
+namespace tolvera {
+
+QString MainViewRules::buttonTitle(const Strings& strings, double secondsLeft) {
+  return hasTime(secondsLeft) ? strings.startTranslating() : strings.pick("时长已用完", "Out of time");
+}
+
+QString MainViewRules::packLabel(const Strings& strings, const QVariantMap& pack) {
+  const auto hours = QString::number(static_cast<qint64>(pack.value("hours").toDouble()));
+  if (strings.zh) return hours + " 小时 · ¥" + QString::number(pack.value("fen").toLongLong() / 100);
+  const double dollars = static_cast<double>(pack.value("cents").toLongLong()) / 100.0;
+  return hours + "h · " + QString::asprintf("$%.2f", dollars);
+}
+
+QString MainViewRules::statusText(const Strings& strings, const Phase& phase) {
+  switch (phase.kind()) {
+  case Phase::Kind::idle:
+    return strings.pick("未开始", "Not running");
+  case Phase::Kind::starting:
+    return strings.pick("正在启动…", "Starting…");
+  case Phase::Kind::connecting:
+    return strings.connecting();
+  case Phase::Kind::live:
+    return strings.translating();
+  case Phase::Kind::reconnecting:
+    return strings.reconnecting();
+  case Phase::Kind::failed:
+    break;
+  }
+  return phase.message();
+}
+
+bool MainViewRules::offersSystemSettings(const QString& failure) {
+  return failure.contains("麦克风") || failure.toLower().contains("microphone");
+}
+
+bool MainViewRules::canSpeak(const QString& target) { return Languages::canDub(target.toStdString()); }
+
+} // namespace tolvera

@@ -1,0 +1,44 @@
+#pragma once
+
+#include "Tolvera/Phase.h"
+#include "Tolvera/Strings.h"
+
+#include <QObject>
+#include <QVariantMap>
+#include <QtQmlIntegration>
+
+namespace tolvera {
+
+// The texts and rules of the main window. Pure functions of their arguments, so that a binding tracks
+// them; a pack is a map of `hours`, `cents` and `fen`, as AppState lists them.
+class MainViewRules final : public QObject {
+  Q_OBJECT
+  QML_ELEMENT
+  QML_SINGLETON
+
+ public:
+  // A balance that can pay for a run.
+  Q_INVOKABLE static bool hasTime(double secondsLeft) { return secondsLeft > 0; }
+  Q_INVOKABLE static QString buttonTitle(const tolvera::Strings& strings, double secondsLeft);
+  // The balance is close to its end and is drawn as a warning.
+  Q_INVOKABLE static bool runsLow(double secondsLeft) { return secondsLeft < 300; }
+  Q_INVOKABLE static QString packLabel(const tolvera::Strings& strings, const QVariantMap& pack);
+  Q_INVOKABLE static QString statusText(const tolvera::Strings& strings, const tolvera::Phase& phase);
+  Q_INVOKABLE static bool hasFailed(const tolvera::Phase& phase) {
+    return phase.kind() == Phase::Kind::failed;
+  }
+  // The failure is one of the microphone, which the system's settings may cure.
+  Q_INVOKABLE static bool offersSystemSettings(const QString& failure);
+  // The captions take the place of the form.
+  Q_INVOKABLE static bool showsCaptions(const tolvera::Phase& phase, const QString& currentLine) {
+    return phase.isActive() || !currentLine.isEmpty();
+  }
+  // An entry of the list of applications; the note marks one that plays.
+  Q_INVOKABLE static QString appLabel(const QString& name, bool isPlaying) {
+    return isPlaying ? QStringLiteral("♪ ") + name : name;
+  }
+  // The language can be translated into and spoken. False for a code that is not in the catalog.
+  Q_INVOKABLE static bool canSpeak(const QString& target);
+};
+
+} // namespace tolvera

@@ -1,0 +1,46 @@
+#pragma once
+
+#include "Tolvera/AppSettings.h"
+#include "Tolvera/AppState.h"
+#include "Tolvera/Phase.h"
+#include "Tolvera/Strings.h"
+
+#include <QtQmlIntegration>
+
+namespace tolvera {
+
+// Makes the model's types known to the views, which the model itself knows nothing of.
+
+struct AppStateForViews {
+  Q_GADGET
+  QML_FOREIGN(tolvera::AppState)
+  QML_NAMED_ELEMENT(AppState)
+  QML_UNCREATABLE("the program makes the one model")
+};
+
+struct AppSettingsForViews {
+  Q_GADGET
+  QML_FOREIGN(tolvera::AppSettings)
+  QML_NAMED_ELEMENT(AppSettings)
+  QML_UNCREATABLE("the model owns its settings")
+};
+
+struct StringsForViews {
+  Q_GADGET
+  QML_FOREIGN(tolvera::Strings)
+  QML_VALUE_TYPE(strings)
+};
+
+struct PhaseForViews {
+  Q_GADGET
+  QML_FOREIGN(tolvera::Phase)
+  QML_VALUE_TYPE(phase)
+};
+
+struct CaptureModeForViews {
+  Q_GADGET
+  QML_FOREIGN(tolvera::CaptureMode)
+  QML_VALUE_TYPE(captureMode)
+};
+
+} // namespace tolvera

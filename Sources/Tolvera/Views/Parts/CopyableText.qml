@@ -1,0 +1,42 @@
+pragma ComponentBehavior: Bound
+import QtQuick
+import Tolvera.Views
+
+// Text that is selected with the pointer or the keyboard and copied by shortcut, middle click or menu.
+SelectableText {
+    id: control
+
+    required property strings strings
+
+    activeFocusOnTab: true
+    Accessible.role: Accessible.StaticText
+    Accessible.name: text + tail
+    onMenuRequested: point => {
+        menu.active = true;
+        (menu.item as PopUpMenu).popup(control, point);
+    }
+
+    FocusRing {
+        shown: control.activeFocus && control.byKeyboard
+        cornerRadius: 2
+    }
+    property bool byKeyboard: false
+    onActiveFocusChanged: byKeyboard = activeFocus && control.selectedText === "" && !pressedNow
+    property bool pressedNow: false
+
+    Loader {
+        id: menu
+
+        active: false
+        sourceComponent: PopUpMenu {
+            MenuEntry {
+                text: control.strings.pick("拷贝", "Copy")
+                onTriggered: {
+                    if (control.selectedText === "")
+                        control.selectAll();
+                    control.copy();
+                }
+            }
+        }
+    }
+}

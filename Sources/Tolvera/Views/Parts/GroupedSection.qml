@@ -1,0 +1,40 @@
+import QtQuick
+import QtQuick.Layouts
+import Tolvera.Views
+
+// A section of a form: a header above a rounded card that holds rows.
+ColumnLayout {
+    id: section
+
+    required property string header
+    default property alias rows: card.data
+
+    spacing: 7
+    Layout.fillWidth: true
+
+    Label {
+        Layout.fillWidth: true
+        Layout.leftMargin: 12
+        text: section.header
+        color: Theme.secondary
+        font.pixelSize: Theme.subheadline
+        font.weight: Font.DemiBold
+        Accessible.role: Accessible.Heading
+    }
+
+    Rectangle {
+        Layout.fillWidth: true
+        implicitHeight: card.implicitHeight
+        radius: 10
+        color: Theme.card
+        border.width: 1
+        border.color: Theme.separator
+
+        Column {
+            id: card
+
+            anchors.left: parent.left
+            anchors.right: parent.right
+        }
+    }
+}

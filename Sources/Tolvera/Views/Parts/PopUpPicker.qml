@@ -1,0 +1,251 @@
+pragma ComponentBehavior: Bound
+import QtQuick
+import QtQuick.Templates as T
+import Tolvera.Views
+
+// A choice of one among many, listed above the window's content. It shows the item of `value`, nothing if
+// there is none, and reports what the user picks; whoever owns the value decides. A long list can be
+// searched by typing; in a short one, a letter moves to the next item that begins with it.
+T.AbstractButton {
+    id: control
+
+    required property string label
+    property var items: [] // of {text, value, search?}
+    property var value
+    readonly property int currentIndex: items.findIndex(item => item.value === value)
+    readonly property bool searchable: items.length > 12
+    readonly property bool popupVisible: popup.opened
+
+    signal chosen(var value)
+
+    text: currentIndex < 0 ? "" : items[currentIndex].text
+    implicitWidth: Math.max(Theme.body * 9, caption.implicitWidth + leftPadding + rightPadding)
+    implicitHeight: Theme.controlHeight
+    leftPadding: 11
+    rightPadding: Theme.body + 14
+    hoverEnabled: true
+    focusPolicy: Qt.StrongFocus
+    opacity: enabled ? 1 : 0.45
+    Accessible.role: Accessible.ComboBox
+    Accessible.name: label
+    Accessible.description: text
+    onClicked: popup.visible ? popup.close() : popup.open()
+    Keys.onReturnPressed: click()
+    Keys.onEnterPressed: click()
+    Keys.onDownPressed: popup.open()
+    Keys.onUpPressed: popup.open()
+
+    contentItem: Text {
+        id: caption
+
+        text: control.text
+        font.pixelSize: Theme.body
+        color: Theme.primary
+        textFormat: Text.PlainText
+        elide: Text.ElideRight
+        verticalAlignment: Text.AlignVCenter
+        Accessible.ignored: true
+    }
+
+    background: Rectangle {
+        radius: 6
+        color: control.down ? Theme.controlPressed : (control.hovered ? Theme.controlHovered : Theme.control)
+        border.width: 1
+        border.color: Theme.outline
+
+        SymbolImage {
+            anchors.right: parent.right
+            anchors.rightMargin: 8
+            anchors.verticalCenter: parent.verticalCenter
+            name: "chevron.up.chevron.down"
+            size: Math.round(Theme.body * 0.95)
+            color: Theme.secondary
+        }
+        FocusRing {
+            shown: control.visualFocus
+        }
+    }
+
+    Hint {
+        text: control.text
+        shown: control.hovered && caption.truncated && !popup.visible
+    }
+
+    T.Popup {
+        id: popup
+
+        readonly property var found: {
+            const query = search.text.trim().toLowerCase();
+            if (query === "")
+                return control.items;
+            return control.items.filter(item => (item.text + " " + (item.search ?? "")).toLowerCase().includes(query));
+        }
+
+        function pick(index: int) {
+            if (index < 0 || index >= found.length)
+                return;
+            const picked = found[index].value;
+            close();
+            control.chosen(picked);
+        }
+
+        // The next item that begins with the letter, after the present one.
+        function jump(letter: string) {
+            for (let step = 1; step <= found.length; ++step) {
+                const index = (list.currentIndex + step) % found.length;
+                if (found[index].text.toLowerCase().startsWith(letter.toLowerCase())) {
+                    list.currentIndex = index;
+                    return;
+                }
+            }
+        }
+
+        x: control.width - width
+        y: control.height + 4
+        margins: 8
+        padding: 5
+        width: Math.max(control.width, Theme.body * 18)
+        height: Math.min(list.contentHeight + field.height + topPadding + bottomPadding, Theme.body * 24,
+                         control.Window.height - 16)
+        modal: false
+        focus: true
+        closePolicy: T.Popup.CloseOnEscape | T.Popup.CloseOnPressOutsideParent
+        onAboutToShow: {
+            search.clear();
+            list.currentIndex = control.currentIndex;
+            list.positionViewAtIndex(Math.max(0, control.currentIndex), ListView.Center);
+        }
+        onOpened: (control.searchable ? search : list).forceActiveFocus(Qt.PopupFocusReason)
+
+        background: Rectangle {
+            radius: 9
+            color: Theme.popup
+            border.width: 1
+            border.color: Theme.outline
+        }
+
+        contentItem: FocusScope {
+            Rectangle {
+                id: field
+
+                width: parent.width
+                height: control.searchable ? Theme.controlHeight + 5 : 0
+                visible: control.searchable
+                color: "transparent"
+
+                Rectangle {
+                    anchors.fill: parent
+                    anchors.bottomMargin: 5
+                    radius: 6
+                    color: Theme.dark ? "#242427" : "#f2f2f5"
+                    border.width: search.activeFocus ? 2 : 1
+                    border.color: search.activeFocus ? Theme.accentSymbol : Theme.separator
+
+                    SymbolImage {
+                        x: 8
+                        anchors.verticalCenter: parent.verticalCenter
+                        name: "magnifyingglass"
+                        size: Theme.body
+                        color: Theme.secondary
+                    }
+                    TextInput {
+                        id: search
+
+                        anchors.fill: parent
+                        anchors.leftMargin: Theme.body + 14
+                        anchors.rightMargin: 8
+                        verticalAlignment: TextInput.AlignVCenter
+                        clip: true
+                        color: Theme.primary
+                        font.pixelSize: Theme.body
+                        selectionColor: Theme.accent
+                        selectedTextColor: "#ffffff"
+                        selectByMouse: true
+                        Accessible.role: Accessible.EditableText
+                        Accessible.name: control.label
+                        Accessible.searchEdit: true
+                        onTextChanged: list.currentIndex = text === "" ? control.currentIndex : 0
+                        Keys.onDownPressed: list.incrementCurrentIndex()
+                        Keys.onUpPressed: list.decrementCurrentIndex()
+                        Keys.onReturnPressed: popup.pick(list.currentIndex)
+                        Keys.onEnterPressed: popup.pick(list.currentIndex)
+                    }
+                }
+            }
+
+            ListView {
+                id: list
+
+                anchors.fill: parent
+                anchors.topMargin: field.height
+                clip: true
+                model: popup.found
+                boundsBehavior: Flickable.StopAtBounds
+                highlightMoveDuration: 0
+                keyNavigationEnabled: true
+                Accessible.role: Accessible.List
+                Accessible.name: control.label
+                Keys.onReturnPressed: popup.pick(currentIndex)
+                Keys.onEnterPressed: popup.pick(currentIndex)
+                Keys.onSpacePressed: popup.pick(currentIndex)
+                Keys.onPressed: event => {
+                    if (event.text.trim() === "" || control.searchable)
+                        return;
+                    popup.jump(event.text);
+                    event.accepted = true;
+                }
+
+                T.ScrollBar.vertical: ScrollIndicatorBar {}
+
+                delegate: T.AbstractButton {
+                    id: entry
+
+                    required property var modelData
+                    required property int index
+                    readonly property bool isPointedAt: ListView.isCurrentItem
+
+                    width: list.width
+                    implicitHeight: Math.max(Math.round(Theme.body * 2), name.implicitHeight + 8)
+                    text: modelData.text
+                    hoverEnabled: true
+                    Accessible.role: Accessible.ListItem
+                    Accessible.name: text
+                    Accessible.selected: modelData.value === control.value
+                    onHoveredChanged: if (hovered)
+                        list.currentIndex = index
+                    onClicked: popup.pick(index)
+
+                    contentItem: Item {
+                        SymbolImage {
+                            x: 7
+                            anchors.verticalCenter: parent.verticalCenter
+                            visible: entry.modelData.value === control.value
+                            name: "checkmark"
+                            size: Math.round(Theme.body * 0.95)
+                            color: entry.isPointedAt ? "#ffffff" : Theme.accentSymbol
+                        }
+                        Text {
+                            id: name
+
+                            anchors.left: parent.left
+                            anchors.leftMargin: Theme.body + 14
+                            anchors.right: parent.right
+                            anchors.rightMargin: 12
+                            anchors.verticalCenter: parent.verticalCenter
+                            text: entry.text
+                            font.pixelSize: Theme.body
+                            color: entry.isPointedAt ? "#ffffff" : Theme.primary
+                            textFormat: Text.PlainText
+                            wrapMode: Text.Wrap
+                            Accessible.ignored: true
+                        }
+                    }
+                    background: Rectangle {
+                        radius: 5
+                        color: entry.isPointedAt ? Theme.accent : "transparent"
+                    }
+                }
+            }
+        }
+    }
+}

@@ -1,0 +1,125 @@
+#pragma once
+
+#include <QColor>
+#include <QFont>
+#include <QQuickPaintedItem>
+#include <QString>
+#include <QTextLayout>
+#include <QtQmlIntegration>
+
+#include <cstdint>
+#include <vector>
+
+namespace tolvera {
+
+// A paragraph of plain text that can be selected and copied, with a tail in a colour of its own. However
+// many of its properties change before a frame, that frame costs one layout. It can be cut at the head, on
+// one line, or at the end, after a number of lines. An element of a view; main thread.
+//
+// Only the text itself takes the pointer: a press beside it goes to what lies below.
+class SelectableText : public QQuickPaintedItem {
+  Q_OBJECT
+  QML_ELEMENT
+  Q_PROPERTY(QString text READ text WRITE setText NOTIFY textChanged)
+  Q_PROPERTY(QString tail READ tail WRITE setTail NOTIFY tailChanged) // follows `text` on the same line
+  Q_PROPERTY(QColor color READ color WRITE setColor NOTIFY colorChanged)
+  Q_PROPERTY(QColor tailColor READ tailColor WRITE setTailColor NOTIFY tailColorChanged)
+  Q_PROPERTY(QColor selectionColor READ selectionColor WRITE setSelectionColor NOTIFY selectionColorChanged)
+  Q_PROPERTY(QFont font READ font WRITE setFont NOTIFY fontChanged)
+  Q_PROPERTY(bool elidesHead READ elidesHead WRITE setElidesHead NOTIFY elidesHeadChanged)
+  // 0 for no limit. A text that `elidesHead` has one line.
+  Q_PROPERTY(int maximumLineCount READ maximumLineCount WRITE setMaximumLineCount NOTIFY
+                 maximumLineCountChanged)
+  Q_PROPERTY(QString selectedText READ selectedText NOTIFY selectionChanged)
+  Q_PROPERTY(int lineCount READ lineCount NOTIFY laidOut)
+  Q_PROPERTY(QString shownText READ shownText NOTIFY laidOut) // as cut to the room there is
+
+ public:
+  explicit SelectableText(QQuickItem* parent = nullptr);
+
+  [[nodiscard]] const QString& text() const { return text_; }
+  void setText(const QString& text) { assign(text_, text, &SelectableText::textChanged); }
+  [[nodiscard]] const QString& tail() const { return tail_; }
+  void setTail(const QString& tail) { assign(tail_, tail, &SelectableText::tailChanged); }
+  [[nodiscard]] const QColor& color() const { return color_; }
+  void setColor(const QColor& color);
+  [[nodiscard]] const QColor& tailColor() const { return tailColor_; }
+  void setTailColor(const QColor& color) { assign(tailColor_, color, &SelectableText::tailColorChanged); }
+  [[nodiscard]] const QColor& selectionColor() const { return selectionColor_; }
+  void setSelectionColor(const QColor& color);
+  [[nodiscard]] const QFont& font() const { return font_; }
+  void setFont(const QFont& font) { assign(font_, font, &SelectableText::fontChanged); }
+  [[nodiscard]] bool elidesHead() const { return elidesHead_; }
+  void setElidesHead(bool head) { assign(elidesHead_, head, &SelectableText::elidesHeadChanged); }
+  [[nodiscard]] int maximumLineCount() const { return maximumLineCount_; }
+  void setMaximumLineCount(int count) {
+    assign(maximumLineCount_, count, &SelectableText::maximumLineCountChanged);
+  }
+
+  [[nodiscard]] QString selectedText() const;
+  [[nodiscard]] int lineCount() const { return layout_.lineCount(); }
+  [[nodiscard]] QString shownText() const { return layout_.text(); }
+  // Layouts so far.
+  [[nodiscard]] std::uint64_t layouts() const { return layouts_; }
+
+  Q_INVOKABLE void selectAll();
+  Q_INVOKABLE void copy() const; // what is selected, to the clipboard
+
+  void paint(QPainter* painter) override;
+
+ Q_SIGNALS:
+  void textChanged();
+  void tailChanged();
+  void colorChanged();
+  void tailColorChanged();
+  void selectionColorChanged();
+  void fontChanged();
+  void elidesHeadChanged();
+  void maximumLineCountChanged();
+  void selectionChanged();
+  void laidOut();
+  void menuRequested(QPointF point); // by the secondary button
+
+ protected:
+  void updatePolish() override;
+  void geometryChange(const QRectF& newGeometry, const QRectF& oldGeometry) override;
+  void hoverMoveEvent(QHoverEvent* event) override;
+  void mousePressEvent(QMouseEvent* event) override;
+  void mouseMoveEvent(QMouseEvent* event) override;
+  void mouseReleaseEvent(QMouseEvent* event) override;
+  void mouseDoubleClickEvent(QMouseEvent* event) override;
+  void keyPressEvent(QKeyEvent* event) override;
+
+ private:
+  template<typename T>
+  void assign(T& field, const T& value, void (SelectableText::*changed)()) {
+    if (field == value) return;
+    field = value;
+    Q_EMIT(this->*changed)();
+    polish();
+  }
+
+  void layOut();
+  void breakLines(const QString& shown);
+  [[nodiscard]] double placeLines();
+  [[nodiscard]] bool isOverText(QPointF point) const;
+  [[nodiscard]] int positionAt(QPointF point) const;
+  void select(int anchor, int cursor);
+  void offerSelection() const;
+
+  QString text_;
+  QString tail_;
+  QColor color_ = Qt::black;
+  QColor tailColor_ = Qt::gray;
+  QColor selectionColor_ = QColor(0, 100, 255, 80);
+  QFont font_;
+  bool elidesHead_ = false;
+  int maximumLineCount_ = 0;
+
+  QTextLayout layout_;
+  std::uint64_t layouts_ = 0;
+  int anchor_ = 0;
+  int cursor_ = 0;
+};
+
+} // namespace tolvera

@@ -1,0 +1,86 @@
+import QtQuick
+import QtQuick.Layouts
+import QtQuick.Templates as T
+import Tolvera.Views
+
+// A row of a form with a label and a switch, pressed anywhere. It shows `on` and reports what the user
+// wants; whoever owns the value decides.
+FormRow {
+    id: row
+
+    required property string label
+    required property bool on
+
+    signal toggled(bool on)
+
+    T.AbstractButton {
+        id: control
+
+        Layout.fillWidth: true
+        implicitHeight: Math.max(caption.implicitHeight, track.height)
+        text: row.label
+        focusPolicy: Qt.StrongFocus
+        hoverEnabled: true
+        enabled: row.enabled
+        Accessible.role: Accessible.CheckBox
+        Accessible.name: text
+        Accessible.checkable: true
+        Accessible.checked: row.on
+        onClicked: row.toggled(!row.on)
+        Keys.onReturnPressed: click()
+        Keys.onEnterPressed: click()
+
+        contentItem: Item {
+            Label {
+                id: caption
+
+                anchors.left: parent.left
+                anchors.right: track.left
+                anchors.rightMargin: 12
+                anchors.verticalCenter: parent.verticalCenter
+                text: row.label
+                opacity: control.enabled ? 1 : 0.45
+                Accessible.ignored: true
+            }
+            Rectangle {
+                id: track
+
+                anchors.right: parent.right
+                anchors.verticalCenter: parent.verticalCenter
+                width: 38
+                height: 22
+                radius: 11
+                color: row.on ? Theme.accent : (Theme.dark ? "#57575e" : "#c9c9d0")
+                opacity: control.enabled ? 1 : 0.45
+
+                Behavior on color {
+                    enabled: Theme.moves
+                    ColorAnimation {
+                        duration: Theme.quick
+                    }
+                }
+
+                Rectangle {
+                    x: row.on ? 18 : 2
+                    y: 2
+                    width: 18
+                    height: 18
+                    radius: 9
+                    color: "#ffffff"
+
+                    Behavior on x {
+                        enabled: Theme.moves
+                        NumberAnimation {
+                            duration: Theme.quick
+                            easing.type: Easing.OutCubic
+                        }
+                    }
+                }
+                FocusRing {
+                    shown: control.visualFocus
+                    cornerRadius: 11
+                }
+            }
+        }
+    }
+}

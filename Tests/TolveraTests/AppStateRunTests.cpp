@@ -1,0 +1,353 @@
+#include "TolveraTests/ModelFixture.h"
+
+#include <boost/url/url_view.hpp>
+
+namespace tolvera {
+namespace {
+
+using namespace std::chrono_literals;
+using test::ModelFixture;
+
+class Run : public ModelFixture {};
+
+TEST_F(Run, GoesFromIdleThroughStartingAndConnectingToLive) {
+  auto& model = launchLive();
+  EXPECT_EQ(phases_, (std::vector<std::string>{"starting", "connecting", "live"}));
+  EXPECT_EQ(model.overlayStatus(), "Listening…");
+  EXPECT_EQ(model.secondsLeft(), 3000);
+  EXPECT_EQ(windows_.captionShows, 1);
+
+  const auto& url = connection().url();
+  EXPECT_EQ(url.scheme(), "ws");
+  EXPECT_EQ(url.path(), "/livetranslate/ws");
+  const auto parameters = boost::urls::url_view(url).params();
+  const auto parameter = [&parameters](std::string_view key) { return (*parameters.find(key)).value; };
+  EXPECT_EQ(parameter("token"), "secret token");
+  EXPECT_EQ(parameter("target"), "es");
+  EXPECT_EQ(parameter("source"), "auto");
+  EXPECT_EQ(parameter("dub"), "0");
+  EXPECT_EQ(parameter("src"), "1");
+  EXPECT_EQ(parameter("voice"), "Tina");
+}
+
+TEST_F(Run, WithoutABalanceFailsAtOnceAndAsksNobody) {
+  for (const double balance : {0.0, -3.0}) {
+    in_.network.reply("/api/me", 200, me(balance));
+    auto& model = launch();
+    const auto requests = in_.network.requests().size();
+    phases_.clear();
+    start();
+    EXPECT_EQ(phases_, (std::vector<std::string>{"starting", "failed(Out of time. Buy more to continue.)"}));
+    EXPECT_EQ(in_.network.requests().size(), requests);
+    EXPECT_TRUE(in_.network.connections().empty());
+    model.settings()->setUILanguage(UILanguage::chinese);
+    start();
+    EXPECT_EQ(model.phase().message(), "时长已用完，购买后继续。");
+    model.settings()->setUILanguage(UILanguage::english);
+  }
+}
+
+TEST_F(Run, WithoutATokenSaysThatTheServerCannotBeReached) {
+  launch();
+  in_.network.reply("/api/me", 401, R"({"error":"unknown"})"); // takes the token away, while `me` is there
+  in_.loop.run(model_->refreshAccount());
+  in_.network.reply("/api/signup", 500, "");
+  start();
+  EXPECT_EQ(phase(), "failed(Cannot reach the server. Check your connection.)");
+  EXPECT_FALSE(in_.audio.capturing());
+}
+
+TEST_F(Run, AsksForTheMicrophoneOnlyWhenTheUserHasNotDecided) {
+  const std::string denied =
+      "failed(No microphone permission. Enable Tolvera under System Settings, Privacy & "
+      "Security, Microphone, then start again.)";
+  launch();
+  in_.captureDevice.status = platform::AuthorizationStatus::denied;
+  start();
+  EXPECT_EQ(phase(), denied);
+  EXPECT_EQ(in_.captureDevice.requests, 0);
+
+  in_.captureDevice.status = platform::AuthorizationStatus::notDetermined;
+  in_.captureDevice.userAgrees = false;
+  start();
+  EXPECT_EQ(phase(), denied);
+  EXPECT_EQ(in_.captureDevice.requests, 1);
+
+  in_.captureDevice.status = platform::AuthorizationStatus::notDetermined;
+  in_.captureDevice.userAgrees = true;
+  start();
+  EXPECT_EQ(phase(), "connecting");
+}
+
+TEST_F(Run, WithoutAMicrophoneFailsInItsOwnWordsAndRecoversByAnotherPress) {
+  launch();
+  in_.audio.inputFormat = {};
+  start();
+  EXPECT_EQ(phase(), "failed(拿不到麦克风格式，检查系统设置里的麦克风权限。)");
+  EXPECT_TRUE(in_.network.connections().empty());
+  in_.audio.inputFormat = {48000, 1};
+  start();
+  EXPECT_EQ(phase(), "connecting");
+}
+
+TEST_F(Run, AStartWhileARunIsOnChangesNothing) {
+  auto& model = launchLive();
+  say(R"({"type":"tr","text":"hola","final":false})");
+  phases_.clear();
+  start();
+  EXPECT_EQ(phases_, std::vector<std::string>{});
+  EXPECT_EQ(model.currentLine(), "hola");
+  EXPECT_EQ(in_.network.connections().size(), 1u);
+}
+
+TEST_F(Run, SendsCapturedSoundInChunksInOrder) {
+  launchLive();
+  speak(0.05);
+  EXPECT_EQ(connection().sentAudio().size(), 0u);
+  speak(0.3);
+  ASSERT_EQ(connection().sentAudio().size(), 3u);
+  for (const auto& chunk : connection().sentAudio()) EXPECT_EQ(chunk.size(), 3200u);
+}
+
+TEST_F(Run, AStalledServerHoldsThePumpAndOldSoundIsDroppedNotKept) {
+  launchLive();
+  connection().stall();
+  for (int i = 0; i < 1000; ++i) speak(0.1, 0.001F * static_cast<float>(i + 1)); // louder and louder
+  EXPECT_EQ(connection().sentAudio().size(), 0u);
+  connection().goOn();
+  in_.loop.settle();
+  const auto sent = connection().sentAudio();
+  // The chunk that was being sent, and the newest 400 blocks.
+  ASSERT_EQ(sent.size(), 401u);
+  const auto level = [](const platform::Data& chunk) {
+    return static_cast<int>(chunk[1]) << 8 | static_cast<int>(chunk[0]);
+  };
+  EXPECT_LT(level(sent[0]), level(sent[1]));
+  EXPECT_NEAR(level(sent[400]), 32767, 40);
+  EXPECT_NEAR(level(sent[1]), 0.601 * 32767, 40);
+}
+
+TEST_F(Run, StopEndsCaptureAtOnceAndStillTakesTheLastCaptions) {
+  auto& model = launchLive();
+  say(R"({"type":"src","text":"good morning"})");
+  const auto accountReads = in_.network.requestCount("/api/me");
+  auto stopping = begin(model.stop());
+  EXPECT_FALSE(in_.audio.capturing());
+  EXPECT_EQ(connection().sentTexts(), std::vector<std::string>{R"({"type":"stop"})"});
+  EXPECT_EQ(phase(), "live");
+
+  in_.loop.advance(4s);
+  say(R"({"type":"tr","text":"Buenos días.","final":true})");
+  EXPECT_EQ(model.previousLine(), "Buenos días.");
+  EXPECT_FALSE(stopping.finished());
+
+  in_.loop.advance(1s);
+  EXPECT_TRUE(stopping.finished());
+  ASSERT_FALSE(connection().closes().empty());
+  EXPECT_EQ(connection().closes()[0].code, 1000);
+  EXPECT_EQ(phase(), "idle");
+  EXPECT_TRUE(model.previousLine().isEmpty() && model.sourceLine().isEmpty());
+  EXPECT_EQ(windows_.positionsSaved, 1);
+  EXPECT_EQ(windows_.orderedOut, 1);
+  EXPECT_EQ(in_.network.requestCount("/api/me"), accountReads + 1);
+
+  in_.loop.run(model.stop());
+  EXPECT_EQ(in_.network.requestCount("/api/me"), accountReads + 1) << "a stop while idle does nothing";
+}
+
+TEST_F(Run, AStopWhileTheStartWaitsForItsTokenLeavesNothingBehind) {
+  launch();
+  in_.network.reply("/api/me", 401, "{}");
+  in_.loop.run(model_->refreshAccount());
+  std::vector<Resumption> answers;
+  in_.network.answer("/api/signup", [&answers](platform::HTTPRequest) -> Task<platform::HTTPResponse> {
+    co_await suspend([&answers](const Resumption& resume) { answers.push_back(resume); });
+    co_return platform::HTTPResponse{200, R"({"token":"t","secondsLeft":60})"};
+  });
+  auto starting = begin(model_->start());
+  EXPECT_EQ(phase(), "starting");
+  auto stopping = begin(model_->stop());
+  EXPECT_EQ(phase(), "idle");
+  for (const auto& answer : answers) answer();
+  in_.loop.settle();
+  EXPECT_TRUE(starting.finished());
+  EXPECT_TRUE(stopping.finished());
+  EXPECT_EQ(phase(), "idle");
+  EXPECT_FALSE(in_.audio.capturing());
+  EXPECT_TRUE(in_.network.connections().empty());
+}
+
+TEST_F(Run, StopWorksFromEveryPhaseAndTwice) {
+  auto& model = launch();
+  const auto stopTwice = [&] {
+    auto first = begin(model.stop());
+    auto second = begin(model.stop());
+    in_.loop.advance(10s);
+    EXPECT_TRUE(first.finished());
+    EXPECT_TRUE(second.finished());
+    EXPECT_EQ(phase(), "idle");
+    EXPECT_FALSE(in_.audio.capturing());
+  };
+  start(); // connecting
+  stopTwice();
+
+  start();
+  say(R"({"type":"ready","secondsLeft":1})"); // live
+  stopTwice();
+
+  start();
+  say(R"({"type":"status","state":"reconnecting"})");
+  EXPECT_EQ(phase(), "reconnecting");
+  stopTwice();
+
+  start();
+  say(R"({"type":"error","code":"upstream","message":"broken"})");
+  EXPECT_EQ(phase(), "failed(broken)");
+  stopTwice();
+
+  auto starting = begin(model.start()); // and in the same turn
+  auto stopping = begin(model.stop());
+  in_.loop.advance(10s);
+  EXPECT_TRUE(starting.finished());
+  EXPECT_TRUE(stopping.finished());
+  EXPECT_EQ(phase(), "idle");
+}
+
+TEST_F(Run, ASecondStopEndsTheGoodbyeAndTheFirstLeavesANewRunAlone) {
+  auto& model = launchLive();
+  auto first = begin(model.stop());
+  auto second = begin(model.stop());
+  EXPECT_TRUE(second.finished());
+  EXPECT_EQ(phase(), "idle");
+
+  start();
+  say(R"({"type":"ready","secondsLeft":100})");
+  in_.loop.advance(6s); // the first stop's goodbye is over now
+  EXPECT_TRUE(first.finished());
+  EXPECT_EQ(phase(), "live");
+  EXPECT_TRUE(in_.audio.capturing());
+  say(R"({"type":"tr","text":"sigo aquí"})");
+  EXPECT_EQ(model.currentLine(), "sigo aquí");
+}
+
+TEST_F(Run, ALostLineIsReopenedAndTheLinesStay) {
+  auto& model = launchLive();
+  say(R"({"type":"tr","text":"una línea","final":true})");
+  connection().fail();
+  in_.loop.advance(500ms);
+  EXPECT_EQ(phase(), "reconnecting");
+  EXPECT_EQ(model.overlayStatus(), "Reconnecting…");
+  EXPECT_EQ(in_.network.connections().size(), 2u);
+  say(R"({"type":"ready","secondsLeft":2000})");
+  EXPECT_EQ(phase(), "live");
+  EXPECT_EQ(model.previousLine(), "una línea");
+  speak(0.1);
+  EXPECT_EQ(connection().sentAudio().size(), 1u);
+}
+
+TEST_F(Run, ARefusedLineFailsInWordsAfterTheWholeScheduleAndTheUserCanStartAgain) {
+  launch();
+  in_.network.onConnection([](auto& connection) { connection.fail("拒绝"); });
+  start();
+  in_.loop.advance(24s);
+  EXPECT_EQ(phase(), "failed(连接断开：拒绝)");
+  EXPECT_TRUE(in_.audio.capturing()) << "a failure leaves the capture to the user";
+  in_.network.onConnection([](auto& connection) { connection.accept(); });
+  start();
+  EXPECT_EQ(phase(), "connecting");
+}
+
+TEST_F(Run, ANewRunHearsNothingOfTheOneThatFailedBeforeIt) {
+  auto& model = launchLive();
+  auto old = in_.network.connection();
+  say(R"({"type":"error","code":"upstream","message":"broken"})");
+  start();
+  ASSERT_NE(old, in_.network.connection());
+  say(R"({"type":"ready","secondsLeft":50})");
+  old->deliver(std::string(R"({"type":"tr","text":"old news"})"));
+  in_.loop.advance(6s);
+  EXPECT_EQ(phase(), "live");
+  EXPECT_EQ(model.currentLine(), "");
+  EXPECT_FALSE(old->closes().empty()) << "the old session says goodbye too";
+}
+
+TEST_F(Run, AServerURLThatDoesNotParseMeansTheDefault) {
+  for (const auto* text : {"", "http://[", "not a url"}) {
+    in_.userDefaults.setObject("serverURL", text);
+    launch();
+    start();
+    EXPECT_EQ(connection().url().encoded_host_and_port(), API::defaultBaseURL().encoded_host_and_port());
+    in_.loop.run(model_->stop());
+  }
+}
+
+TEST_F(Run, TwoHundredRunsLeaveNothingBehind) {
+  auto& model = launch();
+  for (int i = 0; i < 200; ++i) {
+    start();
+    if (i % 2 == 0) say(R"({"type":"ready","secondsLeft":100})");
+    speak(0.2);
+    if (i % 3 == 0) connection().fail();
+    in_.loop.run(model.stop());
+  }
+  in_.loop.advance(60s);
+  EXPECT_EQ(in_.loop.clock().sleepers(), 0u);
+  EXPECT_FALSE(in_.audio.capturing());
+  for (const auto& connection : in_.network.connections()) EXPECT_LE(connection.use_count(), 2);
+}
+
+TEST_F(Run, OpensTheOnboardingForNewcomersAndByTheFlag) {
+  in_.userDefaults.removeObjectForKey("seenOnboarding");
+  make();
+  EXPECT_EQ(windows_.onboardingShows, 1);
+  in_.userDefaults.setObject("seenOnboarding", true);
+  make();
+  EXPECT_EQ(windows_.onboardingShows, 1);
+  in_.userDefaults.setObject("TolveraForceOnboarding", true);
+  make();
+  EXPECT_EQ(windows_.onboardingShows, 2);
+}
+
+TEST_F(Run, StartsByItselfWhenTheFlagSaysSo) {
+  in_.userDefaults.setObject("TolveraAutoStart", true);
+  make();
+  EXPECT_EQ(phase(), "connecting");
+}
+
+TEST_F(Run, LogsPhasesOnlyWhenAskedAndNeverTheToken) {
+  testing::internal::CaptureStderr();
+  launchLive();
+  in_.loop.run(model_->stop());
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+
+  in_.userDefaults.setObject("TolveraVerbose", true);
+  testing::internal::CaptureStderr();
+  launchLive();
+  in_.loop.run(model_->stop());
+  const auto log = testing::internal::GetCapturedStderr();
+  EXPECT_NE(log.find("[tolvera] start: mode=microphone target=es 余额=3600"), std::string::npos) << log;
+  EXPECT_NE(log.find("[tolvera] 阶段 connecting → live\n"), std::string::npos) << log;
+  EXPECT_EQ(log.find("secret"), std::string::npos) << log;
+}
+
+TEST_F(Run, SwapsTheDirectionUnlessTheSourceIsDetected) {
+  auto& model = launch();
+  auto& settings = *model.settings();
+  EXPECT_FALSE(model.canSwapDirection());
+  model.swapDirection();
+  EXPECT_EQ(settings.target(), "es");
+
+  settings.setSource("yue"); // cannot be spoken
+  settings.setDub(true);
+  EXPECT_TRUE(model.canSwapDirection());
+  model.swapDirection();
+  EXPECT_EQ(settings.source(), "es");
+  EXPECT_EQ(settings.target(), "yue");
+  EXPECT_FALSE(settings.dub());
+
+  settings.setSource("yue");
+  EXPECT_FALSE(model.canSwapDirection());
+}
+
+} // namespace
+} // namespace tolvera
