@@ -1,0 +1,198 @@
+#include "TolveraCore/AudioProcesses.h"
+
+#include "Support/FixedLocale.h"
+#include "Support/InMemoryAudioHardware.h"
+#include "Support/InMemoryRunningApplications.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <unordered_set>
+
+namespace tolvera {
+
+namespace {
+
+using platform::AudioObjectID;
+using platform::fourCharacterCode;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+using Objects = std::vector<AudioObjectID>;
+
+class AudioProcessesTest : public ::testing::Test {
+ protected:
+  [[nodiscard]] std::vector<AudioProcessInfo> list() const {
+    return AudioProcesses::list(hardware, applications);
+  }
+  [[nodiscard]] std::vector<AudioApp> userApps() const {
+    return AudioProcesses::userApps(hardware, applications, locale);
+  }
+  [[nodiscard]] std::vector<std::string> userAppNames() const {
+    std::vector<std::string> names;
+    for (const AudioApp& app : userApps()) names.push_back(app.name);
+    return names;
+  }
+  [[nodiscard]] std::vector<std::string> listNames() const {
+    std::vector<std::string> names;
+    for (const AudioProcessInfo& process : list()) names.push_back(process.name);
+    return names;
+  }
+
+  test::InMemoryAudioHardware hardware;
+  test::InMemoryRunningApplications applications;
+  test::FixedLocale locale;
+};
+
+TEST_F(AudioProcessesTest, ListsTheServersProcessesInItsOrder) {
+  const auto first = hardware.addProcess(20, "org.player", true);
+  const auto second = hardware.addProcess(10);
+  const auto third = hardware.addProcess(30, "");
+  EXPECT_THAT(list(), ElementsAre(AudioProcessInfo{first, 20, "org.player", "org.player", true},
+                                  AudioProcessInfo{second, 10, std::nullopt, "pid 10", false},
+                                  AudioProcessInfo{third, 30, "", "", false}));
+}
+
+TEST_F(AudioProcessesTest, LeavesOutProcessesWithoutAPositiveIdentifier) {
+  hardware.addProcess(0);
+  hardware.addProcess(-7);
+  const auto unreadable = hardware.addProcess(5);
+  hardware.setProperty(unreadable, fourCharacterCode("ppid"), std::nullopt);
+  const auto last = hardware.addProcess(1);
+  ASSERT_EQ(list().size(), 1U);
+  EXPECT_EQ(list().front().id, last);
+}
+
+TEST_F(AudioProcessesTest, ReadsThatFailLeaveTheListEmptyOrTheFieldUnset) {
+  hardware.addProcess(5, "org.player", true);
+  hardware.readFailures = {{fourCharacterCode("pbid"), -1}, {fourCharacterCode("piro"), -1}};
+  ASSERT_EQ(list().size(), 1U);
+  EXPECT_EQ(list().front().bundleID, std::nullopt);
+  EXPECT_FALSE(list().front().isPlaying);
+
+  hardware.readFailures = {{fourCharacterCode("prs#"), -1}};
+  EXPECT_THAT(list(), IsEmpty());
+  EXPECT_THAT(userApps(), IsEmpty());
+}
+
+TEST_F(AudioProcessesTest, NamesAProcessByTheFirstNameThatThereIs) {
+  hardware.addProcess(123, "org.player");
+  EXPECT_THAT(listNames(), ElementsAre("org.player"));
+  applications.addRegular(123, "org.other", "Running Player");
+  EXPECT_THAT(listNames(), ElementsAre("Running Player"));
+  applications.bundleNames["org.player"] = "Player";
+  EXPECT_THAT(listNames(), ElementsAre("Player"));
+  applications.displayNames["org.player"] = "Le Player";
+  EXPECT_THAT(listNames(), ElementsAre("Le Player"));
+}
+
+TEST_F(AudioProcessesTest, AProcessThatIsARegularApplicationCountsForItWhateverItsBundleSays) {
+  applications.addRegular(10, "org.browser", "Browser");
+  applications.addRegular(11, "org.player", "Player");
+  const auto object = hardware.addProcess(10, "org.player.helper");
+  const auto bare = hardware.addProcess(11);
+  EXPECT_THAT(userApps(), ElementsAre(AudioApp{"org.browser", "Browser", false, {object}},
+                                      AudioApp{"org.player", "Player", false, {bare}}));
+}
+
+TEST_F(AudioProcessesTest, AHelperBelongsToTheLongestIdentifierThatItsOwnExtendsByWholePieces) {
+  applications.addRegular(10, "org.browser", "Browser");
+  applications.addRegular(11, "org.browser.beta", "Beta");
+  const auto plain = hardware.addProcess(100, "org.browser.helper.renderer");
+  const auto beta = hardware.addProcess(101, "org.browser.beta.helper");
+  const auto exact = hardware.addProcess(102, "org.browser.beta");
+  hardware.addProcess(103, "org.browserhelper"); // no point after the identifier
+  hardware.addProcess(104, "org");
+  hardware.addProcess(105, "org.absent.helper");
+  hardware.addProcess(106);
+  EXPECT_THAT(userApps(), ElementsAre(AudioApp{"org.browser.beta", "Beta", false, {beta, exact}},
+                                      AudioApp{"org.browser", "Browser", false, {plain}}));
+  EXPECT_EQ(list().size(), 7U); // whoever has no owner is listed all the same
+}
+
+TEST_F(AudioProcessesTest, OnlyRegularApplicationsWithAnIdentifierOwnProcesses) {
+  for (const auto policy : {platform::ActivationPolicy::accessory, platform::ActivationPolicy::prohibited}) {
+    applications.running.push_back({10, policy, "org.agent", "Agent"});
+  }
+  applications.running.push_back({11, platform::ActivationPolicy::regular, std::nullopt, "Nameless"});
+  hardware.addProcess(10, "org.agent");
+  hardware.addProcess(11, "org.agent.helper");
+  EXPECT_THAT(userApps(), IsEmpty());
+}
+
+TEST_F(AudioProcessesTest, ThisProgramIsNeverInTheList) {
+  applications.addRegular(hardware.ownPID, "org.self", "Self");
+  hardware.addProcess(hardware.ownPID, "org.self", true);
+  EXPECT_THAT(userApps(), IsEmpty());
+  const auto other = hardware.addProcess(77, "org.self"); // another process of the same application
+  EXPECT_THAT(userApps(), ElementsAre(AudioApp{"org.self", "Self", false, {other}}));
+}
+
+TEST_F(AudioProcessesTest, OnePlayingHelperMakesItsApplicationPlayWithAllItsObjects) {
+  applications.addRegular(10, "org.browser", "Browser");
+  const Objects objects = {hardware.addProcess(101, "org.browser.a"),
+                           hardware.addProcess(102, "org.browser.b", true),
+                           hardware.addProcess(103, "org.browser.c")};
+  EXPECT_THAT(userApps(), ElementsAre(AudioApp{"org.browser", "Browser", true, objects}));
+}
+
+TEST_F(AudioProcessesTest, SortsThoseThatPlayFirstAndThenByNameWithoutRegardToCase) {
+  applications.addRegular(1, "b", "beta");
+  applications.addRegular(2, "a", "Alpha");
+  applications.addRegular(3, "z", "zulu");
+  applications.addRegular(4, "c", "Charlie");
+  applications.addRegular(5, "same", "ALPHA"); // equal to Alpha: stays behind it, as the server has them
+  for (const std::int32_t pid : {1, 2, 3, 4, 5}) hardware.addProcess(pid, std::nullopt, pid == 3);
+  EXPECT_THAT(userAppNames(), ElementsAre("zulu", "Alpha", "ALPHA", "beta", "Charlie"));
+}
+
+TEST_F(AudioProcessesTest, AnApplicationWithoutANameGoesByItsIdentifierAndOneWithAnEmptyNameIsLeftOut) {
+  applications.addRegular(1, "org.nameless", std::nullopt);
+  applications.addRegular(2, "org.empty", "");
+  hardware.addProcess(1);
+  hardware.addProcess(2);
+  EXPECT_THAT(userAppNames(), ElementsAre("org.nameless"));
+}
+
+TEST_F(AudioProcessesTest, OfTwoApplicationsWithOneIdentifierTheLaterIsTheOwner) {
+  applications.addRegular(1, "org.player", "Earlier");
+  applications.addRegular(2, "org.player", "Later");
+  hardware.addProcess(50, "org.player.helper");
+  EXPECT_THAT(userAppNames(), ElementsAre("Later"));
+}
+
+TEST_F(AudioProcessesTest, FindsTheObjectOfAProcessAndTheTextOfAProperty) {
+  const auto object = hardware.addProcess(50, "org.player");
+  const auto bare = hardware.addProcess(51);
+  EXPECT_EQ(AudioProcesses::object(hardware, 50), object);
+  EXPECT_EQ(AudioProcesses::object(hardware, 52), std::nullopt);
+
+  constexpr auto bundle = fourCharacterCode("pbid");
+  EXPECT_EQ(AudioProcesses::string(hardware, object, bundle), "org.player");
+  EXPECT_EQ(AudioProcesses::string(hardware, bare, bundle), std::nullopt);
+  EXPECT_EQ(AudioProcesses::string(hardware, object, fourCharacterCode("ppid")), std::nullopt); // no text
+  EXPECT_EQ(AudioProcesses::string(hardware, 999, bundle), std::nullopt);
+
+  hardware.readFailures[fourCharacterCode("id2p")] = -1;
+  EXPECT_EQ(AudioProcesses::object(hardware, 50), std::nullopt);
+}
+
+TEST(AudioProcessRecords, HashAndCompareByAllFields) {
+  const AudioApp app{"org.player", "Player", false, {1, 2}};
+  AudioApp playing = app;
+  playing.isPlaying = true;
+  AudioApp other = app;
+  other.objectIDs = {2, 1};
+  const std::unordered_set<AudioApp> apps = {app, playing, other, app};
+  EXPECT_EQ(apps.size(), 3U);
+
+  const AudioProcessInfo process{1, 2, std::nullopt, "x", false};
+  AudioProcessInfo named = process;
+  named.bundleID = "";
+  const std::unordered_set<AudioProcessInfo> processes = {process, named, process};
+  EXPECT_EQ(processes.size(), 2U);
+}
+
+} // namespace
+
+} // namespace tolvera
