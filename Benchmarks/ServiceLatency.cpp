@@ -1,0 +1,213 @@
+// Feeds the service in real time with twenty spoken sentences and prints how well it hears and how soon it
+// answers: first one stream, then two at once.
+//
+// Word end to partial translation: the ends come from a forced alignment made beforehand (WordTimes.h). A
+// translation covers a word if the last source caption before it has the word in its place, which an
+// alignment by least edits with the sentence decides. A word that no caption gets right is left out and
+// counted.
+
+#include "SpokenSentences.h"
+#include "WordTimes.h"
+
+#include "ServiceTests/RunningServer.h"
+#include "ServiceTests/StreamClient.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <optional>
+#include <sstream>
+#include <thread>
+
+namespace {
+
+using tolvera::bench::spokenSentences;
+using tolvera::bench::wordEnds;
+using tolvera::test::HTTPClient;
+using tolvera::test::StreamClient;
+using tolvera::test::textOf;
+using Time = StreamClient::Clock::time_point;
+using Words = std::vector<std::string>;
+
+constexpr std::size_t chunk = 1600;
+constexpr std::size_t pauseChunks = 25;
+
+Words wordsOf(std::string_view text) {
+  std::string plain;
+  for (const char c : text)
+    if (c != '.') plain += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  std::istringstream stream(plain);
+  return {std::istream_iterator<std::string>(stream), {}};
+}
+
+// Least edits between what was said and what was heard, and which words of the former came through.
+struct Alignment {
+  std::size_t edits = 0;
+  std::vector<bool> right;
+};
+
+Alignment align(const Words& said, const Words& heard) {
+  const std::size_t rows = said.size() + 1;
+  const std::size_t columns = heard.size() + 1;
+  std::vector<std::vector<std::size_t>> cost(rows, std::vector<std::size_t>(columns));
+  for (std::size_t i = 0; i < rows; ++i)
+    for (std::size_t j = 0; j < columns; ++j) {
+      if (i == 0 || j == 0) {
+        cost[i][j] = i + j;
+        continue;
+      }
+      const std::size_t change = cost[i - 1][j - 1] + (said[i - 1] == heard[j - 1] ? 0 : 1);
+      cost[i][j] = std::min({change, cost[i - 1][j] + 1, cost[i][j - 1] + 1});
+    }
+  Alignment result{cost.back().back(), std::vector<bool>(said.size())};
+  for (std::size_t i = said.size(), j = heard.size(); i > 0 && j > 0;) {
+    const bool same = said[i - 1] == heard[j - 1];
+    if (cost[i][j] == cost[i - 1][j - 1] + (same ? 0 : 1)) {
+      result.right[i - 1] = same;
+      --i, --j;
+    } else if (cost[i][j] == cost[i - 1][j] + 1) {
+      --i;
+    } else {
+      --j;
+    }
+  }
+  return result;
+}
+
+struct Sentence {
+  Words words;
+  std::vector<std::int16_t> samples;
+  std::vector<double> ends;
+};
+
+struct Figures {
+  std::size_t words = 0;
+  std::size_t edits = 0;
+  std::size_t neverRight = 0;
+  std::vector<double> toFinal;
+  std::vector<double> toPartial;
+  double lastAnswer = 0; // seconds between the last sentence's end and its final translation
+};
+
+void add(Figures& figures, const Sentence& sentence, Time start,
+         const std::vector<StreamClient::Frame>& frames) {
+  const auto at = [&](double seconds) {
+    return start +
+           std::chrono::duration_cast<StreamClient::Clock::duration>(std::chrono::duration<double>(seconds));
+  };
+  const auto since = [&](Time later, double seconds) {
+    return std::chrono::duration<double>(later - at(seconds)).count();
+  };
+  const auto captions = [&](auto&& use) {
+    for (const auto& frame : frames)
+      if (frame.received >= start && frame.json.contains("text"))
+        use(frame, frame.json.at("final").as_bool());
+  };
+  std::vector<std::optional<double>> partial(sentence.words.size());
+  Words finals; // of the utterances that are over
+  Words now;
+  std::optional<Time> lastFinal;
+  captions([&](const StreamClient::Frame& frame, bool final) {
+    if (textOf(frame, "type") == "src") {
+      now = finals;
+      for (std::string& word : wordsOf(textOf(frame, "text") + textOf(frame, "stash")))
+        now.push_back(std::move(word));
+      if (final) finals = now;
+      return;
+    }
+    if (final) lastFinal = frame.received;
+    const Alignment alignment = align(sentence.words, now);
+    for (std::size_t i = 0; i < partial.size(); ++i)
+      if (alignment.right[i] && !partial[i]) partial[i] = since(frame.received, sentence.ends[i]);
+  });
+  figures.words += sentence.words.size();
+  figures.edits += align(sentence.words, finals).edits;
+  for (const auto& latency : partial) {
+    if (latency)
+      figures.toPartial.push_back(*latency);
+    else
+      ++figures.neverRight;
+  }
+  if (lastFinal) {
+    figures.lastAnswer = since(*lastFinal, sentence.ends.back());
+    figures.toFinal.push_back(figures.lastAnswer);
+  }
+}
+
+// Speaks all sentences into one stream, each chunk when its last sample would have been recorded.
+Figures measure(std::uint16_t port, const std::vector<Sentence>& sentences) {
+  StreamClient client(port, "token=" + HTTPClient(port).signUp() + "&target=es&source=en&dub=0&src=1");
+  client.waitForType("ready");
+  const std::vector<std::int16_t> silence(chunk);
+  auto due = StreamClient::Clock::now();
+  std::vector<Time> starts;
+  const auto send = [&](std::span<const std::int16_t> samples) {
+    due += std::chrono::milliseconds(100);
+    std::this_thread::sleep_until(due);
+    client.sendAudio(samples);
+  };
+  for (std::size_t i = 0; i < 20; ++i) send(silence);
+  for (const Sentence& sentence : sentences) {
+    starts.push_back(due);
+    for (std::size_t at = 0; at < sentence.samples.size(); at += chunk) {
+      std::vector<std::int16_t> block(chunk);
+      const std::size_t count = std::min(chunk, sentence.samples.size() - at);
+      std::copy_n(sentence.samples.begin() + static_cast<std::ptrdiff_t>(at), count, block.begin());
+      send(block);
+    }
+    for (std::size_t i = 0; i < pauseChunks; ++i) send(silence);
+  }
+  std::this_thread::sleep_for(std::chrono::seconds(2));
+  const auto frames = client.frames();
+  Figures figures;
+  for (std::size_t i = 0; i < sentences.size(); ++i) {
+    const Time end = i + 1 < sentences.size() ? starts[i + 1] : Time::max();
+    std::vector<StreamClient::Frame> own;
+    std::copy_if(frames.begin(), frames.end(), std::back_inserter(own),
+                 [&](const auto& frame) { return frame.received >= starts[i] && frame.received < end; });
+    add(figures, sentences[i], starts[i], own);
+  }
+  return figures;
+}
+
+double quantile(std::vector<double> values, double q) {
+  if (values.empty()) return NAN;
+  std::sort(values.begin(), values.end());
+  return values[static_cast<std::size_t>(std::lround(q * static_cast<double>(values.size() - 1)))];
+}
+
+void print(const char* name, const Figures& figures) {
+  std::printf("%s\n", name);
+  std::printf("  word error                          %5.1f %%  (%zu of %zu)\n",
+              100.0 * static_cast<double>(figures.edits) / static_cast<double>(figures.words), figures.edits,
+              figures.words);
+  std::printf(
+      "  end of speech to final translation  %5.2f s median, %.2f s p90 (%zu sentences; the last %.2f s)\n",
+      quantile(figures.toFinal, 0.5), quantile(figures.toFinal, 0.9), figures.toFinal.size(),
+      figures.lastAnswer);
+  std::printf(
+      "  end of word to partial translation  %5.2f s median, %.2f s p90 (%zu words; %zu never right)\n",
+      quantile(figures.toPartial, 0.5), quantile(figures.toPartial, 0.9), figures.toPartial.size(),
+      figures.neverRight);
+}
+
+} // namespace
+
+int main() {
+  std::vector<Sentence> sentences;
+  for (const std::string_view text : spokenSentences) {
+    Sentence sentence{wordsOf(text), tolvera::test::spoken(std::string(text)), {}};
+    sentence.ends = wordEnds(sentence.samples, sentence.words);
+    sentences.push_back(std::move(sentence));
+  }
+  tolvera::test::RunningServer server;
+  print("one stream", measure(server->port(), sentences));
+
+  Figures other;
+  std::vector<Sentence> reversed(sentences.rbegin(), sentences.rend());
+  std::thread second([&] { other = measure(server->port(), reversed); });
+  const Figures first = measure(server->port(), sentences);
+  second.join();
+  print("two streams at once: the first", first);
+  print("two streams at once: the second", other);
+}
