@@ -1,0 +1,69 @@
+#pragma once
+
+#include "Platform/URLSession.h"
+
+namespace tolvera::adapters {
+
+// Codes of the PlatformErrors whose domain is `platform::transportErrorDomain`.
+enum class TransportError {
+  cancelled = 1,    // by the caller, or the connection was closed by this side
+  badRequest,       // an address or a header that cannot be sent
+  hostNotFound,     //
+  cannotConnect,    //
+  notTrusted,       // the certificate was refused
+  secureConnection, // any other failure of TLS
+  timedOut,         // no answer to a lookup, a connect, a handshake or a request
+  upgradeRefused,   // an HTTP status other than 101 in answer to a web socket request
+  notHTTP,          // an answer that cannot be understood
+  tooLarge,         // a message or a body over the limit
+  connectionLost,   // broken, reset or silent
+  closedByPeer,     // a web socket closed by the other side
+};
+
+struct BeastOptions {
+  Duration resolveTimeout = std::chrono::seconds(10);
+  Duration connectTimeout = std::chrono::seconds(10); // for all addresses of a host together
+  Duration tlsTimeout = std::chrono::seconds(10);
+  Duration upgradeTimeout = std::chrono::seconds(10);
+  Duration closeTimeout = std::chrono::seconds(2);          // for the goodbye of a web socket
+  Duration connectStagger = std::chrono::milliseconds(250); // until the next address is tried as well
+
+  // A web socket's peer that vanishes is noticed after `unacknowledged` while data flows, and in silence
+  // after the keepalive's idle time and probes. Whole seconds but for `unacknowledged`.
+  Duration unacknowledged = std::chrono::seconds(20);
+  std::chrono::seconds keepAliveIdle{10};
+  std::chrono::seconds keepAliveInterval{5};
+  int keepAliveProbes = 2;
+
+  std::size_t maxMessageBytes = 16U << 20U; // of a web socket message received
+  std::size_t maxBodyBytes = 8U << 20U;     // of an HTTP reply
+  std::string userAgent = "Tolvera";        // of HTTP requests; a web socket sends none
+};
+
+struct BeastEnvironment;
+
+// Connections by Boost.Beast and OpenSSL, certificates checked against the system's store (or
+// SSL_CERT_FILE). Each connection and each exchange runs on a strand of its own; callers may be on any
+// executor and resume on theirs.
+//
+// HTTP is one exchange a connection. A redirect is a reply like any other and is not followed. An answer
+// that is not HTTP is a PlatformError (`notHTTP`), so `status` is never absent. Cancelling the caller of
+// `data` ends the exchange.
+//
+// A web socket keeps reading while it is open and holds up to a few MiB of messages that nobody has
+// received yet; then it stops reading until somebody does. Dropping the last reference to an open
+// connection closes it with code 1001 in the background.
+class BeastURLSession final : public platform::URLSession {
+ public:
+  // `ioExecutor` must belong to an io_context that outlives this object and all its connections.
+  explicit BeastURLSession(const Executor& ioExecutor, BeastOptions options = {});
+  ~BeastURLSession() override;
+
+  std::shared_ptr<platform::WebSocketTask> webSocketTask(const platform::URL& url) override;
+  Task<platform::HTTPResponse> data(platform::HTTPRequest request) override;
+
+ private:
+  std::shared_ptr<BeastEnvironment> environment_;
+};
+
+} // namespace tolvera::adapters
