@@ -331,6 +331,14 @@ TEST_F(SessionTest, FinishesAFrameWhoseSenderWasCancelled) {
   loop_.settle();
   EXPECT_TRUE(pump.finished());
   EXPECT_THAT(current()->sentAudio(), ElementsAre(chunk));
+
+  current()->stall(); // and deals with the failure of one
+  const auto another = send();
+  another.cancel();
+  fail();
+  loop_.advance(1s);
+  EXPECT_TRUE(another.finished());
+  EXPECT_THAT(events_, ElementsAre(connecting, reconnecting, reconnecting));
 }
 
 TEST_F(SessionTest, LeavesNothingBehindWhenItIsDropped) {
