@@ -335,6 +335,7 @@ TEST_F(SessionTest, FinishesAFrameWhoseSenderWasCancelled) {
   current()->stall(); // and deals with the failure of one
   const auto another = send();
   another.cancel();
+  loop_.settle();
   fail();
   loop_.advance(1s);
   EXPECT_TRUE(another.finished());
