@@ -5,6 +5,8 @@
 #include "Support/TemporaryDirectory.h"
 #include "Support/TemporaryEnvironment.h"
 
+#include <signal.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -138,6 +140,27 @@ TEST(DesktopFileManager, FailsCleanlyWhereItCannotWrite) {
 
   ASSERT_EQ(::mkfifo((root / "pipe").c_str(), 0600), 0);
   EXPECT_FALSE(files.contents(root / "pipe"));
+}
+
+TEST(DesktopFileManager, AFullDiskLeavesTheOldFileButForItsOwnerAlone) {
+  const TemporaryDirectory root;
+  PosixFileManager files;
+  std::ofstream(root / "file") << "old";
+  ::chmod((root / "file").c_str(), 0644);
+
+  rlimit before{};
+  ::getrlimit(RLIMIT_FSIZE, &before);
+  const auto handler = ::signal(SIGXFSZ, SIG_IGN);
+  const rlimit full{.rlim_cur = 2, .rlim_max = before.rlim_max};
+  ::setrlimit(RLIMIT_FSIZE, &full);
+  const bool written = files.writePrivateFile(root / "file", "too long");
+  ::setrlimit(RLIMIT_FSIZE, &before);
+  ::signal(SIGXFSZ, handler);
+
+  EXPECT_FALSE(written);
+  EXPECT_EQ(files.contents(root / "file"), "old");
+  EXPECT_EQ(modeOf(root / "file"), 0600u);
+  EXPECT_EQ(entriesIn(root.path()), 1u);
 }
 
 // A reader beside the writer sees only whole contents, and never a file or directory that others may use.
