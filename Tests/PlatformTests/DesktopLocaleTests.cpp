@@ -83,6 +83,9 @@ TEST(DesktopLocale, ComparesByTheUsersLocaleWhateverTheTextsAreIn) {
   EXPECT_GT(IcuLocale("sv_SE").localizedCompare("Öl", "Zebra"), 0);
   EXPECT_EQ(IcuLocale("en_US").localizedCompare("same", "same"), 0);
   EXPECT_GT(IcuLocale("en_US").localizedCompare("same", ""), 0);
+  EXPECT_NE(IcuLocale("en_US").localizedCompare("ÖL", "öl"), 0);
+  EXPECT_EQ(IcuLocale("en_US").localizedCaseInsensitiveCompare("ÖL", "öl"), 0);
+  EXPECT_NE(IcuLocale("en_US").localizedCaseInsensitiveCompare("OL", "öl"), 0);
 }
 
 TEST(DesktopLocale, GuessesATargetForEveryLocaleThatTheSystemCanName) {
