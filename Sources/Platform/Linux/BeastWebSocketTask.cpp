@@ -28,14 +28,25 @@ constexpr std::size_t maxInboxMessages = 4096;
 constexpr std::size_t keptReadBufferBytes = 256U << 10U;
 constexpr auto afterFailedWrite = std::chrono::milliseconds(500);
 
+// What a PlatformError says, as a plain value: the text inside an exception is shared by its copies, and
+// these go to callers on other threads.
+struct Failure {
+  Failure(const PlatformError& error) : code(static_cast<TransportError>(error.code())), text(error.what()) {}
+
+  [[noreturn]] void raise() const { throw transportError(code, text); }
+
+  TransportError code;
+  std::string text;
+};
+
 // A suspended caller of `send` or `receive`. Touched on the strand until the caller is resumed.
 struct Waiter {
   std::optional<Resumption> resumption;
   std::optional<Message> message; // to send, or received
-  std::optional<PlatformError> failure;
+  std::optional<Failure> failure;
 
   void succeed() { resume(); }
-  void fail(const PlatformError& why) {
+  void fail(const Failure& why) {
     if (resumption) failure = why;
     resume();
   }
@@ -93,13 +104,13 @@ class WebSocketConnection : public std::enable_shared_from_this<WebSocketConnect
     auto waiter = std::make_shared<Waiter>();
     waiter->message = std::move(message);
     co_await queue(self, waiter, &WebSocketConnection::enqueue);
-    if (waiter->failure) throw PlatformError(*waiter->failure);
+    if (waiter->failure) waiter->failure->raise();
   }
 
   static Task<Message> receive(std::shared_ptr<WebSocketConnection> self) {
     auto waiter = std::make_shared<Waiter>();
     co_await queue(self, waiter, &WebSocketConnection::deliverTo);
-    if (waiter->failure) throw PlatformError(*waiter->failure);
+    if (waiter->failure) waiter->failure->raise();
     co_return std::move(*waiter->message);
   }
 
@@ -301,7 +312,7 @@ class WebSocketConnection : public std::enable_shared_from_this<WebSocketConnect
   }
 
   // Whoever waits learns why, and so does whoever comes later. The first reason stays.
-  void fail(const PlatformError& why) {
+  void fail(const Failure& why) {
     if (!failure_) failure_ = why;
     phase_ = Phase::closed;
     if (writing_) writing_->fail(*failure_); // the bytes stay until the write ends
@@ -340,7 +351,7 @@ class WebSocketConnection : public std::enable_shared_from_this<WebSocketConnect
   // On the strand.
   Phase phase_ = Phase::idle;
   std::string where_;
-  std::optional<PlatformError> failure_; // set once closing or closed
+  std::optional<Failure> failure_; // set once closing or closed
   TaskHandle connecting_;
   std::optional<Stream> socket_;
   std::deque<WaiterPointer> outbox_;
