@@ -18,7 +18,9 @@ using platform::PlatformError;
 
 constexpr std::chrono::seconds snapshotPatience{2};
 constexpr std::chrono::seconds openingPatience{1};
-constexpr std::uint32_t blocksASecond = 50; // the latency asked for
+constexpr std::chrono::milliseconds firstRetry{20};
+constexpr std::chrono::milliseconds laterRetries{500};
+constexpr std::uint32_t blocksASecond = 40; // the latency asked for: at 48 kHz the usual 1024 frames
 
 PlatformError failure(int code, const std::string& text) { return {"PipeWire", code, text}; }
 
@@ -80,13 +82,13 @@ PipeWireCapture::PipeWireCapture(std::shared_ptr<PipeWireGraph> graph, const Aud
   PipeWireConnection& connection = graph_->connection;
   if (!connection.open(snapshotPatience)) throw failure(ECONNREFUSED, "The sound server does not answer.");
   const LoopLock lock(connection.loop());
+  connection.addListener(*this);
   follow();
   awaitOpening();
-  if (!flowing_ && (failed_ || !stream_)) {
-    close();
-    throw failure(ENODEV, failure_.empty() ? "There is no audio input." : failure_);
-  }
-  connection.addListener(*this);
+  if (flowing_ || (stream_ && !failed_)) return;
+  connection.removeListener(*this);
+  close();
+  throw failure(ENODEV, failure_.empty() ? "There is no audio input." : failure_);
 }
 
 PipeWireCapture::~PipeWireCapture() {
@@ -95,12 +97,14 @@ PipeWireCapture::~PipeWireCapture() {
   close();
 }
 
-// A device may take long to start; then the capture goes on opening by itself.
+// Sound is about to come when it returns. (Besides, the library loses a descriptor with a stream that is
+// dropped while the server links it.) A device may take longer to start; then the capture goes on opening
+// by itself.
 void PipeWireCapture::awaitOpening() {
   pw_thread_loop* loop = graph_->connection.loop();
   timespec deadline{};
   pw_thread_loop_get_time(loop, &deadline, std::chrono::nanoseconds(openingPatience).count());
-  while (stream_ && !flowing_ && !failed_) {
+  while (stream_ && !flowing_) {
     if (pw_thread_loop_timed_wait_full(loop, &deadline) != 0) break;
   }
 }
@@ -144,15 +148,19 @@ void PipeWireCapture::close() {
   flowing_ = failed_ = false;
 }
 
-// Whatever ended the stream, a new one is tried while the source is there.
+// Whatever ended the stream, a new one is tried while the source is there. Soon at first: the session
+// manager now and then takes a new stream for one that it has just seen off.
 void PipeWireCapture::onState(pw_stream_state state, const char* error) {
   if (openSerial_ == 0) return;
-  if (state == PW_STREAM_STATE_PAUSED || state == PW_STREAM_STATE_STREAMING) flowing_ = true;
+  if (state == PW_STREAM_STATE_STREAMING) {
+    flowing_ = true;
+    failures_ = 0;
+  }
   if (state == PW_STREAM_STATE_ERROR || state == PW_STREAM_STATE_UNCONNECTED) {
+    graph_->connection.retryIn(failures_++ == 0 ? firstRetry : laterRetries);
     failed_ = true;
     flowing_ = false;
     failure_ = error != nullptr ? error : "";
-    graph_->connection.retryLater();
   }
   pw_thread_loop_signal(graph_->connection.loop(), false);
 }

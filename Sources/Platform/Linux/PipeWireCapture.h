@@ -39,8 +39,9 @@ class PipeWireCapture final : private PipeWireConnection::Listener {
   Stream stream_;
   Hook hook_;
   std::uint64_t openSerial_ = 0; // the source that the stream is on
-  bool flowing_ = false;         // the stream is linked to its source
+  bool flowing_ = false;         // the stream has started on its source
   bool failed_ = false;          // the stream has ended by itself
+  int failures_ = 0;             // since it last flowed
   std::string failure_;
 };
 

@@ -162,7 +162,7 @@ void PipeWireConnection::changed() {
   awaited_ = pw_core_sync(core_, PW_ID_CORE, 0);
 }
 
-void PipeWireConnection::retryLater() { arm(retryInterval); }
+void PipeWireConnection::retryIn(std::chrono::milliseconds delay) { arm(delay); }
 
 void PipeWireConnection::onDone(int sequence) {
   if (!waiting_ || sequence != awaited_) return;

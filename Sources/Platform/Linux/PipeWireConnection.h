@@ -50,8 +50,8 @@ class PipeWireConnection {
   void removeListener(Listener& listener);
   [[nodiscard]] pw_core* core() const { return core_; } // null without a server
   [[nodiscard]] pw_registry* registry() const { return registry_; }
-  void changed();    // `settled` is due after a round trip to the server
-  void retryLater(); // `settled` is due in half a second
+  void changed();                                // `settled` is due after a round trip to the server
+  void retryIn(std::chrono::milliseconds delay); // `settled` is due then
 
  private:
   struct Events;
