@@ -1,10 +1,10 @@
 #include "TolveraService/AccountStore.h"
 
-#include "TolveraService/Secrets.h"
-
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cmath>
+#include <ctime>
 
 namespace tolvera::service {
 
@@ -32,6 +32,20 @@ CREATE TABLE IF NOT EXISTS installations (
   own_account INTEGER NOT NULL REFERENCES accounts (id),
   signed_in_account INTEGER REFERENCES accounts (id)
 ) WITHOUT ROWID;
+CREATE TABLE IF NOT EXISTS local_account (
+  one INTEGER PRIMARY KEY CHECK (one = 1),
+  account INTEGER NOT NULL REFERENCES accounts (id)
+);
+CREATE TABLE IF NOT EXISTS links (
+  code_hash BLOB PRIMARY KEY CHECK (length(code_hash) = 32),
+  purpose INTEGER NOT NULL,
+  token_hash BLOB NOT NULL REFERENCES installations (token_hash),
+  pack TEXT NOT NULL,
+  order_number TEXT NOT NULL,
+  made_at INTEGER NOT NULL,
+  used INTEGER NOT NULL DEFAULT 0
+) WITHOUT ROWID;
+CREATE INDEX IF NOT EXISTS links_by_age ON links (made_at);
 PRAGMA user_version = 1;
 COMMIT;
 )sql";
@@ -41,6 +55,10 @@ Database withSchema(const std::filesystem::path& file) {
   database.execute(schema);
   return database;
 }
+
+constexpr std::int64_t linkLifetime = 30 * 60; // s
+
+std::int64_t now() { return static_cast<std::int64_t>(std::time(nullptr)); }
 
 std::int64_t milliseconds(double seconds) { return static_cast<std::int64_t>(std::llround(seconds * 1000)); }
 double seconds(std::int64_t milliseconds) { return static_cast<double>(milliseconds) / 1000; }
@@ -55,8 +73,26 @@ AccountStore::AccountStore(const std::filesystem::path& directory)
                                    " FROM installations i"
                                    " JOIN accounts a ON a.id = coalesce(i.signed_in_account, i.own_account)"
                                    " WHERE i.token_hash = ?1"),
-      chargeAccount_(database_, "UPDATE accounts SET used_ms = min(granted_ms, used_ms + ?2) WHERE id = ?1"
-                                " RETURNING granted_ms - used_ms") {}
+      chargeAccount_(database_, "UPDATE accounts SET used_ms = min(granted_ms, used_ms + ?2) WHERE id ="
+                                " (SELECT coalesce(signed_in_account, own_account) FROM installations"
+                                " WHERE token_hash = ?1) RETURNING granted_ms - used_ms"),
+      bindInstallation_(database_, "UPDATE installations SET signed_in_account = ?2 WHERE token_hash = ?1"),
+      unbindInstallation_(database_,
+                          "UPDATE installations SET signed_in_account = NULL WHERE token_hash = ?1"),
+      insertLink_(database_, "INSERT INTO links (code_hash, purpose, token_hash, pack, order_number, made_at)"
+                             " VALUES (?1, ?2, ?3, ?4, ?5, ?6)"),
+      dropOldLinks_(database_, "DELETE FROM links WHERE made_at < ?1"),
+      findLink_(database_, "SELECT l.purpose, l.token_hash, l.pack, l.order_number, l.used,"
+                           " i.signed_in_account IS NOT NULL"
+                           " FROM links l JOIN installations i ON i.token_hash = l.token_hash"
+                           " WHERE l.code_hash = ?1 AND l.made_at >= ?2"),
+      useLink_(database_, "UPDATE links SET used = 1 WHERE code_hash = ?1"),
+      findLocalAccount_(database_, "SELECT account FROM local_account"),
+      insertLocalAccount_(database_, "INSERT INTO local_account (one, account) VALUES (1, ?1)"),
+      findOwnAccount_(database_, "SELECT own_account, granted_ms - used_ms FROM installations"
+                                 " JOIN accounts ON id = own_account WHERE token_hash = ?1"),
+      takeAll_(database_, "UPDATE accounts SET granted_ms = used_ms WHERE id = ?1"),
+      grant_(database_, "UPDATE accounts SET granted_ms = granted_ms + ?2 WHERE id = ?1") {}
 
 AccountStore::Signup AccountStore::signUp() {
   Signup signup{makeSecret(), secondsGranted};
@@ -72,21 +108,112 @@ AccountStore::Signup AccountStore::signUp() {
 std::optional<AccountStore::Account> AccountStore::find(std::string_view token) {
   const SecretHash hash = hashOf(token);
   std::scoped_lock lock(mutex_);
-  if (!findInstallation_.with(hash).step()) return std::nullopt;
+  return account(hash);
+}
+
+std::optional<AccountStore::Account> AccountStore::account(const SecretHash& installation) {
+  if (!findInstallation_.with(installation).step()) return std::nullopt;
   const std::int64_t granted = findInstallation_.integer(1);
   const std::int64_t used = findInstallation_.integer(2);
-  const Account account{findInstallation_.integer(0), seconds(granted - used), seconds(used),
+  const Account account{installation, findInstallation_.integer(0), seconds(granted - used), seconds(used),
                         findInstallation_.integer(3) != 0};
   findInstallation_.reset();
   return account;
 }
 
-double AccountStore::charge(std::int64_t account, double used) {
+double AccountStore::charge(const SecretHash& installation, double used) {
   std::scoped_lock lock(mutex_);
-  if (!chargeAccount_.with(account, milliseconds(used)).step()) return 0;
+  if (!chargeAccount_.with(installation, milliseconds(used)).step()) return 0;
   const double left = seconds(chargeAccount_.integer(0));
   chargeAccount_.run();
   return left;
+}
+
+AccountStore::Account AccountStore::signOut(const SecretHash& installation) {
+  std::scoped_lock lock(mutex_);
+  unbindInstallation_.with(installation).run();
+  const auto after = account(installation);
+  if (!after) throw DatabaseError("an installation has vanished");
+  return *after;
+}
+
+std::string AccountStore::makeLink(const SecretHash& installation, Purpose purpose, std::string_view pack,
+                                   std::string_view order) {
+  std::string code = makeSecret();
+  const SecretHash hash = hashOf(code);
+  std::scoped_lock lock(mutex_);
+  Database::Transaction transaction(database_);
+  dropOldLinks_.with(now() - linkLifetime).run();
+  insertLink_.with(hash, static_cast<std::int64_t>(purpose), installation, pack, order, now()).run();
+  transaction.commit();
+  return code;
+}
+
+std::optional<AccountStore::Link> AccountStore::findLink(std::string_view code) {
+  const SecretHash hash = hashOf(code);
+  std::scoped_lock lock(mutex_);
+  return link(hash);
+}
+
+std::optional<AccountStore::Link> AccountStore::link(const SecretHash& code) {
+  if (!findLink_.with(code, now() - linkLifetime).step()) return std::nullopt;
+  Link link;
+  link.purpose = static_cast<Purpose>(findLink_.integer(0));
+  const std::string hash = findLink_.text(1);
+  std::copy_n(hash.begin(), std::min(hash.size(), link.installation.size()), link.installation.begin());
+  link.pack = findLink_.text(2);
+  link.order = findLink_.text(3);
+  link.used = findLink_.integer(4) != 0;
+  link.signedIn = findLink_.integer(5) != 0;
+  findLink_.reset();
+  return link;
+}
+
+std::int64_t AccountStore::localAccount() {
+  if (findLocalAccount_.with().step()) {
+    const std::int64_t known = findLocalAccount_.integer(0);
+    findLocalAccount_.reset();
+    return known;
+  }
+  insertAccount_.with(std::int64_t{0}).run();
+  const std::int64_t made = database_.lastInsertedRow();
+  insertLocalAccount_.with(made).run();
+  return made;
+}
+
+AccountStore::Outcome AccountStore::confirmSignIn(std::string_view code) {
+  const SecretHash hash = hashOf(code);
+  std::scoped_lock lock(mutex_);
+  Database::Transaction transaction(database_);
+  const auto found = link(hash);
+  if (!found || found->purpose != Purpose::signIn) return Outcome::unknownCode;
+  if (found->used) return Outcome::usedBefore;
+  useLink_.with(hash).run();
+  if (!found->signedIn && findOwnAccount_.with(found->installation).step()) {
+    const std::int64_t own = findOwnAccount_.integer(0);
+    const std::int64_t left = findOwnAccount_.integer(1);
+    findOwnAccount_.reset();
+    const std::int64_t local = localAccount();
+    takeAll_.with(own).run();
+    grant_.with(local, left).run();
+    bindInstallation_.with(found->installation, local).run();
+  }
+  transaction.commit();
+  return Outcome::done;
+}
+
+AccountStore::Outcome AccountStore::confirmPurchase(std::string_view code, double granted) {
+  const SecretHash hash = hashOf(code);
+  std::scoped_lock lock(mutex_);
+  Database::Transaction transaction(database_);
+  const auto found = link(hash);
+  if (!found || found->purpose != Purpose::purchase) return Outcome::unknownCode;
+  if (found->used) return Outcome::usedBefore;
+  if (!found->signedIn) return Outcome::signInFirst;
+  useLink_.with(hash).run();
+  grant_.with(account(found->installation).value().id, milliseconds(granted)).run();
+  transaction.commit();
+  return Outcome::done;
 }
 
 } // namespace tolvera::service

@@ -157,14 +157,14 @@ std::optional<std::string> ApertiumPipeline::exchange(std::string_view line, mil
     if (sent > 0) rest.remove_prefix(static_cast<std::size_t>(sent));
   }
   std::string reply;
-  while (reply.empty() || reply.back() != '\0') {
+  while (reply.find('\0') == std::string::npos) {
     std::array<char, 4096> buffer{};
     if (!wait(output_, POLLIN, deadline)) return std::nullopt;
     const ssize_t got = ::read(output_, buffer.data(), buffer.size());
     if (got == 0 || (got < 0 && errno != EINTR)) return std::nullopt;
     if (got > 0) reply.append(buffer.data(), static_cast<std::size_t>(got));
   }
-  reply.pop_back();
+  reply.resize(reply.find('\0')); // programs that end send more of them
   if (const std::size_t end = reply.rfind("[]["); end != std::string::npos) reply.resize(end);
   while (!reply.empty() && (reply.back() == '.' || reply.back() == ' ')) reply.pop_back();
   // A program that has died lets the others answer with nothing.

@@ -41,7 +41,6 @@ void Database::execute(const char* sql) {
 }
 
 std::int64_t Database::lastInsertedRow() const { return sqlite3_last_insert_rowid(handle_.get()); }
-int Database::changes() const { return sqlite3_changes(handle_.get()); }
 
 Database::Statement::Statement(Database& database, std::string_view sql) {
   sqlite3_stmt* statement = nullptr;
@@ -70,24 +69,14 @@ std::int64_t Database::Statement::integer(int column) const {
   return sqlite3_column_int64(statement_.get(), column);
 }
 
-std::optional<std::int64_t> Database::Statement::maybeInteger(int column) const {
-  if (sqlite3_column_type(statement_.get(), column) == SQLITE_NULL) return std::nullopt;
-  return integer(column);
-}
-
 std::string Database::Statement::text(int column) const {
-  const auto* bytes = reinterpret_cast<const char*>(sqlite3_column_text(statement_.get(), column));
+  const auto* bytes = reinterpret_cast<const char*>(sqlite3_column_blob(statement_.get(), column));
   if (bytes == nullptr) return {};
   return {bytes, static_cast<std::size_t>(sqlite3_column_bytes(statement_.get(), column))};
 }
 
 void Database::Statement::bind(int index, std::int64_t value) {
   check(sqlite3_bind_int64(statement_.get(), index, value), "binding");
-}
-
-void Database::Statement::bind(int index, std::optional<std::int64_t> value) {
-  if (value) return bind(index, *value);
-  check(sqlite3_bind_null(statement_.get(), index), "binding");
 }
 
 void Database::Statement::bind(int index, std::string_view value) {

@@ -3,7 +3,6 @@
 #include <cstdint>
 #include <filesystem>
 #include <memory>
-#include <optional>
 #include <span>
 #include <stdexcept>
 #include <string>
@@ -34,7 +33,7 @@ class Database {
     template<typename... Values>
     Statement& with(const Values&... values) {
       reset();
-      int index = 0;
+      [[maybe_unused]] int index = 0;
       (bind(++index, values), ...);
       return *this;
     }
@@ -45,7 +44,7 @@ class Database {
     void reset();
 
     [[nodiscard]] std::int64_t integer(int column) const;
-    [[nodiscard]] std::optional<std::int64_t> maybeInteger(int column) const;
+    // The bytes of a text or a blob.
     [[nodiscard]] std::string text(int column) const;
 
    private:
@@ -53,7 +52,6 @@ class Database {
       void operator()(sqlite3_stmt* statement) const;
     };
     void bind(int index, std::int64_t value);
-    void bind(int index, std::optional<std::int64_t> value);
     void bind(int index, std::string_view value);
     void bind(int index, std::span<const std::uint8_t> value);
     std::unique_ptr<sqlite3_stmt, Finalize> statement_;
@@ -75,8 +73,6 @@ class Database {
 
   void execute(const char* sql);
   [[nodiscard]] std::int64_t lastInsertedRow() const;
-  // Rows that the last statement changed.
-  [[nodiscard]] int changes() const;
 
  private:
   struct Close {

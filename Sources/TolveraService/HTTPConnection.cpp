@@ -24,6 +24,10 @@ constexpr std::uint32_t headerLimit = 8 * 1024;
 constexpr std::uint64_t bodyLimit = 16 * 1024;
 constexpr std::chrono::seconds waitLimit{15};
 
+constexpr Wording unreadable{"", "This is not a request that the service reads."};
+constexpr Wording foreign{"本地服务只回应本机的请求。",
+                          "The local service answers requests of this machine alone."};
+
 using Message = http::request<http::string_body>;
 
 std::string text(beast::string_view value) { return {value.data(), value.size()}; }
@@ -31,6 +35,7 @@ std::string text(beast::string_view value) { return {value.data(), value.size()}
 Request requestOf(const Message& message) {
   return {text(message.method_string()),
           text(message.target()),
+          text(message[http::field::host]),
           text(message[http::field::authorization]),
           text(message[http::field::content_type]),
           text(message[http::field::accept_language]),
@@ -106,15 +111,13 @@ class Connection {
     co_await http::async_read(stream_, buffer_, parser, withError);
     if (error) {
       if (!isBadInput(error)) co_return false;
-      const Response response =
-          refuse(statusOf(error), {}, "", "This is not a request that the service reads.");
+      const Response response = refuse(statusOf(error), TextLanguage::english, unreadable);
       co_await write(response, 11, false);
       co_return false;
     }
     Message message = parser.release();
     if (isForeign(message, services_->hostNames)) {
-      const Response response = refuse(421, requestOf(message), "本地服务只回应本机的请求。",
-                                       "The local service answers requests of this machine alone.");
+      const Response response = refuse(421, languageOf(requestOf(message)), foreign);
       co_await write(response, message.version(), false);
       co_return false;
     }

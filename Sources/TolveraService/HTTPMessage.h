@@ -11,6 +11,7 @@ namespace tolvera::service {
 struct Request {
   std::string method;
   std::string target; // as sent: path and query
+  std::string host;
   std::string authorization;
   std::string contentType;
   std::string acceptLanguage;

@@ -1,10 +1,11 @@
 #include "TolveraService/Routes.h"
 
-#include <boost/json.hpp>
-#include <boost/url.hpp>
+#include "TolveraService/Packs.h"
 
-#include <array>
+#include <boost/json.hpp>
+
 #include <cstdio>
+#include <exception>
 
 namespace tolvera::service {
 
@@ -12,20 +13,25 @@ namespace json = boost::json;
 
 namespace {
 
-struct Pack {
-  std::string_view id;
-  double hours;
-  int cents;
-  int fen;
-  bool popular;
-};
-constexpr std::array<Pack, 3> packs = {{{"hours-5", 5, 199, 1400, false},
-                                        {"hours-20", 20, 599, 4200, true},
-                                        {"hours-100", 100, 2399, 16800, false}}};
-
 constexpr double dubMultiplier = 4;
 
-Response ok(const json::object& body) { return {200, "application/json", json::serialize(body), {}}; }
+constexpr Wording nothingHere{"没有这个地址。", "There is nothing at this address."};
+constexpr Wording wrongMethod{"这个地址不接受这种请求。", "This address does not take such a request."};
+constexpr Wording unknownAccount{"本地服务不认识这个账户。", "The local service does not know this account."};
+constexpr Wording unknownPack{"没有这个时长包。", "There is no such pack."};
+constexpr Wording unknownMethod{"没有这种付款方式。", "There is no such payment method."};
+constexpr Wording notJSON{"请求内容必须是 JSON 对象，值都是文本。",
+                          "The body has to be a JSON object of texts."};
+constexpr Wording tooMany{"请求太频繁，请稍后再试。", "Too many requests. Try again later."};
+constexpr Wording storeFault{
+    "本地服务暂时无法读写账户，请稍后再试。",
+    "The local service cannot read or write its accounts at the moment. Try again later."};
+
+Response ok(const json::object& body) {
+  Response response;
+  response.body = json::serialize(body);
+  return response;
+}
 
 json::array packList() {
   json::array list;
@@ -37,26 +43,22 @@ json::array packList() {
   return list;
 }
 
-} // namespace
-
-TextLanguage languageOf(const Request& request) {
-  if (const auto url = boost::urls::parse_origin_form(request.target)) {
-    const auto items = url->params();
-    const auto lang = items.find("lang");
-    if (lang != items.end()) {
-      const std::string value((*lang).value);
-      if (value.starts_with("zh")) return TextLanguage::chinese;
-      if (value.starts_with("en")) return TextLanguage::english;
-    }
-  }
-  const std::size_t zh = request.acceptLanguage.find("zh");
-  const std::size_t en = request.acceptLanguage.find("en");
-  return zh < en ? TextLanguage::chinese : TextLanguage::english;
+std::string textOf(const json::object& object, std::string_view key) {
+  const json::value* value = object.if_contains(key);
+  return value != nullptr && value->is_string() ? std::string(value->get_string()) : std::string();
 }
 
-Response refuse(unsigned status, const Request& request, std::string_view chinese, std::string_view english) {
-  const std::string_view text = languageOf(request) == TextLanguage::chinese ? chinese : english;
-  return {status, "application/json", json::serialize(json::object{{"error", text}}), {}};
+std::string newOrderNumber() {
+  constexpr std::size_t length = 12;
+  return makeSecret().substr(0, length);
+}
+
+} // namespace
+
+Response refuse(unsigned status, TextLanguage language, const Wording& wording) {
+  Response response = ok({{"error", wording.in(language)}});
+  response.status = status;
+  return response;
 }
 
 Response Routes::answer(const Request& request) {
@@ -64,42 +66,52 @@ Response Routes::answer(const Request& request) {
     return dispatch(request);
   } catch (const std::exception& error) {
     std::fprintf(stderr, "tolvera-service: a request failed: %s\n", error.what());
-    return refuse(503, request, "本地服务暂时无法读写账户，请稍后再试。",
-                  "The local service cannot read or write its accounts at the moment. Try again later.");
+    return refuse(503, languageOf(request), storeFault);
   }
 }
 
 Response Routes::dispatch(const Request& request) {
-  const auto url = boost::urls::parse_origin_form(request.target);
+  struct Route {
+    std::string_view path;
+    std::string_view method;
+    Handler handler;
+  };
+  static constexpr std::array<Route, 5> routes = {{{"/api/signup", "POST", &Routes::signup},
+                                                   {"/api/me", "GET", &Routes::me},
+                                                   {"/api/checkout", "POST", &Routes::checkout},
+                                                   {"/api/auth/alipay/url", "GET", &Routes::signInAddress},
+                                                   {"/api/auth/unbind", "POST", &Routes::unbind}}};
   const std::string_view whole = request.target;
   const std::string_view path = whole.substr(0, whole.find('?'));
-  if (!url || !path.starts_with(base))
-    return refuse(404, request, "没有这个地址。", "There is nothing at this address.");
+  if (!path.starts_with(base)) return refuse(404, languageOf(request), nothingHere);
   const std::string_view rest = path.substr(base.size());
-  const auto only = [&](std::string_view method, auto&& handle) -> Response {
-    if (request.method == method) return handle();
-    Response response =
-        refuse(405, request, "这个地址不接受这种请求。", "This address does not take such a request.");
-    response.headers.emplace_back("Allow", method);
+  for (const Route& route : routes) {
+    if (rest != route.path) continue;
+    if (request.method == route.method) return (this->*route.handler)(request);
+    Response response = refuse(405, languageOf(request), wrongMethod);
+    response.headers.emplace_back("Allow", route.method);
     return response;
-  };
-  if (rest == "/api/signup") return only("POST", [&] { return signup(); });
-  if (rest == "/api/me") return only("GET", [&] { return me(request); });
-  return refuse(404, request, "没有这个地址。", "There is nothing at this address.");
+  }
+  if (auto page = pages_.answer(rest, request)) return std::move(*page);
+  return refuse(404, languageOf(request), nothingHere);
 }
 
-Response Routes::signup() {
+std::optional<AccountStore::Account> Routes::caller(const Request& request) {
+  constexpr std::string_view scheme = "Bearer ";
+  const std::string_view header = request.authorization;
+  if (!header.starts_with(scheme)) return std::nullopt;
+  return accounts_.find(header.substr(scheme.size()));
+}
+
+Response Routes::signup(const Request& request) {
+  if (!signups_.allows()) return refuse(429, languageOf(request), tooMany);
   const AccountStore::Signup signup = accounts_.signUp();
   return ok({{"token", signup.token}, {"secondsLeft", signup.secondsLeft}});
 }
 
 Response Routes::me(const Request& request) {
-  constexpr std::string_view scheme = "Bearer ";
-  const std::string_view header = request.authorization;
-  std::optional<AccountStore::Account> account;
-  if (header.starts_with(scheme)) account = accounts_.find(header.substr(scheme.size()));
-  if (!account)
-    return refuse(401, request, "本地服务不认识这个账户。", "The local service does not know this account.");
+  const auto account = caller(request);
+  if (!account) return refuse(401, languageOf(request), unknownAccount);
   return ok({{"secondsLeft", account->secondsLeft},
              {"secondsUsed", account->secondsUsed},
              {"dubMultiplier", dubMultiplier},
@@ -108,6 +120,46 @@ Response Routes::me(const Request& request) {
              {"loginMethods", json::array{"alipay"}},
              {"signedIn", account->signedIn},
              {"packs", packList()}});
+}
+
+Response Routes::checkout(const Request& request) {
+  const auto account = caller(request);
+  if (!account) return refuse(401, languageOf(request), unknownAccount);
+  boost::system::error_code error;
+  const json::value body = json::parse(request.body, error);
+  if (error || !body.is_object()) return refuse(400, languageOf(request), notJSON);
+  const json::object& order = body.get_object();
+  const TextLanguage language = languageNamed(textOf(order, "lang")).value_or(languageOf(request));
+  const Pack* pack = findPack(textOf(order, "pack"));
+  if (pack == nullptr) return refuse(400, language, unknownPack);
+  if (textOf(order, "method") != "alipay") return refuse(400, language, unknownMethod);
+  if (!links_.allows()) return refuse(429, language, tooMany);
+  // Hours belong to the local account: who is not signed in is led there first, and on to the purchase.
+  const auto purpose = account->signedIn ? AccountStore::Purpose::purchase : AccountStore::Purpose::signIn;
+  const std::string number = newOrderNumber();
+  const std::string code = accounts_.makeLink(account->installation, purpose, pack->id, number);
+  return ok({{"url", PageRoutes::address(request.host, purpose, code, language)},
+             {"orderId", number},
+             {"signIn", !account->signedIn}});
+}
+
+Response Routes::signInAddress(const Request& request) {
+  const TextLanguage language = languageOf(request);
+  const auto account = caller(request);
+  if (!account) return refuse(401, language, unknownAccount);
+  const std::string pack = queryItem(request.target, "pack");
+  if (!pack.empty() && findPack(pack) == nullptr) return refuse(400, language, unknownPack);
+  if (!links_.allows()) return refuse(429, language, tooMany);
+  constexpr auto purpose = AccountStore::Purpose::signIn;
+  const std::string code = accounts_.makeLink(account->installation, purpose, pack, newOrderNumber());
+  return ok({{"url", PageRoutes::address(request.host, purpose, code, language)}});
+}
+
+Response Routes::unbind(const Request& request) {
+  const auto account = caller(request);
+  if (!account) return refuse(401, languageOf(request), unknownAccount);
+  const AccountStore::Account after = accounts_.signOut(account->installation);
+  return ok({{"signedIn", after.signedIn}, {"secondsLeft", after.secondsLeft}});
 }
 
 } // namespace tolvera::service

@@ -2,36 +2,47 @@
 
 #include "TolveraService/AccountStore.h"
 #include "TolveraService/HTTPMessage.h"
+#include "TolveraService/PageRoutes.h"
+#include "TolveraService/RateLimit.h"
+#include "TolveraService/TextLanguage.h"
 
+#include <array>
+#include <optional>
 #include <string>
 #include <string_view>
 
 namespace tolvera::service {
 
-// Answers the REST requests below the base path. Owned by the server; a call blocks for the store of
-// accounts, so it runs on the server's thread for blocking work.
+// Answers every request below the base path but the web socket. Owned by the server; a call blocks for the
+// store of accounts, so all calls run on the server's one thread for blocking work.
 class Routes {
  public:
   static constexpr std::string_view base = "/livetranslate";
 
-  explicit Routes(AccountStore& accounts) : accounts_(accounts) {}
+  explicit Routes(AccountStore& accounts) : accounts_(accounts), pages_(accounts) {}
 
   // Never throws: a fault of the store becomes status 503.
   Response answer(const Request& request);
 
  private:
+  using Handler = Response (Routes::*)(const Request&);
+
   Response dispatch(const Request& request);
-  Response signup();
+  Response signup(const Request& request);
   Response me(const Request& request);
+  Response checkout(const Request& request);
+  Response signInAddress(const Request& request);
+  Response unbind(const Request& request);
+
+  std::optional<AccountStore::Account> caller(const Request& request);
 
   AccountStore& accounts_;
+  PageRoutes pages_;
+  RateLimit signups_{2000, 4000};
+  RateLimit links_{50, 200};
 };
 
-// Which of the two languages a text is for: `lang` of the query, else the first that Accept-Language names.
-enum class TextLanguage { chinese, english };
-TextLanguage languageOf(const Request& request);
-
 // A refusal as the client reads it: an object of texts with the key "error".
-Response refuse(unsigned status, const Request& request, std::string_view chinese, std::string_view english);
+Response refuse(unsigned status, TextLanguage language, const Wording& wording);
 
 } // namespace tolvera::service

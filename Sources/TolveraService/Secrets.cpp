@@ -1,6 +1,7 @@
 #include "TolveraService/Secrets.h"
 
 #include <openssl/evp.h>
+#include <openssl/hmac.h>
 #include <sys/random.h>
 
 #include <cerrno>
@@ -30,6 +31,16 @@ SecretHash hashOf(std::string_view secret) {
   SecretHash hash{};
   unsigned int size = 0;
   if (EVP_Digest(secret.data(), secret.size(), hash.data(), &size, EVP_sha256(), nullptr) != 1)
+    throw std::runtime_error("SHA-256 is not available");
+  return hash;
+}
+
+SecretHash keyedHash(std::string_view key, std::string_view text) {
+  SecretHash hash{};
+  unsigned int size = 0;
+  const auto* bytes = reinterpret_cast<const unsigned char*>(text.data());
+  if (HMAC(EVP_sha256(), key.data(), static_cast<int>(key.size()), bytes, text.size(), hash.data(), &size) ==
+      nullptr)
     throw std::runtime_error("SHA-256 is not available");
   return hash;
 }

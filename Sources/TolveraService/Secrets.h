@@ -15,4 +15,7 @@ std::string makeSecret();
 // What is kept of a secret: its SHA-256. A secret is random, so no salt is needed. Any thread.
 SecretHash hashOf(std::string_view secret);
 
+// HMAC-SHA256: what only the holder of the key can make of a text. Any thread.
+SecretHash keyedHash(std::string_view key, std::string_view text);
+
 } // namespace tolvera::service

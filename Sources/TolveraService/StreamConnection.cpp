@@ -140,7 +140,7 @@ void StreamConnection::begin(AccountStore::Account account,
   if (parameters_.target != "en")
     asio::post(services->warming,
                [services, target = parameters_.target] { services->translator.warmUp(target); });
-  Transcription::Job job{parameters_, account.id, audio_, output_};
+  Transcription::Job job{parameters_, account.installation, audio_, output_};
   auto transcription = std::make_shared<Transcription>(std::move(job), std::move(recognizer),
                                                        services->accounts, services->translator);
   asio::post(services->listening, [services, transcription] { transcription->run(); });

@@ -110,7 +110,8 @@ bool Transcription::charge(std::size_t samples, bool last) {
   if (!due) return true;
   const double heardFor = static_cast<double>(uncharged_) / Recognizer::sampleRate;
   uncharged_ = 0;
-  const double left = accounts_.charge(job_.account, heardFor * (job_.parameters.dub ? dubMultiplier : 1));
+  const double left =
+      accounts_.charge(job_.installation, heardFor * (job_.parameters.dub ? dubMultiplier : 1));
   job_.output->send(balanceFrame(left));
   return left > 0;
 }

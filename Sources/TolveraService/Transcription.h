@@ -20,7 +20,7 @@ class Transcription {
  public:
   struct Job {
     StreamParameters parameters;
-    std::int64_t account = 0;
+    SecretHash installation{}; // whose time is used
     std::shared_ptr<AudioQueue> audio;
     std::shared_ptr<StreamOutput> output;
   };

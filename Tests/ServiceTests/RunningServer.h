@@ -20,6 +20,7 @@ class RunningServer {
   }
   service::Server& operator*() { return server_; }
   service::Server* operator->() { return &server_; }
+  [[nodiscard]] std::filesystem::path stateDirectory() const { return directory_.path() / "state"; }
 
  private:
   static service::Server::Settings settings(const std::filesystem::path& directory, std::size_t streams) {

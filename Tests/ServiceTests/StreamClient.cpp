@@ -61,7 +61,7 @@ HTTPReply HTTPClient::raw(std::string_view bytes) const {
   asio::read(socket, asio::dynamic_buffer(answer), error);
   HTTPReply reply;
   const std::size_t end = answer.find("\r\n\r\n");
-  if (!answer.starts_with("HTTP/1.1 ") || end == std::string::npos) return reply;
+  if (!answer.starts_with("HTTP/1.") || end == std::string::npos) return reply;
   reply.status = static_cast<unsigned>(std::stoul(answer.substr(9, 3)));
   reply.rawHead = answer.substr(0, end);
   reply.body = answer.substr(end + 4);

@@ -179,7 +179,8 @@ TEST_F(StreamTest, MoreThanRealTimeIsHeardWhole) {
   EXPECT_TRUE(client->waitFor(
       [&](const auto& frame) {
         const auto* left = frame.json.if_contains("secondsLeft");
-        return textOf(frame, "type") == "balance" && left->template to_number<double>() < 3600 - seconds + 0.01;
+        return textOf(frame, "type") == "balance" &&
+               left->template to_number<double>() < 3600 - seconds + 0.01;
       },
       std::chrono::seconds(60)));
   std::string heard;
@@ -204,6 +205,26 @@ TEST_F(StreamTest, ARunSurvivesTheDeathOfATranslationEngine) {
     return looked++ >= before && textOf(frame, "text").find("jardín.") != std::string::npos;
   }));
   for (const auto& frame : client->frames()) EXPECT_NE(textOf(frame, "type"), "error");
+}
+
+TEST_F(StreamTest, ARunEndsWhenTheTimeIsUsedUp) {
+  const std::string token = signUp();
+  {
+    service::AccountStore accounts(server().stateDirectory());
+    accounts.charge(accounts.find(token)->installation, 3597.5);
+  }
+  auto client = openStream(token, "es");
+  ASSERT_TRUE(client);
+  sendSpeech(*client, "many people in this country do not have clean water");
+  const auto error = client->waitForType("error");
+  ASSERT_TRUE(error);
+  EXPECT_EQ(textOf(*error, "code"), "quota_exhausted");
+  EXPECT_TRUE(client->waitUntilClosed());
+  EXPECT_TRUE(client->waitForType("tr", true)); // what was heard until then
+  StreamClient again(port(), query(token, "es"));
+  const auto first = again.waitFor([](const auto&) { return true; });
+  ASSERT_TRUE(first);
+  EXPECT_EQ(textOf(*first, "code"), "quota_exhausted");
 }
 
 TEST_F(StreamTest, TheAddressOfTheSocketIsOneAndItIsNotForOtherSites) {

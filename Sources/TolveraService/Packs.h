@@ -1,0 +1,28 @@
+#pragma once
+
+#include <array>
+#include <string_view>
+
+namespace tolvera::service {
+
+// What can be "bought": hours, and the prices that the pages show and nobody pays.
+struct Pack {
+  std::string_view id;
+  double hours;
+  int cents; // US
+  int fen;   // hundredths of a yuan
+  bool popular;
+};
+
+inline constexpr std::array<Pack, 3> packs = {{{"hours-5", 5, 199, 1400, false},
+                                               {"hours-20", 20, 599, 4200, true},
+                                               {"hours-100", 100, 2399, 16800, false}}};
+
+// Null for an id that is not on sale.
+inline const Pack* findPack(std::string_view id) {
+  for (const Pack& pack : packs)
+    if (pack.id == id) return &pack;
+  return nullptr;
+}
+
+} // namespace tolvera::service

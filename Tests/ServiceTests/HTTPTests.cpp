@@ -1,0 +1,127 @@
+#include "ServiceTests/RunningServer.h"
+#include "ServiceTests/StreamClient.h"
+
+#include <gtest/gtest.h>
+
+#include <random>
+
+namespace tolvera::test {
+namespace {
+
+// The service without decoders: what is tested here never reaches them.
+class HTTPTest : public testing::Test {
+ protected:
+  RunningServer server_{0};
+  HTTPClient client_{server_->port()};
+
+  // Everything that the database holds about accounts, to see that it did not change.
+  std::string rows() {
+    service::Database database(server_.stateDirectory() / "accounts.sqlite");
+    std::string all;
+    for (const char* sql :
+         {"SELECT quote(id) || quote(granted_ms) || quote(used_ms) FROM accounts ORDER BY id",
+          "SELECT hex(token_hash) || quote(own_account) || quote(signed_in_account)"
+          " FROM installations ORDER BY token_hash"}) {
+      service::Database::Statement statement(database, sql);
+      while (statement.step()) all += statement.text(0) + "\n";
+    }
+    return all;
+  }
+};
+
+TEST_F(HTTPTest, AnswersItsOwnNamesAlone) {
+  const std::string port = ":" + std::to_string(server_->port());
+  const auto statusFor = [&](const std::string& host) {
+    return client_.request("GET", "/livetranslate/privacy", {{"Host", host}}).status;
+  };
+  for (const std::string name : {"127.0.0.1", "localhost", "LOCALHOST", "[::1]"})
+    EXPECT_EQ(statusFor(name + port), 200U);
+  for (const std::string& name :
+       std::vector<std::string>{"attacker.example" + port, "127.0.0.1", "127.0.0.1:1", ""})
+    EXPECT_EQ(statusFor(name), 421U) << name;
+  EXPECT_EQ(client_.raw("GET /livetranslate/privacy HTTP/1.0\r\n\r\n").status, 421U);
+  const HTTPClient::Headers site = {{"Origin", "https://attacker.example"}};
+  EXPECT_EQ(client_.request("POST", "/livetranslate/api/signup", site).status, 421U);
+  EXPECT_EQ(
+      client_.request("POST", "/livetranslate/api/signup", {{"Origin", "http://127.0.0.1" + port}}).status,
+      200U);
+}
+
+TEST_F(HTTPTest, BoundsWhatItReads) {
+  const std::string path = "/livetranslate/api/me";
+  EXPECT_EQ(client_.request("GET", path, {{"X", std::string(9000, 'a')}}).status, 431U);
+  EXPECT_EQ(client_.request("POST", path, {}, std::string(20000, 'a')).status, 413U);
+  EXPECT_EQ(client_.request("GET", path + "?" + std::string(9000, 'a'), {}).status, 431U);
+  EXPECT_EQ(client_.raw("nonsense\r\n\r\n").status, 400U);
+  EXPECT_EQ(client_.raw(std::string("GET \0 HTTP/1.1\r\n\r\n", 18)).status, 400U);
+  for (const char* path2 :
+       {"/livetranslate/../etc/passwd", "/livetranslate/%2e%2e/api/me", "/", "/livetranslate",
+        "/livetranslate/api/me/", "//livetranslate/api/me", "/livetranslatex/api/me"})
+    EXPECT_EQ(client_.get(path2).status, 404U) << path2;
+}
+
+TEST_F(HTTPTest, KeepsAConnectionForSeveralRequests) {
+  const std::string one =
+      "GET /livetranslate/privacy HTTP/1.1\r\nHost: 127.0.0.1:" + std::to_string(server_->port()) +
+      "\r\n\r\n";
+  const HTTPReply reply = client_.raw(one + one);
+  EXPECT_EQ(reply.status, 200U);
+  EXPECT_NE(reply.body.find("HTTP/1.1 200"), std::string::npos); // the second answer follows the first
+}
+
+// Any run of this test sends the same ten thousand requests.
+TEST_F(HTTPTest, TenThousandMutatedRequestsChangeNothingAndBreakNothing) {
+  const std::string token = client_.signUp();
+  const std::string host = "Host: 127.0.0.1:" + std::to_string(server_->port()) + "\r\n";
+  const std::string wrong = "Authorization: Bearer ' OR 1=1 --\r\n";
+  const auto body = [](const std::string& text) {
+    return "Content-Type: application/json\r\nContent-Length: " + std::to_string(text.size()) + "\r\n\r\n" +
+           text;
+  };
+  const std::string base = "/livetranslate";
+  const std::vector<std::string> seeds = {
+      "GET " + base + "/api/me HTTP/1.1\r\n" + host + "Authorization: Bearer " + token + "\r\n\r\n",
+      "GET " + base + "/api/me HTTP/1.1\r\n" + host + wrong + "\r\n",
+      "GET " + base + "/api/signup HTTP/1.1\r\n" + host + "\r\n",
+      "POST " + base + "/api/checkout HTTP/1.1\r\n" + host + "Authorization: Bearer " + token + "\r\n" +
+          body(R"({"pack":"'; DROP TABLE accounts; --","method":"alipay","lang":"zh"})"),
+      "POST " + base + "/api/auth/unbind HTTP/1.1\r\n" + host + wrong + body("{}"),
+      "GET " + base + "/api/auth/alipay/url?lang=en&pack=%27;-- HTTP/1.1\r\n" + host + wrong + "\r\n",
+      "POST " + base + "/sign-in?code=a HTTP/1.1\r\n" + host +
+          "Cookie: tolvera-form=" + std::string(43, 'x') + "\r\n" + body("code=%27%3B--&proof=%00"),
+      "GET " + base + "/purchase?code=%ff%fe&lang=zh HTTP/1.1\r\n" + host + "\r\n",
+      "GET " + base + "/ws?token=x&target=es HTTP/1.1\r\n" + host +
+          "Connection: Upgrade\r\nUpgrade: websocket\r\nSec-WebSocket-Version: 13\r\nSec-WebSocket-Key: "
+          "AAAA\r\n\r\n"};
+  const std::string before = rows();
+  std::mt19937 random(4711);
+  for (int i = 0; i < 10000; ++i) {
+    std::string bytes = seeds[random() % seeds.size()];
+    for (std::size_t edits = 1 + random() % 4; edits > 0; --edits) {
+      const std::size_t at = random() % bytes.size();
+      switch (random() % 4) {
+      case 0:
+        bytes[at] = static_cast<char>(random());
+        break;
+      case 1:
+        bytes.erase(at, 1 + random() % 8);
+        break;
+      case 2:
+        bytes.insert(at, 1 + random() % 40, static_cast<char>(random()));
+        break;
+      default:
+        bytes.insert(at, bytes.substr(random() % bytes.size(), random() % 30));
+        break;
+      }
+      if (bytes.empty()) bytes = "x";
+    }
+    const unsigned status = client_.raw(bytes).status;
+    ASSERT_NE(status, 500U) << bytes;
+    ASSERT_NE(status, 503U) << bytes;
+  }
+  EXPECT_EQ(rows(), before);
+  EXPECT_EQ(client_.get(base + "/api/me", token).status, 200U);
+}
+
+} // namespace
+} // namespace tolvera::test
