@@ -40,7 +40,8 @@ port_answers() { (exec 3<>"/dev/tcp/127.0.0.1/$1") 2>/dev/null; }
 # the deadline or when the process is gone.
 wait_for_lines() {
   local deadline=$((SECONDS + $4))
-  until [ "$(grep -cE "$2" "$1" 2>/dev/null || true)" -ge "$3" ]; do
+  local count
+  while count=$(grep -cE "$2" "$1" 2>/dev/null || true) && [ "${count:-0}" -lt "$3" ]; do
     [ "$SECONDS" -lt "$deadline" ] || return 1
     [ -z "${5:-}" ] || kill -0 "$5" 2>/dev/null || return 1
     sleep 0.1

@@ -1,0 +1,125 @@
+// What the client costs: processor time and memory of tolvera-terminal while it streams a microphone in
+// real time, and the memory of its model over half an hour of sound fed as fast as the network takes it.
+//
+//   ClientCost TOLVERA-TERMINAL [SECONDS]      streams for 60 s if not told otherwise
+
+#include "StreamingClient.h"
+#include "Support/PrivateGraph.h"
+
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <vector>
+
+using namespace tolvera;
+using namespace std::chrono_literals;
+
+namespace {
+
+// Seconds of processor time that a process has used.
+double processorTime(pid_t pid) {
+  std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
+  std::string line;
+  std::getline(file, line);
+  std::istringstream fields(line.substr(line.rfind(')') + 2));
+  std::string skipped;
+  for (int i = 0; i < 11; ++i) fields >> skipped;
+  double user = 0;
+  double system = 0;
+  fields >> user >> system;
+  return (user + system) / static_cast<double>(::sysconf(_SC_CLK_TCK));
+}
+
+// A "Vm..." line of a process, in MB.
+double memory(pid_t pid, const std::string& key) {
+  std::ifstream file("/proc/" + std::to_string(pid) + "/status");
+  for (std::string line; std::getline(file, line);) {
+    if (line.starts_with(key + ":")) return std::strtod(line.c_str() + key.size() + 1, nullptr) / 1024;
+  }
+  return 0;
+}
+
+int streamInRealTime(const std::string& terminal, int seconds) {
+  test::PrivateGraph graph;
+  graph.createSource("microphone");
+  graph.setDefaultSource("microphone");
+  const auto tone = graph.play(graph.tone(440, 0.3, seconds + 15), "microphone");
+
+  test::LoopbackServer server;
+  benchmarks::serveAccount(server);
+  ::setenv("XDG_CONFIG_HOME", graph.directory().c_str(), 1);
+  ::setenv("XDG_DATA_HOME", graph.directory().c_str(), 1);
+  std::system(("mkdir -p " + graph.directory() + "/tolvera").c_str());
+  std::ofstream(graph.directory() + "/tolvera/preferences.json")
+      << R"({"captureMode":"mic","seenOnboarding":true,"serverURL":")" << server.url("http", "/livetranslate")
+      << "\"}";
+
+  test::ChildProcess child({terminal}, graph.directory() + "/terminal.log");
+  const auto frames = [&server] { return server.connection(0) ? server.connection(0)->frameCount() : 0; };
+  if (!server.waitFor([&] { return frames() >= 20; }, 20s)) {
+    std::fputs("the terminal does not stream\n", stderr);
+    return 1;
+  }
+  const double before = processorTime(child.pid());
+  const auto began = std::chrono::steady_clock::now();
+  const auto framesBefore = frames();
+  std::this_thread::sleep_for(std::chrono::seconds(seconds));
+  const double used = processorTime(child.pid()) - before;
+  const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - began;
+  std::printf(
+      "streaming %.0f s in real time: %.2f %% of a core, %.1f MB resident (peak %.1f MB), %zu chunks\n",
+      elapsed.count(), 100 * used / elapsed.count(), memory(child.pid(), "VmRSS"),
+      memory(child.pid(), "VmHWM"), frames() - framesBefore);
+  ::kill(child.pid(), SIGINT);
+  return child.wait(15s) == 0 ? 0 : 1;
+}
+
+// The server is a process of its own, so that what it keeps does not count.
+int serve() {
+  test::LoopbackServer server;
+  benchmarks::serveAccount(server);
+  std::printf("%u\n", static_cast<unsigned>(server.port()));
+  std::fflush(stdout);
+  std::this_thread::sleep_for(10min);
+  return 0;
+}
+
+int fastForward(const std::string& self) {
+  const auto log = "/tmp/tolvera-client-cost." + std::to_string(::getpid());
+  test::ChildProcess server({self, "--serve"}, log);
+  std::string port;
+  test::eventually([&] { return static_cast<bool>(std::getline(std::ifstream(log), port)); });
+  ::unlink(log.c_str());
+
+  benchmarks::StreamingClient client("http://127.0.0.1:" + port + "/livetranslate");
+  if (!client.start()) {
+    std::fputs("the run did not become live\n", stderr);
+    return 1;
+  }
+  std::printf("half an hour of sound, fast forward, resident after each 5 minutes:");
+  std::vector<float> block(1600, 0.1F);
+  for (int chunk = 0; chunk <= 18000; ++chunk) {
+    if (chunk % 3000 == 0) std::printf(" %.1f", memory(::getpid(), "VmRSS"));
+    client.deliver(block);
+    // Ten times as fast as the sample stream could lose any: 400 blocks are kept.
+    if (chunk % 20 == 0) std::this_thread::sleep_for(10ms);
+  }
+  std::printf(" MB\n");
+  return 0;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+  if (argc == 2 && std::string(argv[1]) == "--serve") return serve();
+  if (argc < 2) {
+    std::fputs("usage: ClientCost TOLVERA-TERMINAL [SECONDS]\n", stderr);
+    return 2;
+  }
+  const int status = streamInRealTime(argv[1], argc > 2 ? std::atoi(argv[2]) : 60);
+  return status != 0 ? status : fastForward("/proc/self/exe");
+}
