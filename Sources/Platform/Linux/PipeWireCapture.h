@@ -16,7 +16,7 @@ class PipeWireCapture final : private PipeWireConnection::Listener {
   PipeWireCapture(std::shared_ptr<PipeWireGraph> graph, const platform::AudioFormat& format,
                   std::uint32_t bufferSize, platform::AudioInputNode::TapBlock block);
   // When it has returned, no block runs or will run.
-  ~PipeWireCapture();
+  ~PipeWireCapture() override;
   PipeWireCapture(const PipeWireCapture&) = delete;
   PipeWireCapture& operator=(const PipeWireCapture&) = delete;
 

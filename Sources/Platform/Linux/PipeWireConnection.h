@@ -23,15 +23,17 @@ class PipeWireConnection {
 
   class Listener {
    public:
+    Listener() = default;
+    virtual ~Listener() = default;
+    Listener(const Listener&) = delete;
+    Listener& operator=(const Listener&) = delete;
+
     virtual void added(const Global&) {}
     virtual void removed(std::uint32_t /*id*/) {}
     // A burst of changes is over, and every answer to it is in.
     virtual void settled() {}
     // The server is gone: its objects are void, and what was bound must be dropped at once.
     virtual void disconnected() {}
-
-   protected:
-    ~Listener() = default;
   };
 
   PipeWireConnection() = default;

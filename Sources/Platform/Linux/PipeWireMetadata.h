@@ -13,7 +13,7 @@ namespace tolvera::adapters {
 class PipeWireMetadata final : public PipeWireConnection::Listener {
  public:
   explicit PipeWireMetadata(PipeWireConnection& connection);
-  ~PipeWireMetadata();
+  ~PipeWireMetadata() override;
   PipeWireMetadata(const PipeWireMetadata&) = delete;
   PipeWireMetadata& operator=(const PipeWireMetadata&) = delete;
 

@@ -15,7 +15,7 @@ namespace {
 // What a device that does not tell its rate is taken to run at: the usual rate of the graph.
 constexpr double usualRate = 48000;
 
-std::string_view property(const spa_dict* properties, const char* key) {
+const char* property(const spa_dict* properties, const char* key) {
   const char* value = properties != nullptr ? spa_dict_lookup(properties, key) : nullptr;
   return value != nullptr ? value : "";
 }
@@ -40,8 +40,8 @@ struct PipeWireSources::Node {
   Node(PipeWireConnection& theConnection, const PipeWireConnection::Global& global)
       : connection(theConnection) {
     source.name = property(global.properties, PW_KEY_NODE_NAME);
-    source.serial = std::strtoull(property(global.properties, PW_KEY_OBJECT_SERIAL).data(), nullptr, 10);
-    source.priority = std::strtol(property(global.properties, PW_KEY_PRIORITY_SESSION).data(), nullptr, 10);
+    source.serial = std::strtoull(property(global.properties, PW_KEY_OBJECT_SERIAL), nullptr, 10);
+    source.priority = std::strtol(property(global.properties, PW_KEY_PRIORITY_SESSION), nullptr, 10);
     source.format = {usualRate, 1};
     proxy.reset(static_cast<pw_node*>(
         pw_registry_bind(connection.registry(), global.id, global.type, PW_VERSION_NODE, 0)));
@@ -128,7 +128,8 @@ std::optional<PipeWireSources::Source> PipeWireSources::defaultSource(std::uint6
 
 void PipeWireSources::added(const PipeWireConnection::Global& global) {
   if (std::strcmp(global.type, PW_TYPE_INTERFACE_Node) != 0) return;
-  if (!property(global.properties, PW_KEY_MEDIA_CLASS).starts_with("Audio/Source")) return;
+  const std::string_view mediaClass = property(global.properties, PW_KEY_MEDIA_CLASS);
+  if (!mediaClass.starts_with("Audio/Source")) return;
   nodes_[global.id] = std::make_unique<Node>(connection_, global);
   connection_.changed();
 }

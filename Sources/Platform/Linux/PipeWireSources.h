@@ -23,7 +23,7 @@ class PipeWireSources final : public PipeWireConnection::Listener {
   };
 
   PipeWireSources(PipeWireConnection& connection, const PipeWireMetadata& metadata);
-  ~PipeWireSources();
+  ~PipeWireSources() override;
   PipeWireSources(const PipeWireSources&) = delete;
   PipeWireSources& operator=(const PipeWireSources&) = delete;
 

@@ -94,8 +94,9 @@ bool SoxrConverter::resample(AudioPCMBuffer& output) {
     out.push_back(output.channel(c) + output.frameLength());
   }
   std::size_t made = 0;
-  const soxr_error_t error = soxr_process(resampler_.get(), in.data(), waiting_.front().size(), nullptr,
-                                          out.data(), output.frameCapacity() - output.frameLength(), &made);
+  const soxr_error_t error =
+      soxr_process(resampler_.get(), static_cast<soxr_in_t>(in.data()), waiting_.front().size(), nullptr,
+                   static_cast<soxr_out_t>(out.data()), output.frameCapacity() - output.frameLength(), &made);
   if (error != nullptr) return false;
   consume(waiting_.front().size());
   output.setFrameLength(output.frameLength() + static_cast<std::uint32_t>(made));
