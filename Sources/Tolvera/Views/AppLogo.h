@@ -2,7 +2,7 @@
 
 #include <QImage>
 #include <QQuickPaintedItem>
-#include <QtQmlIntegration>
+#include <QtQml/qqmlregistration.h>
 
 namespace tolvera {
 
@@ -17,7 +17,7 @@ void draw(QPainter& painter, double side);
 } // namespace AppIcon
 
 // The icon as an element of a view, as large as the element.
-class AppIconItem final : public QQuickPaintedItem {
+class AppIconItem : public QQuickPaintedItem {
   Q_OBJECT
   QML_NAMED_ELEMENT(AppIcon)
 

@@ -2,7 +2,7 @@
 
 #include <QColor>
 #include <QObject>
-#include <QtQmlIntegration>
+#include <QtQml/qqmlregistration.h>
 
 namespace tolvera {
 

@@ -89,8 +89,8 @@ void Desktop::update() {
 }
 
 bool Desktop::eventFilter(QObject* watched, QEvent* event) {
-  if (watched == qGuiApp && (event->type() == QEvent::ApplicationPaletteChange ||
-                             event->type() == QEvent::ApplicationFontChange)) {
+  if (watched == qGuiApp &&
+      (event->type() == QEvent::ApplicationPaletteChange || event->type() == QEvent::ApplicationFontChange)) {
     update();
   }
   return QObject::eventFilter(watched, event);

@@ -4,7 +4,7 @@
 #include <QObject>
 #include <QString>
 #include <QVariant>
-#include <QtQmlIntegration>
+#include <QtQml/qqmlregistration.h>
 
 #include <optional>
 

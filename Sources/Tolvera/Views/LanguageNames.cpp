@@ -44,8 +44,7 @@ QVariantList LanguageNames::sources(const Strings& strings) const {
 QVariantList LanguageNames::voices(const Strings& strings) const {
   QVariantList list;
   for (const auto& voice : Languages::voices) {
-    list.append(
-        QVariantMap{{"value", text(voice.code)}, {"text", text(strings.zh ? voice.zh : voice.en)}});
+    list.append(QVariantMap{{"value", text(voice.code)}, {"text", text(strings.zh ? voice.zh : voice.en)}});
   }
   return list;
 }

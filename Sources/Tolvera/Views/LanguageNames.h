@@ -6,7 +6,7 @@
 #include <QObject>
 #include <QString>
 #include <QVariantList>
-#include <QtQmlIntegration>
+#include <QtQml/qqmlregistration.h>
 
 #include <optional>
 

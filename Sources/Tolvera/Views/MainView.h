@@ -1,11 +1,12 @@
 #pragma once
 
+#include "Tolvera/AppState.h"
 #include "Tolvera/Phase.h"
 #include "Tolvera/Strings.h"
 
 #include <QObject>
 #include <QVariantMap>
-#include <QtQmlIntegration>
+#include <QtQml/qqmlregistration.h>
 
 namespace tolvera {
 
@@ -17,6 +18,9 @@ class MainViewRules final : public QObject {
   QML_SINGLETON
 
  public:
+  // The tabs, for views, to which the names of such values are closed.
+  Q_INVOKABLE static tolvera::AppState::Tab translateTab() { return AppState::Tab::translate; }
+  Q_INVOKABLE static tolvera::AppState::Tab settingsTab() { return AppState::Tab::settings; }
   // A balance that can pay for a run.
   Q_INVOKABLE static bool hasTime(double secondsLeft) { return secondsLeft > 0; }
   Q_INVOKABLE static QString buttonTitle(const tolvera::Strings& strings, double secondsLeft);

@@ -5,7 +5,7 @@
 #include "Tolvera/Phase.h"
 #include "Tolvera/Strings.h"
 
-#include <QtQmlIntegration>
+#include <QtQml/qqmlregistration.h>
 
 namespace tolvera {
 

@@ -1,4 +1,3 @@
-pragma ComponentBehavior: Bound
 import QtQuick
 import Tolvera.Views
 
@@ -17,12 +16,9 @@ SelectableText {
     }
 
     FocusRing {
-        shown: control.activeFocus && control.byKeyboard
+        shown: control.visualFocus
         cornerRadius: 2
     }
-    property bool byKeyboard: false
-    onActiveFocusChanged: byKeyboard = activeFocus && control.selectedText === "" && !pressedNow
-    property bool pressedNow: false
 
     Loader {
         id: menu

@@ -10,8 +10,8 @@ T.MenuItem {
     leftPadding: 12
     rightPadding: 12
     hoverEnabled: true
-    Keys.onReturnPressed: control.click()
-    Keys.onEnterPressed: control.click()
+    Keys.onReturnPressed: control.clicked()
+    Keys.onEnterPressed: control.clicked()
 
     contentItem: Text {
         id: caption

@@ -1,4 +1,3 @@
-pragma ComponentBehavior: Bound
 import QtQuick
 import QtQuick.Templates as T
 import Tolvera.Views
@@ -30,8 +29,8 @@ T.AbstractButton {
     Accessible.name: label
     Accessible.description: text
     onClicked: popup.visible ? popup.close() : popup.open()
-    Keys.onReturnPressed: click()
-    Keys.onEnterPressed: click()
+    Keys.onReturnPressed: control.clicked()
+    Keys.onEnterPressed: control.clicked()
     Keys.onDownPressed: popup.open()
     Keys.onUpPressed: popup.open()
 

@@ -34,12 +34,12 @@ T.Button {
     Accessible.name: text === "" ? tooltip : text
     Accessible.description: text === "" ? "" : tooltip
 
-    Keys.onReturnPressed: control.click()
-    Keys.onEnterPressed: control.click()
+    Keys.onReturnPressed: control.clicked()
+    Keys.onEnterPressed: control.clicked()
 
     contentItem: Item {
-        implicitWidth: row.implicitWidth
-        implicitHeight: row.implicitHeight
+        implicitWidth: (image.visible ? image.width + row.spacing : 0) + (caption.visible ? Math.ceil(caption.implicitWidth) + row.spacing : 0) + (trailing.visible ? trailing.width + row.spacing : 0) - row.spacing
+        implicitHeight: Math.max(image.visible ? image.height : 0, caption.visible ? caption.height : 0)
 
         Row {
             id: row
@@ -48,6 +48,8 @@ T.Button {
             spacing: 6
 
             SymbolImage {
+                id: image
+
                 anchors.verticalCenter: parent.verticalCenter
                 visible: control.symbol !== ""
                 name: control.symbol
@@ -55,9 +57,11 @@ T.Button {
                 color: control.flat ? Theme.accentSymbol : control.foreground
             }
             Text {
+                id: caption
+
                 anchors.verticalCenter: parent.verticalCenter
                 visible: control.text !== ""
-                width: Math.min(implicitWidth, Math.max(0, control.availableWidth - (trailing.visible ? trailing.width + row.spacing : 0)))
+                width: Math.min(Math.ceil(implicitWidth), control.availableWidth - (image.visible ? image.width + row.spacing : 0) - (trailing.visible ? trailing.width + row.spacing : 0))
                 text: control.text
                 font: control.font
                 color: control.foreground

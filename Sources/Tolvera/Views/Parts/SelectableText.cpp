@@ -68,6 +68,14 @@ void SelectableText::setSelectionColor(const QColor& color) {
   update();
 }
 
+void SelectableText::setSelectable(bool selectable) {
+  if (selectable_ == selectable) return;
+  selectable_ = selectable;
+  setAcceptedMouseButtons(selectable ? Qt::LeftButton | Qt::RightButton : Qt::NoButton);
+  setAcceptHoverEvents(selectable);
+  Q_EMIT selectableChanged();
+}
+
 void SelectableText::geometryChange(const QRectF& newGeometry, const QRectF& oldGeometry) {
   QQuickPaintedItem::geometryChange(newGeometry, oldGeometry);
   if (newGeometry.width() != oldGeometry.width()) polish();
@@ -95,38 +103,54 @@ void SelectableText::layOut() {
 
 void SelectableText::breakLines(const QString& full) {
   const double room = width();
-  auto shown = full;
   if (elidesHead_) {
-    const QFontMetricsF metrics(font_);
-    if (room > 0) shown = metrics.elidedText(full, Qt::ElideLeft, room);
+    fill(room > 0 ? QFontMetricsF(font_).elidedText(full, Qt::ElideLeft, room) : full);
+    return;
   }
-  const auto fill = [this, room] {
-    const auto kept = text_.size();
-    QList<QTextLayout::FormatRange> formats;
-    if (!tail_.isEmpty() && layout_.text().size() > kept) {
-      QTextLayout::FormatRange range;
-      range.start = static_cast<int>(kept);
-      range.length = static_cast<int>(layout_.text().size() - kept);
-      range.format.setForeground(tailColor_);
-      formats.append(range);
-    }
-    layout_.setFormats(formats);
-    layout_.beginLayout();
-    for (auto line = layout_.createLine(); line.isValid(); line = layout_.createLine()) {
-      line.setLineWidth(room > 0 ? room : 1e6);
-      if (maximumLineCount_ > 0 && layout_.lineCount() > maximumLineCount_) break;
-    }
-    layout_.endLayout();
-  };
-  layout_.setText(shown);
-  fill();
-  if (elidesHead_ || maximumLineCount_ == 0 || layout_.lineCount() <= maximumLineCount_) return;
+  fill(full);
+  if (maximumLineCount_ == 0 || layout_.lineCount() <= maximumLineCount_) return;
 
   // Too long: the last line that may be shown takes what is left, cut at its end.
   const int start = layout_.lineAt(maximumLineCount_ - 1).textStart();
-  const auto rest = QFontMetricsF(font_).elidedText(full.mid(start), Qt::ElideRight, room);
-  layout_.setText(full.left(start) + rest);
-  fill();
+  fill(full.left(start) + QFontMetricsF(font_).elidedText(full.mid(start), Qt::ElideRight, room));
+}
+
+void SelectableText::fill(const QString& shown) {
+  const double room = width();
+  layout_.setText(shown);
+  layout_.setFormats(formats(shown));
+  layout_.beginLayout();
+  for (auto line = layout_.createLine(); line.isValid(); line = layout_.createLine()) {
+    line.setLineWidth(room > 0 ? room : 1e6);
+    if (maximumLineCount_ > 0 && layout_.lineCount() > maximumLineCount_) break;
+  }
+  layout_.endLayout();
+}
+
+QList<QTextLayout::FormatRange> SelectableText::formats(const QString& shown) const {
+  QList<QTextLayout::FormatRange> formats;
+  if (!tail_.isEmpty() && shown.size() > text_.size()) {
+    auto& range = formats.emplaceBack();
+    range.start = static_cast<int>(text_.size());
+    range.length = static_cast<int>(shown.size() - text_.size());
+    range.format.setForeground(tailColor_);
+  }
+  if (!equalDigits_) return formats;
+  const QFontMetricsF metrics(font_);
+  double widest = 0;
+  for (char digit = '0'; digit <= '9'; ++digit) {
+    widest = std::max(widest, metrics.horizontalAdvance(QLatin1Char(digit)));
+  }
+  for (int i = 0; i < shown.size(); ++i) {
+    const double missing = shown[i].isDigit() ? widest - metrics.horizontalAdvance(shown[i]) : 0;
+    if (missing <= 0) continue;
+    auto& range = formats.emplaceBack();
+    range.start = i;
+    range.length = 1;
+    range.format.setFontLetterSpacingType(QFont::AbsoluteSpacing);
+    range.format.setFontLetterSpacing(missing);
+  }
+  return formats;
 }
 
 double SelectableText::placeLines() {
@@ -257,6 +281,22 @@ void SelectableText::keyPressEvent(QKeyEvent* event) {
   } else {
     event->ignore();
   }
+}
+
+void SelectableText::focusInEvent(QFocusEvent* event) {
+  QQuickPaintedItem::focusInEvent(event);
+  setVisualFocus(event->reason() == Qt::TabFocusReason || event->reason() == Qt::BacktabFocusReason);
+}
+
+void SelectableText::focusOutEvent(QFocusEvent* event) {
+  QQuickPaintedItem::focusOutEvent(event);
+  setVisualFocus(false);
+}
+
+void SelectableText::setVisualFocus(bool visual) {
+  if (visualFocus_ == visual) return;
+  visualFocus_ = visual;
+  Q_EMIT visualFocusChanged();
 }
 
 } // namespace tolvera

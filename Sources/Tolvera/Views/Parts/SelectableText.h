@@ -5,7 +5,7 @@
 #include <QQuickPaintedItem>
 #include <QString>
 #include <QTextLayout>
-#include <QtQmlIntegration>
+#include <QtQml/qqmlregistration.h>
 
 #include <cstdint>
 #include <vector>
@@ -28,8 +28,11 @@ class SelectableText : public QQuickPaintedItem {
   Q_PROPERTY(QFont font READ font WRITE setFont NOTIFY fontChanged)
   Q_PROPERTY(bool elidesHead READ elidesHead WRITE setElidesHead NOTIFY elidesHeadChanged)
   // 0 for no limit. A text that `elidesHead` has one line.
-  Q_PROPERTY(int maximumLineCount READ maximumLineCount WRITE setMaximumLineCount NOTIFY
-                 maximumLineCountChanged)
+  Q_PROPERTY(
+      int maximumLineCount READ maximumLineCount WRITE setMaximumLineCount NOTIFY maximumLineCountChanged)
+  Q_PROPERTY(bool equalDigits READ hasEqualDigits WRITE setEqualDigits NOTIFY equalDigitsChanged)
+  Q_PROPERTY(bool selectable READ isSelectable WRITE setSelectable NOTIFY selectableChanged)
+  Q_PROPERTY(bool visualFocus READ hasVisualFocus NOTIFY visualFocusChanged) // got by the keyboard
   Q_PROPERTY(QString selectedText READ selectedText NOTIFY selectionChanged)
   Q_PROPERTY(int lineCount READ lineCount NOTIFY laidOut)
   Q_PROPERTY(QString shownText READ shownText NOTIFY laidOut) // as cut to the room there is
@@ -56,6 +59,13 @@ class SelectableText : public QQuickPaintedItem {
     assign(maximumLineCount_, count, &SelectableText::maximumLineCountChanged);
   }
 
+  // Every digit takes the room of the widest one, so that a counting number stands still.
+  [[nodiscard]] bool hasEqualDigits() const { return equalDigits_; }
+  void setEqualDigits(bool equal) { assign(equalDigits_, equal, &SelectableText::equalDigitsChanged); }
+  // True at first. Text that is not selectable leaves the pointer to what lies below.
+  [[nodiscard]] bool isSelectable() const { return selectable_; }
+  void setSelectable(bool selectable);
+  [[nodiscard]] bool hasVisualFocus() const { return visualFocus_; }
   [[nodiscard]] QString selectedText() const;
   [[nodiscard]] int lineCount() const { return layout_.lineCount(); }
   [[nodiscard]] QString shownText() const { return layout_.text(); }
@@ -76,6 +86,9 @@ class SelectableText : public QQuickPaintedItem {
   void fontChanged();
   void elidesHeadChanged();
   void maximumLineCountChanged();
+  void equalDigitsChanged();
+  void selectableChanged();
+  void visualFocusChanged();
   void selectionChanged();
   void laidOut();
   void menuRequested(QPointF point); // by the secondary button
@@ -89,6 +102,8 @@ class SelectableText : public QQuickPaintedItem {
   void mouseReleaseEvent(QMouseEvent* event) override;
   void mouseDoubleClickEvent(QMouseEvent* event) override;
   void keyPressEvent(QKeyEvent* event) override;
+  void focusInEvent(QFocusEvent* event) override;
+  void focusOutEvent(QFocusEvent* event) override;
 
  private:
   template<typename T>
@@ -100,12 +115,15 @@ class SelectableText : public QQuickPaintedItem {
   }
 
   void layOut();
-  void breakLines(const QString& shown);
+  void breakLines(const QString& full);
+  void fill(const QString& shown);
+  [[nodiscard]] QList<QTextLayout::FormatRange> formats(const QString& shown) const;
   [[nodiscard]] double placeLines();
   [[nodiscard]] bool isOverText(QPointF point) const;
   [[nodiscard]] int positionAt(QPointF point) const;
   void select(int anchor, int cursor);
   void offerSelection() const;
+  void setVisualFocus(bool visual);
 
   QString text_;
   QString tail_;
@@ -115,11 +133,14 @@ class SelectableText : public QQuickPaintedItem {
   QFont font_;
   bool elidesHead_ = false;
   int maximumLineCount_ = 0;
+  bool equalDigits_ = false;
+  bool selectable_ = true;
 
   QTextLayout layout_;
   std::uint64_t layouts_ = 0;
   int anchor_ = 0;
   int cursor_ = 0;
+  bool visualFocus_ = false;
 };
 
 } // namespace tolvera

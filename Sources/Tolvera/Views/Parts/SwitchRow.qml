@@ -27,8 +27,8 @@ FormRow {
         Accessible.checkable: true
         Accessible.checked: row.on
         onClicked: row.toggled(!row.on)
-        Keys.onReturnPressed: click()
-        Keys.onEnterPressed: click()
+        Keys.onReturnPressed: control.clicked()
+        Keys.onEnterPressed: control.clicked()
 
         contentItem: Item {
             Label {

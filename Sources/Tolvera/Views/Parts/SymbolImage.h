@@ -3,13 +3,13 @@
 #include <QColor>
 #include <QQuickPaintedItem>
 #include <QString>
-#include <QtQmlIntegration>
+#include <QtQml/qqmlregistration.h>
 
 namespace tolvera {
 
 // A symbol in the program's one style: thin round strokes in one colour, drawn for its size. An element of
 // a view; it says nothing to assistive tools, its owner does.
-class SymbolImage final : public QQuickPaintedItem {
+class SymbolImage : public QQuickPaintedItem {
   Q_OBJECT
   QML_ELEMENT
   // "arrow.clockwise", "pause.circle", "headphones", "waveform", "ear", "xmark", "magnifyingglass",

@@ -1,0 +1,115 @@
+import QtQuick
+import QtQuick.Layouts
+import QtQuick.Templates as T
+import Tolvera.Views
+
+// The first row of the caption card. Its height never changes, so that the captions below stand still.
+RowLayout {
+    id: row
+
+    required property AppState app
+    required property bool controlsShown
+
+    signal fontStep(real step)
+
+    readonly property strings strings: app.settings.strings
+
+    height: 18
+    spacing: 8
+
+    component PlainButton: T.AbstractButton {
+        id: button
+
+        required property string tooltip
+        property string symbol: ""
+
+        Layout.fillHeight: true
+        implicitWidth: Math.max(20, contentItem.implicitWidth + 6)
+        hoverEnabled: true
+        opacity: hovered ? 1 : 0.7
+        Accessible.name: tooltip
+
+        contentItem: Item {
+            implicitWidth: Math.max(caption.implicitWidth, image.width)
+
+            Text {
+                id: caption
+
+                anchors.centerIn: parent
+                text: button.text
+                font.pixelSize: 11
+                color: "#ffffff"
+                textFormat: Text.PlainText
+                Accessible.ignored: true
+            }
+            SymbolImage {
+                id: image
+
+                anchors.centerIn: parent
+                visible: button.symbol !== ""
+                name: button.symbol
+                size: 13
+                color: "#ffffff"
+            }
+        }
+        background: Rectangle {
+            radius: 4
+            color: button.down ? "#40ffffff" : (button.hovered ? "#26ffffff" : "transparent")
+        }
+        Hint {
+            text: button.tooltip
+            shown: button.hovered
+        }
+    }
+
+    CopyableText {
+        Layout.fillWidth: true
+        Layout.maximumWidth: Math.ceil(implicitWidth) + 1
+        visible: text !== ""
+        strings: row.strings
+        text: row.app.overlayStatus
+        maximumLineCount: 1
+        color: MainViewRules.hasFailed(row.app.phase) ? CaptionViewRules.alertColor() : CaptionViewRules.white(0.6)
+        selectionColor: "#6679a7ff"
+        font.pixelSize: 12
+    }
+
+    Item {
+        Layout.fillWidth: true
+        Layout.minimumWidth: 0
+        Layout.preferredWidth: 0
+    }
+
+    CopyableText {
+        visible: CaptionViewRules.showsBalance(row.app.secondsLeft)
+        strings: row.strings
+        text: {
+            row.strings; // the text is in the language of the moment it is asked for
+            return row.app.formatTime(row.app.secondsLeft);
+        }
+        color: CaptionViewRules.balanceColor(row.app.secondsLeft)
+        selectionColor: "#6679a7ff"
+        font.pixelSize: 12
+        font.weight: CaptionViewRules.emphasizesBalance(row.app.secondsLeft) ? Font.DemiBold : Font.Normal
+        equalDigits: true
+    }
+
+    PlainButton {
+        visible: row.controlsShown
+        text: "A−"
+        tooltip: row.strings.pick("缩小字号", "Smaller text")
+        onClicked: row.fontStep(-2)
+    }
+    PlainButton {
+        visible: row.controlsShown
+        text: "A+"
+        tooltip: row.strings.pick("放大字号", "Larger text")
+        onClicked: row.fontStep(2)
+    }
+    PlainButton {
+        visible: row.controlsShown
+        symbol: "xmark"
+        tooltip: row.strings.pick("停止翻译", "Stop translating")
+        onClicked: row.app.beginStop()
+    }
+}

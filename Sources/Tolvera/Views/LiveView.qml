@@ -1,0 +1,143 @@
+import QtQuick
+import QtQuick.Layouts
+import QtQuick.Templates as T
+import Tolvera.Views
+
+// A run as it goes: what it does, and what it has heard.
+Rectangle {
+    id: live
+
+    required property AppState app
+    required property LanguageNames languageNames
+
+    readonly property strings strings: app.settings.strings
+    readonly property bool hasLines: app.currentLine !== "" || app.previousLine !== ""
+
+    color: Theme.card
+
+    ColumnLayout {
+        anchors.fill: parent
+        spacing: 0
+
+        Rectangle {
+            Layout.fillWidth: true
+            implicitHeight: header.implicitHeight + 20
+            color: Theme.bar
+
+            RowLayout {
+                id: header
+
+                anchors.fill: parent
+                anchors.leftMargin: 16
+                anchors.rightMargin: 16
+                anchors.topMargin: 10
+                anchors.bottomMargin: 10
+                spacing: 10
+
+                SymbolImage {
+                    id: waveform
+
+                    name: "waveform"
+                    size: Math.round(Theme.body * 1.4)
+                    color: Theme.accentSymbol
+
+                    SequentialAnimation on opacity {
+                        running: live.app.phase.active && Theme.moves
+                        loops: Animation.Infinite
+                        alwaysRunToEnd: true
+
+                        NumberAnimation {
+                            to: 0.35
+                            duration: 700
+                            easing.type: Easing.InOutSine
+                        }
+                        NumberAnimation {
+                            to: 1
+                            duration: 700
+                            easing.type: Easing.InOutSine
+                        }
+                    }
+                }
+                Label {
+                    Layout.fillWidth: true
+                    Layout.maximumWidth: Math.ceil(implicitWidth)
+                    text: live.languageNames.directionText(live.app.settings.source, live.app.settings.target, live.strings)
+                    font.pixelSize: Theme.subheadline
+                }
+                Label {
+                    text: "·"
+                    color: Theme.tertiary
+                    font.pixelSize: Theme.subheadline
+                    Accessible.ignored: true
+                }
+                Label {
+                    Layout.fillWidth: true
+                    text: MainViewRules.statusText(live.strings, live.app.phase)
+                    color: Theme.secondary
+                    font.pixelSize: Theme.subheadline
+                    Accessible.role: Accessible.StatusBar
+                }
+                PushButton {
+                    small: true
+                    text: live.strings.stop
+                    onClicked: live.app.beginStop()
+                }
+            }
+        }
+
+        Rectangle {
+            Layout.fillWidth: true
+            implicitHeight: 1
+            color: Theme.separator
+        }
+
+        Flickable {
+            id: scroll
+
+            // Stays at the newest words until the reader scrolls away from them.
+            property bool follows: true
+
+            Layout.fillWidth: true
+            Layout.fillHeight: true
+            visible: live.hasLines
+            contentWidth: width
+            contentHeight: transcript.implicitHeight
+            boundsBehavior: Flickable.StopAtBounds
+            clip: true
+            onMovementEnded: follows = atYEnd
+            onContentHeightChanged: if (follows)
+                contentY = Math.max(0, contentHeight - height)
+            onHeightChanged: if (follows)
+                contentY = Math.max(0, contentHeight - height)
+            T.ScrollBar.vertical: ScrollIndicatorBar {}
+
+            Transcript {
+                id: transcript
+
+                width: scroll.width
+                app: live.app
+            }
+        }
+
+        ColumnLayout {
+            Layout.alignment: Qt.AlignCenter
+            visible: !live.hasLines
+            spacing: 10
+
+            SymbolImage {
+                Layout.alignment: Qt.AlignHCenter
+                name: "ear"
+                size: 30
+                color: Theme.tertiary
+            }
+            Label {
+                Layout.alignment: Qt.AlignHCenter
+                Layout.maximumWidth: 300
+                horizontalAlignment: Text.AlignHCenter
+                text: live.strings.pick("已经在听了，说话或播放声音后字幕会出现在这里。", "Listening. Captions appear here once there is speech.")
+                color: Theme.secondary
+                font.pixelSize: Theme.callout
+            }
+        }
+    }
+}

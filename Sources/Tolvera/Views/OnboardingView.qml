@@ -1,0 +1,141 @@
+import QtQuick
+import QtQuick.Layouts
+import Tolvera.Views
+
+// Greets a new user: where the program lives, how to start it, what it does with sound. The Return key
+// presses its button. As large as it asks to be.
+FocusScope {
+    id: view
+
+    required property AppState app
+
+    signal done
+
+    // As a pair, so that the window can take the title of the moment it is made.
+    readonly property string title: strings.pick("托维拉已经装好了", "Tolvera is ready")
+    readonly property strings strings: app.settings.strings
+
+    function finish() {
+        app.settings.seenOnboarding = true;
+        done();
+    }
+
+    implicitWidth: 470
+    implicitHeight: column.implicitHeight + 48
+    focus: true
+    Keys.onReturnPressed: finish()
+    Keys.onEnterPressed: finish()
+
+    Rectangle {
+        anchors.fill: parent
+        color: Theme.window
+    }
+
+    ColumnLayout {
+        id: column
+
+        anchors.fill: parent
+        anchors.margins: 24
+        spacing: 18
+
+        RowLayout {
+            spacing: 12
+
+            AppLogo {
+                size: 40
+            }
+            Label {
+                Layout.fillWidth: true
+                text: view.title
+                font.pixelSize: Theme.title2
+                font.weight: Font.DemiBold
+                Accessible.role: Accessible.Heading
+            }
+            LanguageToggle {
+                Layout.preferredWidth: 96
+                settings: view.app.settings
+            }
+        }
+
+        Label {
+            Layout.fillWidth: true
+            text: view.strings.pick("托维拉住在屏幕顶部的菜单栏里，不占程序坞，也不会自己开窗口。找右上角的对话气泡图标，点它就能开始。", "Tolvera lives in the menu bar at the top of the screen. It has no Dock icon and opens no window of its own. Look for the speech bubble near the clock and click it to start.")
+            lineHeight: 1.1
+        }
+
+        Rectangle {
+            Layout.fillWidth: true
+            implicitHeight: steps.implicitHeight + 28
+            radius: 10
+            color: Qt.alpha(Theme.quaternary, Theme.quaternary.a * 0.4)
+
+            ColumnLayout {
+                id: steps
+
+                anchors.fill: parent
+                anchors.margins: 14
+                spacing: 10
+
+                Repeater {
+                    model: view.strings.onboardSteps
+
+                    RowLayout {
+                        id: step
+
+                        required property string modelData
+                        required property int index
+
+                        spacing: 10
+
+                        Rectangle {
+                            implicitWidth: 18
+                            implicitHeight: 18
+                            radius: 9
+                            color: Theme.accent
+                            // On the first line of the text, whose height the font decides.
+                            Layout.alignment: Qt.AlignTop
+                            Layout.topMargin: Math.round((metrics.height - 18) / 2)
+
+                            Text {
+                                anchors.centerIn: parent
+                                text: step.index + 1
+                                font.pixelSize: Math.min(12, Theme.caption)
+                                font.bold: true
+                                color: "#ffffff"
+                                Accessible.ignored: true
+                            }
+                        }
+                        Label {
+                            Layout.fillWidth: true
+                            text: step.modelData
+                            Accessible.name: (step.index + 1) + ". " + text
+                        }
+                    }
+                }
+                FontMetrics {
+                    id: metrics
+
+                    font.pixelSize: Theme.body
+                }
+            }
+        }
+
+        Label {
+            Layout.fillWidth: true
+            text: view.strings.pick("托维拉只在你按下开始之后才采集声音，不录制、不保存。", "Tolvera captures audio only after you press start, and never records or stores it.")
+            color: Theme.secondary
+            font.pixelSize: Theme.callout
+        }
+
+        RowLayout {
+            Item {
+                Layout.fillWidth: true
+            }
+            PushButton {
+                highlighted: true
+                text: view.strings.pick("知道了", "Got it")
+                onClicked: view.finish()
+            }
+        }
+    }
+}

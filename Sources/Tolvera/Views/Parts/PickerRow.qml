@@ -1,0 +1,28 @@
+import QtQuick
+import QtQuick.Layouts
+import Tolvera.Views
+
+// A row of a form with a label, a picker, and what else belongs to it.
+FormRow {
+    id: row
+
+    required property string label
+    property alias items: picker.items
+    property alias value: picker.value
+
+    signal chosen(var value)
+
+    Label {
+        Layout.fillWidth: true
+        Layout.minimumWidth: Math.min(implicitWidth, row.width * 0.3)
+        text: row.label
+        Accessible.ignored: true
+    }
+    PopUpPicker {
+        id: picker
+
+        Layout.maximumWidth: row.width * 0.62
+        label: row.label
+        onChosen: value => row.chosen(value)
+    }
+}

@@ -1,0 +1,90 @@
+import QtQuick
+import QtQuick.Layouts
+import Tolvera.Views
+
+// The bar below the form: the last failure, the start button, the balance and the packs to buy.
+BottomBar {
+    id: bar
+
+    required property AppState app
+    readonly property strings strings: app.settings.strings
+
+    implicitHeight: column.implicitHeight + 28
+
+    ColumnLayout {
+        id: column
+
+        anchors.fill: parent
+        anchors.leftMargin: 18
+        anchors.rightMargin: 18
+        anchors.topMargin: 14
+        anchors.bottomMargin: 14
+        spacing: 10
+
+        ColumnLayout {
+            visible: MainViewRules.hasFailed(bar.app.phase)
+            spacing: 6
+            Layout.fillWidth: true
+
+            Label {
+                Layout.fillWidth: true
+                text: bar.app.phase.message
+                color: Theme.failure
+                font.pixelSize: Theme.callout
+                Accessible.role: Accessible.AlertMessage
+            }
+            PushButton {
+                visible: MainViewRules.offersSystemSettings(bar.app.phase.message)
+                small: true
+                text: bar.strings.pick("打开系统设置", "Open System Settings")
+                onClicked: bar.app.openMicrophoneSettings()
+            }
+        }
+
+        PushButton {
+            Layout.fillWidth: true
+            implicitHeight: Math.max(Math.round(Theme.body * 2.7), contentItem.implicitHeight + 12)
+            highlighted: true
+            text: MainViewRules.buttonTitle(bar.strings, bar.app.secondsLeft)
+            enabled: MainViewRules.hasTime(bar.app.secondsLeft)
+            font.pixelSize: Math.round(Theme.body * 1.1)
+            onClicked: bar.app.beginStart()
+        }
+
+        RowLayout {
+            Layout.fillWidth: true
+            spacing: 8
+
+            Label {
+                Layout.fillWidth: true
+                text: bar.strings.timeLeft
+                color: Theme.secondary
+                font.pixelSize: Theme.subheadline
+            }
+            BalanceText {
+                app: bar.app
+                color: MainViewRules.runsLow(bar.app.secondsLeft) ? Theme.failure : Theme.primary
+                font.pixelSize: Theme.subheadline
+            }
+            PushButton {
+                id: buy
+
+                small: true
+                text: bar.strings.pick("购买时长", "Buy more")
+                trailingSymbol: "chevron.down"
+                Accessible.role: Accessible.ButtonMenu
+                onClicked: menu.visible ? menu.close() : menu.open()
+                Keys.onDownPressed: menu.open()
+                Keys.onUpPressed: menu.open()
+
+                BuyMenu {
+                    id: menu
+
+                    app: bar.app
+                    x: buy.width - width
+                    y: -height - 4
+                }
+            }
+        }
+    }
+}
