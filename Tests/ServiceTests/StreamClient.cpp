@@ -50,6 +50,27 @@ std::vector<std::int16_t> spoken(const std::string& sentence) {
   return samples;
 }
 
+namespace {
+
+HTTPReply replyOf(const std::string& answer) {
+  HTTPReply reply;
+  const std::size_t end = answer.find("\r\n\r\n");
+  if (!answer.starts_with("HTTP/1.") || end == std::string::npos) return reply;
+  reply.status = static_cast<unsigned>(std::stoul(answer.substr(9, 3)));
+  reply.rawHead = answer.substr(0, end);
+  reply.body = answer.substr(end + 4);
+  return reply;
+}
+
+// True when the answer has the length that it promised.
+bool isWhole(const std::string& answer) {
+  const HTTPReply reply = replyOf(answer);
+  const std::size_t at = beast::string_view(reply.rawHead).find("ontent-Length:");
+  return at != std::string::npos && reply.body.size() >= std::stoul(reply.rawHead.substr(at + 14));
+}
+
+} // namespace
+
 HTTPReply HTTPClient::raw(std::string_view bytes) const {
   asio::io_context context;
   tcp::socket socket(context);
@@ -59,13 +80,19 @@ HTTPReply HTTPClient::raw(std::string_view bytes) const {
   socket.shutdown(tcp::socket::shutdown_send, error);
   std::string answer;
   asio::read(socket, asio::dynamic_buffer(answer), error);
-  HTTPReply reply;
-  const std::size_t end = answer.find("\r\n\r\n");
-  if (!answer.starts_with("HTTP/1.") || end == std::string::npos) return reply;
-  reply.status = static_cast<unsigned>(std::stoul(answer.substr(9, 3)));
-  reply.rawHead = answer.substr(0, end);
-  reply.body = answer.substr(end + 4);
-  return reply;
+  return replyOf(answer);
+}
+
+HTTPReply HTTPClient::exchange(std::string_view bytes) const {
+  asio::io_context context;
+  tcp::socket socket(context);
+  socket.connect({asio::ip::address_v4::loopback(), port_});
+  boost::system::error_code error;
+  asio::write(socket, asio::buffer(bytes.data(), bytes.size()), error);
+  std::string answer;
+  while (!error && !isWhole(answer))
+    asio::read(socket, asio::dynamic_buffer(answer), asio::transfer_at_least(1), error);
+  return replyOf(answer);
 }
 
 HTTPReply HTTPClient::request(std::string_view method, std::string_view target, const Headers& headers,
@@ -80,10 +107,10 @@ HTTPReply HTTPClient::request(std::string_view method, std::string_view target, 
     message += name + ": " + value + "\r\n";
   }
   if (!hasHost) message += "Host: 127.0.0.1:" + std::to_string(port_) + "\r\n";
-  if (!body.empty()) message += "Content-Length: " + std::to_string(body.size()) + "\r\n";
+  if (!body.empty() || method == "POST") message += "Content-Length: " + std::to_string(body.size()) + "\r\n";
   message += "\r\n";
   message += body;
-  return raw(message);
+  return exchange(message);
 }
 
 HTTPReply HTTPClient::get(std::string_view target, std::string_view token) const {

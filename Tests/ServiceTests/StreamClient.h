@@ -44,6 +44,8 @@ class HTTPClient {
   [[nodiscard]] std::string signUp() const;
 
  private:
+  [[nodiscard]] HTTPReply exchange(std::string_view bytes) const;
+
   std::uint16_t port_;
 };
 
