@@ -150,13 +150,13 @@ void AppSettings::setDub(bool on) {
   defaults_.setObject("dub", on);
 }
 
-void AppSettings::setCaptureMode(const CaptureMode& mode) {
-  const CaptureMode written = mode; // `mode` may be the field itself, and an observer may assign it
-  assign(captureMode_, written, &AppSettings::captureModeChanged);
-  defaults_.setObject("captureMode", written.storedText().toStdString());
-  if (written.kind != CaptureMode::Kind::systemApp) return;
-  defaults_.setObject("captureBundle", written.bundleID.toStdString());
-  defaults_.setObject("captureName", written.name.toStdString());
+// By value: the argument may be the field itself, and an observer may assign that.
+void AppSettings::setCaptureMode(CaptureMode mode) {
+  assign(captureMode_, mode, &AppSettings::captureModeChanged);
+  defaults_.setObject("captureMode", mode.storedText().toStdString());
+  if (mode.kind != CaptureMode::Kind::systemApp) return;
+  defaults_.setObject("captureBundle", mode.bundleID.toStdString());
+  defaults_.setObject("captureName", mode.name.toStdString());
 }
 
 void AppSettings::captureApp(const QString& bundleID, const QString& name) {

@@ -97,7 +97,7 @@ class AppSettings final : public QObject {
   // True falls back to false for a target that cannot be spoken, and otherwise shows the source as well.
   void setDub(bool on);
   [[nodiscard]] const CaptureMode& captureMode() const { return captureMode_; }
-  void setCaptureMode(const CaptureMode& mode);
+  void setCaptureMode(CaptureMode mode);
 
   // The three assignments of `captureMode`, for views.
   Q_INVOKABLE void captureApp(const QString& bundleID, const QString& name);
