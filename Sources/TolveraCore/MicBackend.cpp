@@ -1,37 +1,19 @@
 #include "TolveraCore/MicBackend.h"
 
 #include "Platform/PlatformError.h"
+#include "TolveraCore/SampleConversion.h"
 
 #include <cstdint>
 #include <utility>
 
 namespace tolvera {
 
-using platform::AudioConverter;
 using platform::AudioFormat;
 using platform::AudioPCMBuffer;
 
 namespace {
 
 constexpr std::uint32_t tapFrames = 2048;
-constexpr std::uint32_t spareFrames = 16; // room for what the converter held back before
-
-// Converts one block of the input and passes it on. A block that cannot be converted is dropped.
-void convert(const AudioPCMBuffer& block, double ratio, const AudioFormat& format, AudioConverter& converter,
-             const AudioCaptureBackend::OnSamples& onSamples) {
-  const auto capacity = static_cast<std::uint32_t>(ratio * block.frameLength()) + spareFrames;
-  auto output = AudioPCMBuffer::make(format, capacity);
-  if (!output) return;
-  bool handedOver = false;
-  const bool converted = converter.convert(*output, [&block, &handedOver]() -> AudioConverter::Input {
-    if (std::exchange(handedOver, true)) return {};
-    return {&block, AudioConverter::InputStatus::haveData};
-  });
-  if (!converted) return;
-  const float* samples = std::as_const(*output).channel(0);
-  if (samples == nullptr || output->frameLength() == 0) return;
-  onSamples(SampleBlock(samples, samples + output->frameLength()));
-}
 
 } // namespace
 
@@ -50,8 +32,11 @@ void MicBackend::start(OnSamples onSamples) {
   if (!converter_) throw platform::PlatformError("Tolvera", 11, "创建重采样器失败");
   const double ratio = outputFormat_.sampleRate / hardware.sampleRate;
   input.installTap(0, tapFrames, hardware,
-                   [ratio, format = outputFormat_, converter = converter_, callback = std::move(onSamples)](
-                       const AudioPCMBuffer& block) { convert(block, ratio, format, *converter, callback); });
+                   [ratio, format = outputFormat_, converter = converter_,
+                    callback = std::move(onSamples)](const AudioPCMBuffer& block) {
+                     SampleBlock samples = convertBlock(block, ratio, format, *converter);
+                     if (!samples.empty()) callback(std::move(samples));
+                   });
   try {
     engine_->start();
   } catch (...) {

@@ -1,12 +1,21 @@
 #include "Platform/Linux/PipeWireAudioSystem.h"
 
+#include "Platform/Linux/PipeWireAudioHardware.h"
 #include "Platform/Linux/PipeWireEngine.h"
 #include "Platform/Linux/PipeWireGraph.h"
+#include "Platform/Linux/PipeWirePlayback.h"
 #include "Platform/Linux/SoxrConverter.h"
+
+#include <utility>
 
 namespace tolvera::adapters {
 
-PipeWireAudioSystem::PipeWireAudioSystem() : graph_(std::make_shared<PipeWireGraph>()) {}
+PipeWireAudioSystem::PipeWireAudioSystem(BundleIdentifier bundleIdentifier,
+                                         std::function<void()> onDefaultOutputChange)
+    : graph_(std::make_shared<PipeWireGraph>()),
+      hardware_(std::make_unique<PipeWireAudioHardware>(graph_, std::move(bundleIdentifier),
+                                                        std::move(onDefaultOutputChange))),
+      playback_(std::make_unique<PipeWirePlayback>(graph_)) {}
 
 PipeWireAudioSystem::~PipeWireAudioSystem() = default;
 
@@ -18,5 +27,9 @@ std::unique_ptr<platform::AudioConverter>
 PipeWireAudioSystem::makeConverter(const platform::AudioFormat& from, const platform::AudioFormat& to) {
   return SoxrConverter::make(from, to);
 }
+
+platform::AudioHardware& PipeWireAudioSystem::audioHardware() { return *hardware_; }
+
+platform::AudioPlayback& PipeWireAudioSystem::playback() { return *playback_; }
 
 } // namespace tolvera::adapters

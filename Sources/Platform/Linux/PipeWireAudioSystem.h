@@ -1,19 +1,33 @@
 #pragma once
 
 #include "Platform/Audio.h"
+#include "Platform/AudioHardware.h"
+#include "Platform/AudioPlayback.h"
 
+#include <cstdint>
+#include <functional>
 #include <memory>
+#include <optional>
+#include <string>
 
 namespace tolvera::adapters {
 
 struct PipeWireGraph;
+class PipeWireAudioHardware;
+class PipeWirePlayback;
 
 // Sound through PipeWire, conversion through libsoxr. Built once by `main`; main thread. Constructing it
-// opens nothing and cannot fail: the sound server is connected to when an input is first asked for, and
+// opens nothing and cannot fail: the sound server is connected to when something is first asked of it, and
 // again by itself whenever it went away.
 class PipeWireAudioSystem final : public platform::AudioSystem {
  public:
-  PipeWireAudioSystem();
+  // The bundle identifier of a process, if it has one. Called on whatever thread reads it, never on a
+  // thread of the sound system.
+  using BundleIdentifier = std::function<std::optional<std::string>(std::int32_t pid)>;
+
+  // `onDefaultOutputChange` is called on any thread; it returns at once and asks nothing of this object.
+  explicit PipeWireAudioSystem(BundleIdentifier bundleIdentifier = {},
+                               std::function<void()> onDefaultOutputChange = {});
   ~PipeWireAudioSystem() override;
   PipeWireAudioSystem(const PipeWireAudioSystem&) = delete;
   PipeWireAudioSystem& operator=(const PipeWireAudioSystem&) = delete;
@@ -21,9 +35,14 @@ class PipeWireAudioSystem final : public platform::AudioSystem {
   std::unique_ptr<platform::AudioEngine> makeEngine() override;
   std::unique_ptr<platform::AudioConverter> makeConverter(const platform::AudioFormat& from,
                                                           const platform::AudioFormat& to) override;
+  // They live as long as the system.
+  [[nodiscard]] platform::AudioHardware& audioHardware();
+  [[nodiscard]] platform::AudioPlayback& playback();
 
  private:
   std::shared_ptr<PipeWireGraph> graph_;
+  std::unique_ptr<PipeWireAudioHardware> hardware_;
+  std::unique_ptr<PipeWirePlayback> playback_;
 };
 
 } // namespace tolvera::adapters

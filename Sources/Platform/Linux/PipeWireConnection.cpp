@@ -70,6 +70,7 @@ PipeWireConnection::~PipeWireConnection() {
 }
 
 bool PipeWireConnection::startLoop() {
+  const std::lock_guard guard(starting_);
   if (loop_ != nullptr) return true;
   static std::once_flag once;
   std::call_once(once, [] { pw_init(nullptr, nullptr); });
@@ -138,12 +139,16 @@ void PipeWireConnection::disconnect() {
 }
 
 void PipeWireConnection::arm(std::chrono::milliseconds delay) {
+  const auto due = std::chrono::steady_clock::now() + delay;
+  if (due_ && *due_ <= due) return;
+  due_ = due;
   // A time of 0 would disarm it.
   timespec value{delay.count() / 1000, delay.count() % 1000 * 1'000'000 + 1};
   pw_loop_update_timer(pw_thread_loop_get_loop(loop_), timer_, &value, nullptr, false);
 }
 
 void PipeWireConnection::onTimer() {
+  due_.reset();
   if (lost_) disconnect();
   if (core_ == nullptr) {
     connect();

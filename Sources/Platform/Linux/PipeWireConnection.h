@@ -2,8 +2,11 @@
 
 #include "Platform/Linux/PipeWireHandles.h"
 
+#include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <mutex>
+#include <optional>
 #include <vector>
 
 namespace tolvera::adapters {
@@ -42,18 +45,19 @@ class PipeWireConnection {
   PipeWireConnection& operator=(const PipeWireConnection&) = delete;
 
   // Makes sure that there is a loop and tries for a server at once. True if there is one and its first
-  // snapshot is in, for which it waits up to `patience`. Main thread, without the lock.
+  // snapshot is in, for which it waits up to `patience`. Any thread, without the lock.
   bool open(std::chrono::milliseconds patience);
 
-  [[nodiscard]] pw_thread_loop* loop() const { return loop_; } // null before `open`
+  [[nodiscard]] pw_thread_loop* loop() const { return loop_; } // null before the first `open`
 
   // Everything below: under the lock. A listener that hears of the objects is added before `open`.
   void addListener(Listener& listener);
   void removeListener(Listener& listener);
   [[nodiscard]] pw_core* core() const { return core_; } // null without a server
   [[nodiscard]] pw_registry* registry() const { return registry_; }
-  void changed();                                // `settled` is due after a round trip to the server
-  void retryIn(std::chrono::milliseconds delay); // `settled` is due then
+  void changed(); // `settled` is due after a round trip to the server
+  // `settled` is due then at the latest. Who finds it too early asks again.
+  void retryIn(std::chrono::milliseconds delay);
 
  private:
   struct Events;
@@ -65,7 +69,8 @@ class PipeWireConnection {
   void onTimer();
   void onDone(int sequence);
 
-  pw_thread_loop* loop_ = nullptr;
+  std::mutex starting_; // of the loop
+  std::atomic<pw_thread_loop*> loop_ = nullptr;
   pw_context* context_ = nullptr;
   spa_source* timer_ = nullptr;
   pw_core* core_ = nullptr;
@@ -73,11 +78,12 @@ class PipeWireConnection {
   Hook coreHook_;
   Hook registryHook_;
   std::vector<Listener*> listeners_;
-  int awaited_ = 0;      // sequence number of the round trip under way
-  bool waiting_ = false; // a round trip is under way
-  bool dirty_ = false;   // and something changed since it began
-  bool ready_ = false;   // the first snapshot is in
-  bool lost_ = false;    // the server is gone, its connection not yet dropped
+  std::optional<std::chrono::steady_clock::time_point> due_; // when the timer fires
+  int awaited_ = 0;                                          // sequence number of the round trip under way
+  bool waiting_ = false;                                     // a round trip is under way
+  bool dirty_ = false;                                       // and something changed since it began
+  bool ready_ = false;                                       // the first snapshot is in
+  bool lost_ = false; // the server is gone, its connection not yet dropped
 };
 
 } // namespace tolvera::adapters

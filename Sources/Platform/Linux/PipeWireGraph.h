@@ -2,16 +2,24 @@
 
 #include "Platform/Linux/PipeWireConnection.h"
 #include "Platform/Linux/PipeWireMetadata.h"
+#include "Platform/Linux/PipeWireObjects.h"
+#include "Platform/Linux/PipeWireOutputs.h"
+#include "Platform/Linux/PipeWireProcesses.h"
 #include "Platform/Linux/PipeWireSources.h"
 
 namespace tolvera::adapters {
 
 // What the program knows of the sound server. One for the program, shared by the audio system and by
-// everything it makes, so that the last of them closes the connection. Main thread.
+// everything it makes, so that the last of them closes the connection. Main thread. Listeners hear of a
+// change in this order, and after them whoever acts on it.
 struct PipeWireGraph {
   PipeWireConnection connection;
+  PipeWireObjectIDs ids;
   PipeWireMetadata metadata{connection};
   PipeWireSources sources{connection, metadata};
+  PipeWireObjects objects{connection};
+  PipeWireProcesses processes{connection, objects, ids};
+  PipeWireOutputs outputs{connection, objects, metadata, ids};
 };
 
 } // namespace tolvera::adapters

@@ -57,5 +57,6 @@ struct ProxyDeleter {
 template<typename T>
 using Proxy = std::unique_ptr<T, ProxyDeleter<T>>;
 using Stream = std::unique_ptr<pw_stream, PipeWireDeleter<pw_stream_destroy>>;
+using Filter = std::unique_ptr<pw_filter, PipeWireDeleter<pw_filter_destroy>>;
 
 } // namespace tolvera::adapters
