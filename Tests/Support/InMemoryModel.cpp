@@ -1,0 +1,130 @@
+#include "Support/InMemoryModel.h"
+
+#include <boost/json/serialize.hpp>
+#include <boost/json/value.hpp>
+
+#include <chrono>
+
+namespace tolvera::test {
+
+namespace json = boost::json;
+
+namespace {
+
+class RecordingCaptionWindow final : public CaptionWindowController, public CaptionPanel {
+ public:
+  explicit RecordingCaptionWindow(RecordedWindows& record) : record_(record) {}
+  void show(AppState&) override {
+    ++record_.captionShows;
+    record_.captionOnScreen = true;
+  }
+  CaptionPanel* panel() override { return record_.captionShows > 0 ? this : nullptr; }
+  void savePosition() override {}
+  void orderOut() override { record_.captionOnScreen = false; }
+
+ private:
+  RecordedWindows& record_;
+};
+
+class RecordingOnboarding final : public OnboardingWindowController {
+ public:
+  explicit RecordingOnboarding(RecordedWindows& record) : record_(record) {}
+  void show(AppState&) override { ++record_.onboardingShows; }
+
+ private:
+  RecordedWindows& record_;
+};
+
+std::string me(double secondsLeft, bool signedIn, const std::string& packs) {
+  return R"({"secondsLeft":)" + std::to_string(secondsLeft) +
+         R"(,"secondsUsed":0,"dubMultiplier":4,"voices":[],"paymentMethods":[],"loginMethods":[],"signedIn":)" +
+         (signedIn ? "true" : "false") + R"(,"packs":)" + packs + "}";
+}
+
+} // namespace
+
+const std::string InMemoryModel::somePacks =
+    R"([{"id":"small","hours":1.5,"cents":199,"fen":1999},{"id":"medium","hours":10,"cents":1299,"fen":8800},)"
+    R"({"id":"large","hours":100,"cents":9900,"fen":68800}])";
+
+InMemoryModel::InMemoryModel() {
+  in_.userDefaults.setObject("seenOnboarding", true);
+  in_.userDefaults.setObject("uiLanguage", "english");
+  in_.userDefaults.setObject("captureMode", "mic");
+  in_.userDefaults.setObject("target", "es");
+  in_.network.reply("/api/signup", 200, R"({"token":"secret token","secondsLeft":3600})");
+  in_.network.reply("/api/me", 200, me(3600, false, somePacks));
+  app_ = AppState::make(in_.platform, {std::make_unique<RecordingCaptionWindow>(windows_),
+                                       std::make_unique<RecordingOnboarding>(windows_)});
+  settle();
+}
+
+InMemoryModel::~InMemoryModel() {
+  in_.loop.run(app_->stop());
+  settle();
+}
+
+void InMemoryModel::account(double secondsLeft, bool signedIn, const std::string& packs) {
+  in_.network.reply("/api/me", 200, me(secondsLeft, signedIn, packs));
+  in_.loop.run(app_->refreshAccount());
+}
+
+void InMemoryModel::begin() {
+  app_->beginStart();
+  settle();
+}
+
+void InMemoryModel::starting() {
+  in_.loop.run(app_->refreshAccount());
+  // A token that the service no longer knows is dropped, and the next one is long in coming.
+  in_.network.reply("/api/me", 401, R"({"error":"unknown"})");
+  in_.loop.run(app_->refreshAccount());
+  in_.network.answer("/api/signup", [this](platform::HTTPRequest) -> Task<platform::HTTPResponse> {
+    co_await in_.loop.clock().sleep(std::chrono::hours(1));
+    co_return platform::HTTPResponse{.status = 500, .body = {}};
+  });
+  begin();
+}
+
+void InMemoryModel::connecting() {
+  if (!app_->me()) in_.loop.run(app_->refreshAccount());
+  begin();
+}
+
+void InMemoryModel::live() {
+  connecting();
+  say(R"({"type":"ready","secondsLeft":)" + std::to_string(app_->secondsLeft()) + "}");
+}
+
+void InMemoryModel::reconnecting() {
+  live();
+  in_.network.connection()->fail();
+  settle();
+}
+
+void InMemoryModel::fail(const std::string& message, const std::string& code) {
+  say(json::serialize(json::value{{"type", "error"}, {"code", code}, {"message", message}}));
+}
+
+void InMemoryModel::source(const std::string& text) {
+  say(json::serialize(json::value{{"type", "src"}, {"text", text}}));
+}
+
+void InMemoryModel::translation(const std::string& text, const std::string& stash) {
+  say(json::serialize(json::value{{"type", "tr"}, {"text", text}, {"stash", stash}}));
+}
+
+void InMemoryModel::finish(const std::string& text) {
+  say(json::serialize(json::value{{"type", "tr"}, {"text", text}, {"final", true}}));
+}
+
+void InMemoryModel::balance(double seconds) {
+  say(json::serialize(json::value{{"type", "balance"}, {"secondsLeft", seconds}}));
+}
+
+void InMemoryModel::say(const std::string& frame) {
+  in_.network.connection()->deliver(frame);
+  settle();
+}
+
+} // namespace tolvera::test

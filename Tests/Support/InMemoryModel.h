@@ -1,0 +1,60 @@
+#pragma once
+
+#include "Support/InMemoryPlatform.h"
+#include "Tolvera/AppState.h"
+
+#include <memory>
+#include <string>
+
+namespace tolvera::test {
+
+// What the model asked of its windows.
+struct RecordedWindows {
+  int captionShows = 0;
+  int onboardingShows = 0;
+  bool captionOnScreen = false;
+};
+
+// A model on the in-memory platform for views to show, brought into any state as in real life: by the
+// service's replies and frames. English, microphone mode, a signed-out account with an hour left. Nothing
+// has been asked of the service before `launch`. One thread.
+class InMemoryModel {
+ public:
+  InMemoryModel();
+  ~InMemoryModel();
+
+  AppState& app() { return *app_; }
+  AppSettings& settings() { return *app_->settings(); }
+  InMemoryPlatform& in() { return in_; }
+  [[nodiscard]] const RecordedWindows& windows() const { return windows_; }
+
+  // What the service says of the account from now on, and says at once.
+  void account(double secondsLeft, bool signedIn = false, const std::string& packs = somePacks);
+
+  // A run, stage by stage; each call goes through the stages before it.
+  void starting(); // waits for a token that never comes
+  void connecting();
+  void live();
+  void reconnecting();
+  void fail(const std::string& message, const std::string& code = "upstream"); // in a run, as the service
+  // Captions of a live run.
+  void source(const std::string& text);
+  void translation(const std::string& text, const std::string& stash = "");
+  void finish(const std::string& text);
+  void balance(double seconds);
+
+  // Lets everything that is ready happen.
+  void settle() { in_.loop.settle(); }
+
+  static const std::string somePacks;
+
+ private:
+  void begin();
+  void say(const std::string& frame);
+
+  InMemoryPlatform in_;
+  RecordedWindows windows_;
+  std::shared_ptr<AppState> app_;
+};
+
+} // namespace tolvera::test
