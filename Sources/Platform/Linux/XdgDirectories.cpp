@@ -6,6 +6,8 @@
 #include <array>
 #include <cstdlib>
 #include <optional>
+#include <sstream>
+#include <string>
 
 namespace tolvera::adapters {
 
@@ -37,6 +39,15 @@ std::filesystem::path XdgDirectories::dataHome() {
 std::filesystem::path XdgDirectories::configHome() {
   if (auto path = absolutePathFrom("XDG_CONFIG_HOME")) return *path;
   return home() / ".config";
+}
+
+std::vector<std::filesystem::path> XdgDirectories::dataDirectories() {
+  const char* value = std::getenv("XDG_DATA_DIRS");
+  std::istringstream listed(value && *value ? value : "/usr/local/share:/usr/share");
+  std::vector<std::filesystem::path> directories;
+  for (std::string directory; std::getline(listed, directory, ':');)
+    if (directory.starts_with("/")) directories.emplace_back(directory);
+  return directories;
 }
 
 } // namespace tolvera::adapters

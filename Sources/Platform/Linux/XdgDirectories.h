@@ -1,6 +1,7 @@
 #pragma once
 
 #include <filesystem>
+#include <vector>
 
 namespace tolvera::adapters {
 
@@ -10,6 +11,8 @@ namespace XdgDirectories {
 
 [[nodiscard]] std::filesystem::path dataHome();   // $XDG_DATA_HOME or ~/.local/share
 [[nodiscard]] std::filesystem::path configHome(); // $XDG_CONFIG_HOME or ~/.config
+// $XDG_DATA_DIRS or the system's own, the most important first; without the user's own.
+[[nodiscard]] std::vector<std::filesystem::path> dataDirectories();
 
 } // namespace XdgDirectories
 
