@@ -3,9 +3,13 @@
 #include "Async/Clock.h"
 #include "Async/Task.h"
 #include "Platform/Audio.h"
+#include "Platform/AudioHardware.h"
+#include "Platform/AudioPlayback.h"
 #include "Platform/CaptureDevice.h"
 #include "Platform/FileManager.h"
 #include "Platform/Locale.h"
+#include "Platform/NotificationCenter.h"
+#include "Platform/RunningApplications.h"
 #include "Platform/URLSession.h"
 #include "Platform/UserDefaults.h"
 #include "Platform/Workspace.h"
@@ -20,11 +24,15 @@ struct Platform {
   Clock& clock;
   URLSession& urlSession;
   AudioSystem& audio;
+  AudioHardware& audioHardware;
+  AudioPlayback& playback;
   CaptureDevice& captureDevice;
   UserDefaults& userDefaults;
   FileManager& fileManager;
   Locale& locale;
   Workspace& workspace;
+  RunningApplications& runningApplications;
+  NotificationCenter& notificationCenter;
 };
 
 } // namespace tolvera::platform

@@ -1,6 +1,7 @@
 #include "Tolvera/AppState.h"
 
 #include "Tolvera/TokenStore.h"
+#include "TolveraCore/AudioRoute.h"
 
 #include <boost/url/parse.hpp>
 
@@ -68,7 +69,31 @@ Task<void> AppState::refreshAccount(Self self) {
   }
 }
 
-Task<void> AppState::bootstrap(Self self) { co_await refreshAccount(); }
+Task<void> AppState::bootstrap(Self self) {
+  co_await refreshAccount();
+  refreshApps();
+  listenForOutputChanges();
+}
+
+void AppState::refreshApps() {
+  assign(apps_,
+         AudioProcesses::userApps(platform_.audioHardware, platform_.runningApplications, platform_.locale),
+         &AppState::appsChanged);
+  assign(outputIsBuiltInSpeaker_, AudioRoute::isBuiltInSpeaker(platform_.audioHardware),
+         &AppState::outputIsBuiltInSpeakerChanged);
+}
+
+void AppState::listenForOutputChanges() {
+  if (outputObserver_) return;
+  outputObserver_ = platform_.notificationCenter.addObserver(
+      platform::defaultOutputDeviceDidChange, [weak = weak_from_this()] {
+        const auto model = weak.lock();
+        if (!model) return;
+        model->assign(model->outputIsBuiltInSpeaker_,
+                      AudioRoute::isBuiltInSpeaker(model->platform_.audioHardware),
+                      &AppState::outputIsBuiltInSpeakerChanged);
+      });
+}
 
 // A press that leads to no page leaves everything as it was, so failures end here without a word.
 Task<void> AppState::signIn(Self self) {

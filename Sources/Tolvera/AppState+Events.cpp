@@ -33,7 +33,9 @@ void AppState::handle(const TranslateSession::Event& event) {
                    restartIdleTimer();
                  },
                  [this](const Session::Balance& balance) { setSecondsLeft(balance.secondsLeft); },
-                 [](const Session::Dub&) { /* nobody speaks it yet */ },
+                 [this](const Session::Dub& dub) {
+                   if (dubPlayer_) dubPlayer_->play(dub.samples);
+                 },
                  [this](const Session::Failed& failed) {
                    const auto message = QString::fromStdString(failed.message);
                    log(QStringLiteral("会话报错 [") + QString::fromStdString(failed.code) +

@@ -14,6 +14,16 @@ void AppState::beginTopUp(const QString& pack) {
 }
 void AppState::beginSignOut() { spawn(platform_.mainExecutor, "sign out", signOut()); }
 
+QVariantList AppState::appsForViews() const {
+  QVariantList list;
+  for (const auto& app : apps_) {
+    list.append(QVariantMap{{"bundleID", QString::fromStdString(app.bundleID)},
+                            {"name", QString::fromStdString(app.name)},
+                            {"isPlaying", app.isPlaying}});
+  }
+  return list;
+}
+
 QVariantList AppState::packs() const {
   QVariantList list;
   if (!me_) return list;

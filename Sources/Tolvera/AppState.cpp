@@ -1,12 +1,14 @@
 #include "Tolvera/AppState.h"
 
 #include "Platform/PlatformError.h"
+#include "TolveraCore/CoreAudioTapBackend.h"
 #include "TolveraCore/Languages.h"
 #include "TolveraCore/MicBackend.h"
 #include "TolveraCore/PCMChunker.h"
 
 #include <boost/asio/post.hpp>
 
+#include <algorithm>
 #include <cstdio>
 
 namespace tolvera {
@@ -118,6 +120,15 @@ Task<void> AppState::start(Self self) {
     }
   }
 
+  if (settings_->dub()) {
+    dubPlayer_ = std::make_shared<DubPlayer>(platform_.playback, platform_.clock);
+    try {
+      dubPlayer_->start();
+    } catch (const std::exception&) {
+      // The run goes on, without its sound.
+    }
+  }
+
   auto [writer, samples] = AsyncStream<SampleBlock>::make(AsyncStream<SampleBlock>::newest(sampleBlocksKept));
   continuation_ = writer;
   try {
@@ -156,6 +167,7 @@ Task<void> AppState::start(Self self) {
 void AppState::abandonRun() {
   backend_.reset();
   continuation_.reset();
+  dubPlayer_.reset();
   pumpTask_.cancel();
   eventTask_.cancel();
   idleTask_.cancel();
@@ -166,8 +178,11 @@ void AppState::abandonRun() {
 }
 
 AudioCaptureBackend::OnSamples AppState::sampleCallback(AsyncStream<SampleBlock>::Writer writer) {
-  return [writer = std::move(writer), main = platform_.mainExecutor,
-          weak = weak_from_this()](SampleBlock block) {
+  // While the dub speaks, the microphone would hear it and have it translated once more.
+  const bool gated = isMicrophone(settings_->captureMode()) && settings_->dub();
+  return [writer = std::move(writer), main = platform_.mainExecutor, weak = weak_from_this(), gated,
+          player = dubPlayer_](SampleBlock block) {
+    if (gated && player && player->isSpeaking()) return;
     boost::asio::post(main, [weak, block] {
       if (auto model = weak.lock()) model->noteSamples(block);
     });
@@ -183,13 +198,28 @@ Task<void> AppState::pump(std::shared_ptr<TranslateSession> session, AsyncStream
 }
 
 std::unique_ptr<AudioCaptureBackend> AppState::makeBackend() {
-  if (isMicrophone(settings_->captureMode())) return std::make_unique<MicBackend>(platform_.audio);
-  throw platform::PlatformError(
-      "Tolvera", 21,
-      strings()
-          .pick("这个版本还采不到系统声音，换成麦克风模式试试。",
-                "This version cannot capture system audio yet. Try the microphone instead.")
-          .toStdString());
+  const auto tap = [this](CoreAudioTapBackend::Source source) {
+    return std::make_unique<CoreAudioTapBackend>(platform_.audioHardware, platform_.audio, platform_.clock,
+                                                 std::move(source));
+  };
+  const auto& mode = settings_->captureMode();
+  switch (mode.kind) {
+  case CaptureMode::Kind::microphone:
+    return std::make_unique<MicBackend>(platform_.audio);
+  case CaptureMode::Kind::systemEverything:
+    return tap(CoreAudioTapBackend::EverythingExceptSelf{});
+  case CaptureMode::Kind::systemApp:
+    break;
+  }
+  const auto apps =
+      AudioProcesses::userApps(platform_.audioHardware, platform_.runningApplications, platform_.locale);
+  const auto chosen = std::ranges::find(apps, mode.bundleID.toStdString(), &AudioApp::bundleID);
+  if (chosen != apps.end() && !chosen->objectIDs.empty()) {
+    return tap(CoreAudioTapBackend::Processes{chosen->objectIDs});
+  }
+  const auto description = strings().pick("一个 App 至少出过一次声才会出现在这里",
+                                          "An app appears here only after it has played sound at least once");
+  throw platform::PlatformError("Tolvera", 20, description.toStdString());
 }
 
 Task<bool> AppState::ensureMicrophoneAccess() {
@@ -206,7 +236,14 @@ Task<bool> AppState::ensureMicrophoneAccess() {
 }
 
 QString AppState::describeCaptureFailure(const std::exception& error) const {
-  return QString::fromUtf8(error.what());
+  const auto description = QString::fromUtf8(error.what());
+  const auto* failure = dynamic_cast<const CoreAudioTapBackend::Failure*>(&error);
+  if (!failure || failure->status() == 0) return description;
+  const auto permission = strings().pick(
+      "没有系统声音录制权限。到「系统设置 → 隐私与安全性 → 屏幕与系统音频录制」里打开托维拉。",
+      "No permission to record system audio. Open System Settings, Privacy & Security, Screen & System Audio "
+      "Recording, and enable Tolvera.");
+  return permission + QStringLiteral("\n\n(") + description + QStringLiteral(")");
 }
 
 QString AppState::friendly(const QString& message, const std::string& code) const {
@@ -233,6 +270,8 @@ Task<void> AppState::stop(Self self) {
     session_.reset();
   }
   eventTask_.cancel();
+  if (dubPlayer_) dubPlayer_->stop();
+  dubPlayer_.reset();
   idleTask_.cancel();
   if (auto* panel = captionWindow().panel()) {
     panel->savePosition();

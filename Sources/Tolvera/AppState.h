@@ -9,6 +9,8 @@
 #include "Tolvera/WindowControllers.h"
 #include "TolveraCore/API.h"
 #include "TolveraCore/AudioCapture.h"
+#include "TolveraCore/AudioProcesses.h"
+#include "TolveraCore/DubPlayer.h"
 #include "TolveraCore/TranslateSession.h"
 
 #include <QObject>
@@ -35,6 +37,8 @@ class AppState final : public QObject, public std::enable_shared_from_this<AppSt
   Q_PROPERTY(bool signedIn READ isSignedIn NOTIFY meChanged)
   Q_PROPERTY(QVariantList packs READ packs NOTIFY meChanged)
   Q_PROPERTY(double secondsLeft READ secondsLeft NOTIFY secondsLeftChanged)
+  Q_PROPERTY(QVariantList apps READ appsForViews NOTIFY appsChanged)
+  Q_PROPERTY(bool outputIsBuiltInSpeaker READ outputIsBuiltInSpeaker NOTIFY outputIsBuiltInSpeakerChanged)
   Q_PROPERTY(QString sourceLine READ sourceLine NOTIFY sourceLineChanged)
   Q_PROPERTY(QString currentLine READ currentLine NOTIFY currentLineChanged)
   Q_PROPERTY(QString currentStash READ currentStash NOTIFY currentStashChanged)
@@ -65,6 +69,14 @@ class AppState final : public QObject, public std::enable_shared_from_this<AppSt
   // Balance in seconds, as last heard from any source.
   [[nodiscard]] double secondsLeft() const { return secondsLeft_; }
 
+  // The applications offered for capture, as of the last look.
+  [[nodiscard]] const std::vector<AudioApp>& apps() const { return apps_; }
+  [[nodiscard]] QVariantList appsForViews() const;
+  // Whether sound goes out through the machine's own speaker. Chooses a text, and nothing else.
+  [[nodiscard]] bool outputIsBuiltInSpeaker() const { return outputIsBuiltInSpeaker_; }
+  // Looks again which applications make sound and where it goes out.
+  Q_INVOKABLE void refreshApps();
+
   // The recognised source text as it now stands.
   [[nodiscard]] const QString& sourceLine() const { return sourceLine_; }
   // The translation in progress: what is settled, and the tail that may still change.
@@ -94,7 +106,8 @@ class AppState final : public QObject, public std::enable_shared_from_this<AppSt
   // Exchanges source and target, unless the source is "auto".
   Q_INVOKABLE void swapDirection();
 
-  // Asks for the account, for the first time the interface appears. Harmless to repeat.
+  // What the first appearance of the interface needs: the account, the applications, the output route and
+  // its changes from now on. Harmless to repeat.
   Task<void> bootstrap() { return bootstrap(shared_from_this()); }
   // Asks for the account; old values stay if that fails.
   Task<void> refreshAccount() { return refreshAccount(shared_from_this()); }
@@ -123,6 +136,8 @@ class AppState final : public QObject, public std::enable_shared_from_this<AppSt
   void phaseChanged();
   void meChanged();
   void secondsLeftChanged();
+  void appsChanged();
+  void outputIsBuiltInSpeakerChanged();
   void sourceLineChanged();
   void currentLineChanged();
   void currentStashChanged();
@@ -190,6 +205,7 @@ class AppState final : public QObject, public std::enable_shared_from_this<AppSt
   Task<void> openTopUp(Self self, std::string pack);
   Task<void> signOut(Self self);
   Task<void> pollForAccountChange();
+  void listenForOutputChanges();
   bool openInBrowser(const std::string& address); // false if it is no address
   Task<std::string> currentToken();
   // The code of the interface language that the service understands.
@@ -206,15 +222,19 @@ class AppState final : public QObject, public std::enable_shared_from_this<AppSt
   Phase phase_;
   std::optional<API::Me> me_;
   double secondsLeft_ = 0;
+  std::vector<AudioApp> apps_;
+  bool outputIsBuiltInSpeaker_ = false;
   QString sourceLine_;
   QString currentLine_;
   QString currentStash_;
   QString previousLine_;
   QString overlayStatus_;
 
+  std::unique_ptr<platform::NotificationCenter::Registration> outputObserver_;
   std::optional<std::string> token_;
   std::shared_ptr<TranslateSession> session_;
   std::unique_ptr<AudioCaptureBackend> backend_;
+  std::shared_ptr<DubPlayer> dubPlayer_; // shared with the sample callback of its run
   std::optional<AsyncStream<SampleBlock>::Writer> continuation_;
   TaskHandle pumpTask_;
   TaskHandle eventTask_;

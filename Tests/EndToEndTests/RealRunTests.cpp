@@ -1,6 +1,7 @@
 #include "Async/SystemClock.h"
 #include "Platform/Linux/BeastURLSession.h"
 #include "Platform/Linux/PipeWireAudioSystem.h"
+#include "ServiceTests/Browser.h"
 #include "Support/InMemoryPlatform.h"
 #include "Support/LoopbackServer.h"
 #include "Support/PrivateGraph.h"
@@ -94,9 +95,20 @@ class RealRun : public testing::Test {
   adapters::BeastURLSession network_{background_.get_executor()};
   adapters::PipeWireAudioSystem audio_;
   platform::Platform platform_ = [this] {
-    return platform::Platform{
-        in_.loop.executor(), background_.get_executor(), clock_,          network_,   audio_,
-        in_.captureDevice,   in_.userDefaults,           in_.fileManager, in_.locale, in_.workspace};
+    return platform::Platform{in_.loop.executor(),
+                              background_.get_executor(),
+                              clock_,
+                              network_,
+                              audio_,
+                              in_.audioHardware,
+                              in_.playback,
+                              in_.captureDevice,
+                              in_.userDefaults,
+                              in_.fileManager,
+                              in_.locale,
+                              in_.workspace,
+                              in_.runningApplications,
+                              in_.notificationCenter};
   }();
   std::shared_ptr<AppState> model_;
   std::thread backgroundThread_;
@@ -155,38 +167,90 @@ TEST_F(RealRun, AnUpgradeAnsweredWithAnErrorIsTriedAgainUntilTheServiceIsBack) {
   }
 }
 
-TEST_F(RealRun, TheServiceKilledInMidRunAndStartedAgainIsFoundAgain) {
-  const test::TemporaryDirectory directory;
-  const auto log = (directory.path() / "log").string();
-  const auto startService = [&](const std::string& port) {
-    std::filesystem::remove(log);
-    test::ChildProcess service({TOLVERA_SERVICE, "--port", port, "--state", directory.path() / "state"}, log);
+// The local service as a process of its own, with a fresh account store.
+class ServiceProcess {
+ public:
+  // Waits until it listens. Port "0" is any; the state survives a restart.
+  void start(const std::string& onPort) {
+    std::filesystem::remove(log_);
+    process_.emplace(
+        std::vector<std::string>{TOLVERA_SERVICE, "--port", onPort, "--state", directory_ / "state"}, log_);
     std::string line;
     const auto listening = [&] {
-      std::ifstream file(log);
+      std::ifstream file(log_);
       while (std::getline(file, line)) {
         if (line.find("listening on") != std::string::npos) return true;
       }
       return false;
     };
-    EXPECT_TRUE(test::eventually(listening, 60s));
-    return std::pair(std::move(service), line.substr(line.rfind(':') + 1));
-  };
+    ASSERT_TRUE(test::eventually(listening, 60s));
+    port_ = line.substr(line.rfind(':') + 1);
+  }
+  void kill() { process_->kill(); }
+  [[nodiscard]] const std::string& port() const { return port_; }
+  [[nodiscard]] std::string url() const { return "http://127.0.0.1:" + port_ + "/livetranslate"; }
 
+ private:
+  const test::TemporaryDirectory directory_;
+  const std::string log_ = directory_ / "log";
+  std::optional<test::ChildProcess> process_;
+  std::string port_;
+};
+
+TEST_F(RealRun, TheServiceKilledInMidRunAndStartedAgainIsFoundAgain) {
   clock_.speed = 1; // the true backoff has to outlast a true start of the service
-  auto [service, port] = startService("0");
-  auto& model = launch("http://127.0.0.1:" + port + "/livetranslate");
+  ServiceProcess service;
+  service.start("0");
+  auto& model = launch(service.url());
   run(model.start());
   ASSERT_TRUE(reaches(Phase::Kind::live)) << model.phase().message().toStdString();
   service.kill();
   ASSERT_TRUE(reaches(Phase::Kind::reconnecting));
-
-  auto [again, samePort] = startService(port);
-  ASSERT_EQ(samePort, port);
+  service.start(service.port());
   ASSERT_TRUE(reaches(Phase::Kind::live)) << model.phase().message().toStdString();
   run(model.stop());
   ASSERT_TRUE(model.me());
   EXPECT_GT(model.secondsLeft(), 3500) << "the account has outlived the service";
+}
+
+TEST_F(RealRun, AFirstUseFromTheSignupToTheSignOut) {
+  clock_.speed = 1;
+  ServiceProcess service;
+  service.start("0");
+  const auto browser = test::Browser::start(1000);
+  if (!browser) GTEST_SKIP() << "chromium-driver is not installed";
+
+  auto& model = launch(service.url());
+  EXPECT_EQ(model.secondsLeft(), 3600);
+  EXPECT_FALSE(model.isSignedIn());
+
+  const auto confirm = [&](const std::string& heading, TaskHandle watching) {
+    ASSERT_TRUE(in_.loop.settleUntil([&] { return !in_.workspace.opened.empty(); }, 10s));
+    browser->open(in_.workspace.opened.back());
+    in_.workspace.opened.clear();
+    ASSERT_TRUE(browser->waitForText("h1", heading));
+    browser->click("button");
+    ASSERT_TRUE(in_.loop.settleUntil([&] { return watching.finished(); }, 20s)) << heading;
+  };
+  confirm("Sign in to the local account", spawn(in_.loop.executor(), "sign in", model.signIn()));
+  EXPECT_TRUE(model.isSignedIn());
+
+  ASSERT_FALSE(model.me()->packs.empty());
+  const auto pack = model.me()->packs.front();
+  confirm("Add translation time", spawn(in_.loop.executor(), "top up", model.openTopUp(pack.id)));
+  const double bought = 3600 * (1 + pack.hours);
+  EXPECT_EQ(model.secondsLeft(), bought);
+
+  const auto tone = graph_.play(graph_.tone(300, 0.2, 30), "microphone");
+  run(model.start());
+  ASSERT_TRUE(reaches(Phase::Kind::live)) << model.phase().message().toStdString();
+  EXPECT_TRUE(in_.loop.settleUntil([&] { return model.secondsLeft() < bought - 2; }, 20s));
+  run(model.stop());
+  EXPECT_LT(model.secondsLeft(), bought - 2) << "as the service's own account tells";
+
+  run(model.signOut());
+  EXPECT_FALSE(model.isSignedIn());
+  EXPECT_LT(model.secondsLeft(), bought - 3600) << "the bought hours stay with the account";
 }
 
 } // namespace

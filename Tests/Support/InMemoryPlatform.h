@@ -3,7 +3,11 @@
 #include "Platform/Platform.h"
 #include "Support/FixedLocale.h"
 #include "Support/InMemoryAudio.h"
+#include "Support/InMemoryAudioHardware.h"
 #include "Support/InMemoryFileManager.h"
+#include "Support/InMemoryNotificationCenter.h"
+#include "Support/InMemoryPlayback.h"
+#include "Support/InMemoryRunningApplications.h"
 #include "Support/InMemoryUserDefaults.h"
 #include "Support/RecordingWorkspace.h"
 #include "Support/ScriptedCaptureDevice.h"
@@ -18,13 +22,19 @@ struct InMemoryPlatform {
   TestLoop loop;
   ScriptedURLSession network{loop.clock()};
   InMemoryAudio audio;
+  InMemoryAudioHardware audioHardware;
+  InMemoryPlayback playback;
   ScriptedCaptureDevice captureDevice;
   InMemoryUserDefaults userDefaults;
   InMemoryFileManager fileManager;
   FixedLocale locale;
   RecordingWorkspace workspace;
-  platform::Platform platform{loop.executor(), loop.executor(), loop.clock(), network, audio,
-                              captureDevice,   userDefaults,    fileManager,  locale,  workspace};
+  InMemoryRunningApplications runningApplications;
+  InMemoryNotificationCenter notificationCenter;
+  platform::Platform platform{
+      loop.executor(), loop.executor(), loop.clock(),        network,           audio,
+      audioHardware,   playback,        captureDevice,       userDefaults,      fileManager,
+      locale,          workspace,       runningApplications, notificationCenter};
 };
 
 } // namespace tolvera::test
