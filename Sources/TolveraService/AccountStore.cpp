@@ -56,7 +56,7 @@ Database withSchema(const std::filesystem::path& file) {
   return database;
 }
 
-constexpr std::int64_t linkLifetime = 30 * 60; // s
+constexpr std::int64_t linkLifetime = 1800; // s
 
 std::int64_t now() { return static_cast<std::int64_t>(std::time(nullptr)); }
 

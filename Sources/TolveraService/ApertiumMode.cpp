@@ -6,6 +6,7 @@
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
+#include <utility>
 
 namespace tolvera::service {
 
@@ -18,7 +19,9 @@ std::string findProgram(const std::string& name) {
   std::istringstream directories(path != nullptr ? path : "/usr/local/bin:/usr/bin:/bin");
   for (std::string directory; std::getline(directories, directory, ':');) {
     if (directory.empty()) continue;
-    std::string candidate = directory + "/" + name;
+    std::string candidate = std::move(directory);
+    candidate += "/";
+    candidate += name;
     if (::access(candidate.c_str(), X_OK) == 0) return candidate;
   }
   throw std::runtime_error("no program called " + name);

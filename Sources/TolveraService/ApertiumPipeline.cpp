@@ -116,6 +116,7 @@ bool ApertiumPipeline::start() {
       break;
     }
     std::vector<const char*> arguments;
+    arguments.reserve(stage.size() + 1);
     for (const std::string& argument : stage) arguments.push_back(argument.c_str());
     arguments.push_back(nullptr);
     const pid_t child = ::fork();

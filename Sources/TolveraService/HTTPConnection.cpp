@@ -21,7 +21,7 @@ using boost::asio::use_awaitable;
 namespace {
 
 constexpr std::uint32_t headerLimit = 8 * 1024;
-constexpr std::uint64_t bodyLimit = 16 * 1024;
+constexpr std::uint64_t bodyLimit = 16384;
 constexpr std::chrono::seconds waitLimit{15};
 
 constexpr Wording unreadable{"", "This is not a request that the service reads."};
@@ -129,7 +129,8 @@ class Connection {
       co_return false;
     }
     auto answer = answered(services_, requestOf(message));
-    const Response response = co_await on(services_->blocking, std::move(answer));
+    Response response = co_await on(services_->blocking, std::move(answer));
+    if (message.method() == http::verb::head) response.body.clear();
     co_await write(response, message.version(), message.keep_alive());
     co_return message.keep_alive();
   }

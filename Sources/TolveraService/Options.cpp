@@ -26,7 +26,7 @@ std::filesystem::path defaultStateDirectory() {
 
 } // namespace
 
-std::string_view Options::usage() {
+const char* Options::usage() {
   return "usage: tolvera-service [--port N] [--state DIR] [--help] [--version]\n"
          "  --port N     listen on 127.0.0.1:N (18790); 0 takes any free port\n"
          "  --state DIR  keep accounts in DIR ($XDG_STATE_HOME/tolvera)\n";

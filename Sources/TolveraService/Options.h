@@ -18,7 +18,7 @@ struct Options {
   std::uint16_t port = defaultPort;
   std::filesystem::path stateDirectory;
 
-  static std::string_view usage();
+  static const char* usage();
 };
 
 // What is wrong with a command line.

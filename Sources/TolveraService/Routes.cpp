@@ -13,8 +13,6 @@ namespace json = boost::json;
 
 namespace {
 
-constexpr double dubMultiplier = 4;
-
 constexpr Wording nothingHere{"没有这个地址。", "There is nothing at this address."};
 constexpr Wording wrongMethod{"这个地址不接受这种请求。", "This address does not take such a request."};
 constexpr Wording unknownAccount{"本地服务不认识这个账户。", "The local service does not know this account."};

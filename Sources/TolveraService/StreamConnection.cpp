@@ -18,7 +18,7 @@ using asio::use_awaitable;
 
 namespace {
 
-constexpr std::size_t frameLimit = 256 * 1024; // 8 s of sound in one frame
+constexpr std::size_t frameLimit = 262144;     // 8 s of sound in one frame
 constexpr std::size_t unreadFrameLimit = 4000; // a client that has not read for minutes
 constexpr std::chrono::seconds handshakeLimit{10};
 constexpr std::chrono::seconds idleLimit{60};      // with pings in between

@@ -1,5 +1,6 @@
 #include "TolveraService/Transcription.h"
 
+#include "TolveraService/Packs.h"
 #include "TolveraService/TextNormalizer.h"
 
 #include <cstdio>
@@ -12,7 +13,6 @@ namespace {
 
 // A sender that stops in the middle of an utterance gets what there is.
 constexpr std::chrono::milliseconds patience{1500};
-constexpr double dubMultiplier = 4;
 
 } // namespace
 

@@ -46,6 +46,7 @@ Translator::Translator(const std::filesystem::path& modes) {
 
 std::vector<std::string> Translator::targets() const {
   std::vector<std::string> codes;
+  codes.reserve(routes_.size());
   for (const auto& [target, route] : routes_) codes.push_back(target);
   return codes;
 }

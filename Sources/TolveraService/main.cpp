@@ -37,7 +37,7 @@ int main(int count, char** values) {
   try {
     const service::Options options = service::parseOptions({values + 1, values + count});
     if (options.action == service::Options::Action::help) {
-      std::fputs(service::Options::usage().data(), stdout);
+      std::fputs(service::Options::usage(), stdout);
     } else if (options.action == service::Options::Action::version) {
       std::puts("tolvera-service " TOLVERA_VERSION);
     } else {
@@ -45,7 +45,7 @@ int main(int count, char** values) {
     }
     return 0;
   } catch (const service::OptionError& error) {
-    std::fprintf(stderr, "tolvera-service: %s\n%s", error.what(), service::Options::usage().data());
+    std::fprintf(stderr, "tolvera-service: %s\n%s", error.what(), service::Options::usage());
     return 2;
   } catch (const std::exception& error) {
     std::fprintf(stderr, "tolvera-service: %s\n", error.what());

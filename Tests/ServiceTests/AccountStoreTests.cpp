@@ -1,6 +1,6 @@
 #include "TolveraService/AccountStore.h"
 
-#include "ServiceTests/TemporaryDirectory.h"
+#include "Support/TemporaryDirectory.h"
 
 #include <gtest/gtest.h>
 #include <signal.h>

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "ServiceTests/StreamClient.h"
-#include "ServiceTests/TemporaryDirectory.h"
+#include "Support/TemporaryDirectory.h"
 
 #include <sys/types.h>
 

@@ -1,7 +1,7 @@
 // The program itself, as a person or a unit starts it.
 
 #include "ServiceTests/StreamClient.h"
-#include "ServiceTests/TemporaryDirectory.h"
+#include "Support/TemporaryDirectory.h"
 
 #include <gtest/gtest.h>
 #include <signal.h>

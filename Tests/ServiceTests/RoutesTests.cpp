@@ -1,6 +1,6 @@
 #include "TolveraService/Routes.h"
 
-#include "ServiceTests/TemporaryDirectory.h"
+#include "Support/TemporaryDirectory.h"
 
 #include <boost/json.hpp>
 #include <gtest/gtest.h>

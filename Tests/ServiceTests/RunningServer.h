@@ -2,7 +2,7 @@
 
 #include "TolveraService/Server.h"
 
-#include "ServiceTests/TemporaryDirectory.h"
+#include "Support/TemporaryDirectory.h"
 
 #include <thread>
 

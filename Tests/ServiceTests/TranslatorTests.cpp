@@ -1,7 +1,7 @@
 #include "TolveraService/ApertiumMode.h"
 #include "TolveraService/Translator.h"
 
-#include "ServiceTests/TemporaryDirectory.h"
+#include "Support/TemporaryDirectory.h"
 
 #include <gtest/gtest.h>
 #include <signal.h>
