@@ -207,6 +207,33 @@ TEST_F(StreamTest, ARunSurvivesTheDeathOfATranslationEngine) {
   for (const auto& frame : client->frames()) EXPECT_NE(textOf(frame, "type"), "error");
 }
 
+std::size_t openDescriptors() {
+  std::size_t count = 0;
+  for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) ++count;
+  return count;
+}
+
+TEST_F(StreamTest, AHundredRunsLeaveNoDescriptorBehind) {
+  const std::string token = signUp();
+  const auto runOnce = [&](int number) {
+    auto client = openStream(token, "es");
+    ASSERT_TRUE(client);
+    client->sendAudio(std::vector<std::int16_t>(1600));
+    if (number % 3 == 0) client->stop();
+    if (number % 3 != 1) client->close(); // the others are dropped without a word
+    if (number % 3 != 1) EXPECT_TRUE(client->waitUntilClosed());
+  };
+  runOnce(0); // starts the translation engines
+  const std::size_t before = openDescriptors();
+  for (int number = 0; number < 100; ++number) runOnce(number);
+  std::size_t after = openDescriptors();
+  for (int look = 0; look < 100 && after > before; ++look) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    after = openDescriptors();
+  }
+  EXPECT_LE(after, before);
+}
+
 TEST_F(StreamTest, ARunEndsWhenTheTimeIsUsedUp) {
   const std::string token = signUp();
   {
