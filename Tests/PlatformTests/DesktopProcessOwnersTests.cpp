@@ -76,6 +76,18 @@ TEST_F(DesktopProcessOwners, AreTheirOwnApplicationInTheUnitOfAnother) {
   processes.add({.pid = 12, .parent = 11, .executable = browser, .controlGroup = unit});
   processes.add({.pid = 13, .parent = 12, .executable = browser, .controlGroup = unit});
   processes.add({.pid = 14, .parent = 11, .executable = "/usr/bin/pw-play", .controlGroup = unit});
+  // Its shell has ended.
+  processes.add(
+      {.pid = 15, .executable = browser, .controlGroup = "/app-org.example.Terminal.slice/vte-1.scope"});
+  // What the desktop told the terminal was about the terminal.
+  const std::vector<std::string> told = {"GIO_LAUNCHED_DESKTOP_FILE=" +
+                                             (installed.entries() / "org.example.Terminal.desktop").string(),
+                                         "GIO_LAUNCHED_DESKTOP_FILE_PID=16"};
+  processes.add({.pid = 16, .executable = "/usr/bin/loader", .environment = told});
+  processes.add({.pid = 17, .parent = 16, .executable = browser, .environment = told});
+  EXPECT_EQ(bundle(15), "org.example.Browser");
+  EXPECT_EQ(bundle(16), "org.example.Terminal");
+  EXPECT_EQ(bundle(17), "org.example.Browser");
   EXPECT_EQ(bundle(10), "org.example.Terminal");
   EXPECT_EQ(bundle(12), "org.example.Browser");
   EXPECT_EQ(bundle(13), "org.example.Browser.helper");
@@ -99,6 +111,22 @@ TEST_F(DesktopProcessOwners, TellTheEntriesOfOneProgramApart) {
   EXPECT_EQ(bundle(12), "org.example.Browser");
   EXPECT_EQ(bundle(13), "org.example.Game");
   EXPECT_EQ(bundle(14), "org.example.Mail");
+}
+
+TEST_F(DesktopProcessOwners, AreTheApplicationWhoseScriptBecameThem) {
+  installed.addScript("lib/suite/start", "#!/bin/sh\n");
+  installed.addEntry("org.example.Writer", (installed.root() / "lib/suite/start").string() + " --writer %U");
+  installed.addEntry("org.example.Painter",
+                     (installed.root() / "lib/suite/start").string() + " --painter %U");
+  processes.add({.pid = 10,
+                 .executable = installed.root() / "lib/suite/suite.bin",
+                 .arguments = {"suite.bin", "--painter"}});
+  EXPECT_EQ(bundle(10), "org.example.Painter");
+
+  // Even if what it became has an entry of its own, as the session knows better.
+  installed.addEntry("org.example.Work", installed.addScript("lib/work/work", "#!/bin/sh\n"));
+  processes.add({.pid = 11, .executable = browser, .controlGroup = "/app-org.example.Work-1.scope"});
+  EXPECT_EQ(bundle(11), "org.example.Work");
 }
 
 TEST_F(DesktopProcessOwners, AreTheSandboxedApplicationWhateverTheirProgramIsCalledInThere) {

@@ -51,15 +51,19 @@ class DesktopRunningApplications : public testing::Test {
   // Starts a program and waits until it runs instead of what started it.
   test::ChildProcess start(std::vector<std::string> command, const std::string& executable) {
     test::ChildProcess process(std::move(command));
-    EXPECT_TRUE(waitUntil([&] { return table.executable(process.pid()) == executable; })) << executable;
+    EXPECT_TRUE(waitUntil([&] { return runs(process.pid(), executable); })) << executable;
     return process;
+  }
+  // A program that is just being loaded has its file, but not its arguments yet.
+  [[nodiscard]] bool runs(std::int32_t pid, const std::string& executable) const {
+    return table.executable(pid) == executable && !table.arguments(pid).empty();
   }
   // The one descendant that runs the executable.
   std::int32_t descendant(std::int32_t ancestor, const std::string& executable) {
     std::int32_t found = -1;
     EXPECT_TRUE(waitUntil([&] {
       for (const std::int32_t pid : table.processes()) {
-        if (pid == ancestor || table.executable(pid) != executable) continue;
+        if (pid == ancestor || !runs(pid, executable)) continue;
         auto status = table.status(pid);
         while (status && status->pid != ancestor) status = table.status(status->parent);
         if (status) found = pid;
@@ -231,15 +235,35 @@ TEST_F(DesktopRunningApplications, PreferTheUsersOwnEntries) {
 }
 
 TEST_F(DesktopRunningApplications, NoticeWhatIsInstalledAndRemoved) {
-  EXPECT_EQ(applications->localizedDisplayName("late"), std::nullopt);
+  // Nothing has changed for long, so that what was read is kept.
+  const auto settle = [this] {
+    const auto longAgo = std::filesystem::file_time_type::clock::now() - 24h;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(installed.entries()))
+      if (entry.is_directory()) std::filesystem::last_write_time(entry, longAgo);
+    std::filesystem::last_write_time(installed.entries(), longAgo);
+    EXPECT_EQ(applications->bundleName("none"), std::nullopt);
+  };
+  settle();
   installed.addEntry("late", "late");
-  EXPECT_EQ(applications->localizedDisplayName("late"), "Name of late");
+  EXPECT_EQ(applications->bundleName("late"), "Name of late");
+  settle();
   installed.addEntry("new/late", "late"); // in a directory that is new
-  EXPECT_EQ(applications->localizedDisplayName("new-late"), "Name of new/late");
+  EXPECT_EQ(applications->bundleName("new-late"), "Name of new/late");
+  settle();
   installed.addEntry("new/later", "late"); // and then known
-  EXPECT_EQ(applications->localizedDisplayName("new-later"), "Name of new/later");
+  EXPECT_EQ(applications->bundleName("new-later"), "Name of new/later");
+  settle();
   std::filesystem::remove(installed.entries() / "late.desktop");
-  EXPECT_EQ(applications->localizedDisplayName("late"), std::nullopt);
+  EXPECT_EQ(applications->bundleName("late"), std::nullopt);
+}
+
+TEST_F(DesktopRunningApplications, NoticeChangesThatTheFileSystemGivesOneTime) {
+  const auto tick = std::filesystem::file_time_type::clock::now() + 5s;
+  for (const char* id : {"first", "second"}) {
+    installed.addEntry(id, "late");
+    std::filesystem::last_write_time(installed.entries(), tick);
+    EXPECT_EQ(applications->bundleName(id), std::string("Name of ") + id);
+  }
 }
 
 TEST_F(DesktopRunningApplications, MakeNothingOfBrokenEntries) {
