@@ -11,10 +11,13 @@ namespace tolvera::adapters {
 class LinuxPlatform {
  public:
   // `main` is the main thread's executor.
-  explicit LinuxPlatform(Executor main);
+  explicit LinuxPlatform(const Executor& main);
   ~LinuxPlatform();
 
   [[nodiscard]] platform::Platform& platform();
+
+  // Ends the background thread. What has been asked of the network or of time comes to nothing after this.
+  void stop();
 
  private:
   struct Adapters;

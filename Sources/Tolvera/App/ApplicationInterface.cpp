@@ -1,0 +1,37 @@
+#include "Tolvera/App/ApplicationInterface.h"
+
+#include <QDBusConnection>
+#include <QDBusMessage>
+
+namespace tolvera {
+
+const QString ApplicationInterface::name = QStringLiteral("org.freedesktop.Application");
+
+QString ApplicationInterface::introspect(const QString&) const {
+  return QStringLiteral(R"(<interface name="org.freedesktop.Application">
+  <method name="Activate"><arg type="a{sv}" direction="in"/></method>
+  <method name="Open"><arg type="as" direction="in"/><arg type="a{sv}" direction="in"/></method>
+  <method name="ActivateAction">
+    <arg type="s" direction="in"/><arg type="av" direction="in"/><arg type="a{sv}" direction="in"/>
+  </method>
+</interface>)");
+}
+
+bool ApplicationInterface::handleMessage(const QDBusMessage& message, const QDBusConnection& connection) {
+  if (message.interface() != name) return false;
+  const auto member = message.member();
+  // The program opens no files, but whoever asks wants to see it.
+  if (member == QStringLiteral("Activate") || member == QStringLiteral("Open")) {
+    Q_EMIT instance_.activated();
+  } else if (member == QStringLiteral("ActivateAction")) {
+    if (message.arguments().value(0).toString() == QStringLiteral("settings")) {
+      Q_EMIT instance_.settingsRequested();
+    }
+  } else {
+    return false;
+  }
+  if (message.isReplyRequired()) connection.send(message.createReply());
+  return true;
+}
+
+} // namespace tolvera

@@ -1,0 +1,40 @@
+#pragma once
+
+#include <QKeySequence>
+#include <QQuickView>
+#include <QSize>
+
+#include <functional>
+
+class QQmlEngine;
+
+namespace tolvera {
+
+class AppState;
+class LanguageNames;
+
+// The application's one ordinary window, with its commands. Closing it ends its view but not the program.
+// Main thread.
+class MainWindow final : public QQuickView {
+  Q_OBJECT
+
+ public:
+  static constexpr QSize defaultSize{660, 620};
+
+  // All outlive the window.
+  MainWindow(QQmlEngine& engine, AppState& state, LanguageNames& names);
+
+ Q_SIGNALS:
+  void closed();
+
+ protected:
+  bool event(QEvent* event) override;
+
+ private Q_SLOTS:
+  void followMinimumSize();
+
+ private:
+  void addCommand(const QKeySequence& keys, std::function<void()> action);
+};
+
+} // namespace tolvera

@@ -1,0 +1,78 @@
+#include "Tolvera/App/MenuBarExtra.h"
+
+#include "Tolvera/AppState.h"
+#include "Tolvera/Views/Desktop.h"
+#include "Tolvera/Views/MenuBarIcon.h"
+
+#include <QCursor>
+#include <QPainter>
+#include <QPixmap>
+
+#include <algorithm>
+
+namespace tolvera {
+
+namespace {
+
+// The panel of these desktops is dark whatever the colours of windows are.
+bool panelIsAlwaysDark() {
+  const auto desktops = qEnvironmentVariable("XDG_CURRENT_DESKTOP").split(QLatin1Char(':'));
+  return std::any_of(desktops.begin(), desktops.end(), [](const auto& name) {
+    return name == QStringLiteral("GNOME") || name == QStringLiteral("Unity");
+  });
+}
+
+QPixmap drawn(int side, bool running, const QColor& color) {
+  QPixmap pixmap(side, side);
+  pixmap.fill(Qt::transparent);
+  QPainter painter(&pixmap);
+  const QSizeF measure = MenuBarIcon::size;
+  const double scale = side / measure.width();
+  painter.translate(0, (side - measure.height() * scale) / 2);
+  painter.scale(scale, scale);
+  MenuBarIcon::draw(painter, running, color);
+  return pixmap;
+}
+
+} // namespace
+
+MenuBarExtra::MenuBarExtra(AppState& state, const Desktop& desktop, std::function<void()> openWindow)
+    : state_(state), desktop_(desktop), menu_(state, std::move(openWindow)) {
+  connect(&host_, &TrayHost::changed, this, &MenuBarExtra::insertOrRemove);
+  connect(state.settings(), &AppSettings::menuBarEnabledChanged, this, &MenuBarExtra::insertOrRemove);
+  connect(&state, &AppState::phaseChanged, this, &MenuBarExtra::redraw);
+  connect(&desktop, &Desktop::darkChanged, this, &MenuBarExtra::redraw);
+  connect(state.settings(), &AppSettings::uiLanguageChanged, this, &MenuBarExtra::redraw);
+  insertOrRemove();
+}
+
+QIcon MenuBarExtra::icon(bool running, const QColor& color) {
+  QIcon icon;
+  for (const int side : {16, 18, 22, 24, 32, 36, 44, 48, 64}) icon.addPixmap(drawn(side, running, color));
+  return icon;
+}
+
+// An icon is bound to the host that it was made for, so another host gets a new one.
+void MenuBarExtra::insertOrRemove() {
+  const auto wanted = state_.settings()->menuBarEnabled() ? host_.kind() : TrayHost::Kind::none;
+  if (wanted == insertedInto_) return;
+  insertedInto_ = wanted;
+  icon_.reset();
+  if (wanted == TrayHost::Kind::none) return;
+  icon_ = std::make_unique<QSystemTrayIcon>();
+  icon_->setContextMenu(&menu_);
+  connect(icon_.get(), &QSystemTrayIcon::activated, this, [this](QSystemTrayIcon::ActivationReason reason) {
+    if (reason == QSystemTrayIcon::Trigger) menu_.popup(QCursor::pos());
+  });
+  redraw();
+  icon_->show();
+}
+
+void MenuBarExtra::redraw() {
+  if (!icon_) return;
+  const bool white = panelIsAlwaysDark() || desktop_.isDark();
+  icon_->setIcon(icon(state_.phase().isActive(), white ? Qt::white : Qt::black));
+  icon_->setToolTip(state_.settings()->strings().productName());
+}
+
+} // namespace tolvera

@@ -1,0 +1,45 @@
+#pragma once
+
+#include "Tolvera/App/MenuBarView.h"
+#include "Tolvera/App/TrayHost.h"
+
+#include <QIcon>
+#include <QObject>
+#include <QSystemTrayIcon>
+
+#include <functional>
+#include <memory>
+
+namespace tolvera {
+
+class AppState;
+class Desktop;
+
+// The program's icon in the desktop's tray, with its menu: there while the user wants it and the desktop
+// has a tray. The icon tells whether a run is on. Main thread.
+class MenuBarExtra final : public QObject {
+  Q_OBJECT
+
+ public:
+  // `state` and `desktop` outlive the icon. `openWindow` opens the main window and brings it to the front.
+  MenuBarExtra(AppState& state, const Desktop& desktop, std::function<void()> openWindow);
+
+  // Whether an icon is with the desktop's tray.
+  [[nodiscard]] bool isInserted() const { return icon_ != nullptr; }
+
+  // The icon in every size that trays ask for, as squares.
+  [[nodiscard]] static QIcon icon(bool running, const QColor& color);
+
+ private:
+  void insertOrRemove();
+  void redraw();
+
+  AppState& state_;
+  const Desktop& desktop_;
+  MenuBarView menu_;
+  TrayHost host_;
+  TrayHost::Kind insertedInto_ = TrayHost::Kind::none;
+  std::unique_ptr<QSystemTrayIcon> icon_;
+};
+
+} // namespace tolvera

@@ -1,0 +1,83 @@
+#include "Tolvera/App/MenuBarView.h"
+
+#include "Tolvera/AppState.h"
+
+#include <QCoreApplication>
+
+namespace tolvera {
+
+QString MenuBarRules::statusLine(const Strings& strings, const Phase& phase, const QString& balance) {
+  switch (phase.kind()) {
+  case Phase::Kind::idle:
+    return strings.productName() + QStringLiteral(" · ") + strings.timeLeft() + QStringLiteral(" ") + balance;
+  case Phase::Kind::starting:
+  case Phase::Kind::connecting:
+    return strings.connecting();
+  case Phase::Kind::live:
+    return strings.translating() + QStringLiteral(" · ") + balance;
+  case Phase::Kind::reconnecting:
+    return strings.reconnecting();
+  case Phase::Kind::failed:
+    break;
+  }
+  return phase.message();
+}
+
+QString MenuBarRules::startTitle(const Strings& strings, const Phase& phase) {
+  return phase.isActive() ? strings.stop() : strings.startTranslating();
+}
+
+bool MenuBarRules::startEnabled(const Phase& phase, double secondsLeft) {
+  return !phase.is(Phase::Kind::starting) && (secondsLeft > 0 || phase.isActive());
+}
+
+namespace {
+
+// Menus take an ampersand for the mark of a key.
+QString plain(QString text) { return text.replace(QLatin1Char('&'), QStringLiteral("&&")); }
+
+} // namespace
+
+MenuBarView::MenuBarView(AppState& state, std::function<void()> openWindow) : state_(state) {
+  const auto open = [this, openWindow = std::move(openWindow)](AppState::Tab tab) {
+    state_.setTab(tab);
+    openWindow();
+  };
+  status_ = addAction(QString());
+  status_->setEnabled(false);
+  addSeparator();
+  start_ = addAction(QString(), this, &MenuBarView::toggleRun);
+  open_ = addAction(QString(), this, [open] { open(AppState::Tab::translate); });
+  settings_ = addAction(QString(), this, [open] { open(AppState::Tab::settings); });
+  addSeparator();
+  quit_ = addAction(QString(), this, [] { QCoreApplication::quit(); });
+  // Some desktops would move these where they keep such entries of their own.
+  for (auto* action : actions()) action->setMenuRole(QAction::NoRole);
+
+  connect(&state, &AppState::phaseChanged, this, &MenuBarView::update);
+  connect(&state, &AppState::secondsLeftChanged, this, &MenuBarView::update);
+  connect(state.settings(), &AppSettings::uiLanguageChanged, this, &MenuBarView::update);
+  update();
+}
+
+void MenuBarView::update() {
+  const auto strings = state_.settings()->strings();
+  const auto& phase = state_.phase();
+  const auto secondsLeft = state_.secondsLeft();
+  status_->setText(plain(MenuBarRules::statusLine(strings, phase, state_.formatTime(secondsLeft))));
+  start_->setText(MenuBarRules::startTitle(strings, phase));
+  start_->setEnabled(MenuBarRules::startEnabled(phase, secondsLeft));
+  open_->setText(strings.pick("打开托维拉", "Open Tolvera"));
+  settings_->setText(strings.settings());
+  quit_->setText(strings.pick("退出托维拉", "Quit Tolvera"));
+}
+
+void MenuBarView::toggleRun() {
+  if (state_.phase().isActive()) {
+    state_.beginStop();
+  } else {
+    state_.beginStart();
+  }
+}
+
+} // namespace tolvera

@@ -1,0 +1,211 @@
+#include "Tolvera/App/QuickCaptionWindow.h"
+
+#include "Tolvera/App/CaptionGeometry.h"
+#include "Tolvera/App/ViewLoading.h"
+#include "Tolvera/App/X11Desktop.h"
+#include "Tolvera/AppState.h"
+#include "Tolvera/Views/Views.h"
+
+#include <QCursor>
+#include <QGuiApplication>
+#include <QPainterPath>
+#include <QRegion>
+#include <QScreen>
+
+#include <algorithm>
+#include <chrono>
+
+namespace tolvera {
+
+namespace {
+
+using namespace std::chrono_literals;
+
+// The only combination that stands above full-screen windows under every window manager tried.
+constexpr auto panelFlags = Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint |
+                            Qt::WindowDoesNotAcceptFocus | Qt::NoDropShadowWindowHint |
+                            Qt::X11BypassWindowManagerHint;
+
+constexpr auto compositorPollInterval = 2s;
+constexpr double cardRadius = 12;
+
+// Far beyond any screen, and within what a window server can express.
+constexpr double farAway = 20'000;
+
+QPoint windowPosition(QPointF origin) {
+  return QPointF(std::clamp(origin.x(), -farAway, farAway), std::clamp(origin.y(), -farAway, farAway))
+      .toPoint();
+}
+
+// Only the compositor may move windows there.
+bool desktopMovesWindows() { return QGuiApplication::platformName().startsWith(QStringLiteral("wayland")); }
+
+Qt::CursorShape cursorFor(Qt::Edges edges) {
+  if (edges == (Qt::LeftEdge | Qt::TopEdge) || edges == (Qt::RightEdge | Qt::BottomEdge)) {
+    return Qt::SizeFDiagCursor;
+  }
+  if (edges == (Qt::RightEdge | Qt::TopEdge) || edges == (Qt::LeftEdge | Qt::BottomEdge)) {
+    return Qt::SizeBDiagCursor;
+  }
+  return edges & (Qt::LeftEdge | Qt::RightEdge) ? Qt::SizeHorCursor : Qt::SizeVerCursor;
+}
+
+} // namespace
+
+QuickCaptionPanel::QuickCaptionPanel(QQmlEngine& engine, AppState& state, platform::UserDefaults& defaults)
+    : QQuickView(&engine, nullptr), defaults_(defaults) {
+  setFlags(panelFlags);
+  setProperty("_q_showWithoutActivating", true);
+  setTitle(state.settings()->strings().productName());
+  setColor(Qt::transparent);
+  setMinimumSize(CaptionGeometry::minimumSize.toSize());
+  setMaximumSize(CaptionGeometry::maximumSize.toSize());
+  setResizeMode(QQuickView::SizeRootObjectToView);
+  resize(CaptionGeometry::savedSize(defaults).toSize());
+  loadView(*this, Views::captionView, state);
+  compositorPoll_.setInterval(compositorPollInterval);
+  connect(&compositorPoll_, &QTimer::timeout, this, &QuickCaptionPanel::updateMask);
+  followScreens();
+}
+
+void QuickCaptionPanel::restorePosition() {
+  const auto screen = ScreenGeometry::screenAt(ScreenGeometry::currentScreens(), QCursor::pos());
+  if (screen) placeOn(*screen);
+}
+
+void QuickCaptionPanel::placeOn(const ScreenArea& screen) {
+  setPosition(windowPosition(
+      CaptionGeometry::origin(screen.visibleFrame, size(), CaptionGeometry::savedPlace(defaults_))));
+}
+
+void QuickCaptionPanel::savePosition() {
+  const auto screen =
+      CaptionGeometry::screenOf(ScreenGeometry::currentScreens(), QRectF(geometry()), QCursor::pos());
+  if (!screen) return;
+  CaptionGeometry::savePlace(defaults_, CaptionGeometry::placeOf(screen->visibleFrame, QRectF(geometry())));
+}
+
+void QuickCaptionPanel::saveSize() { CaptionGeometry::saveSize(defaults_, size()); }
+
+void QuickCaptionPanel::orderFrontRegardless() {
+  updateMask();
+  show();
+  raise();
+  compositorPoll_.start();
+}
+
+void QuickCaptionPanel::orderOut() {
+  compositorPoll_.stop();
+  gesture_.reset();
+  hide();
+}
+
+// A press belongs to the edge that it takes hold of, or else to the text or control under it, or else to
+// the panel itself.
+void QuickCaptionPanel::mousePressEvent(QMouseEvent* event) {
+  const auto edges = CaptionGeometry::edgesAt(size(), event->position());
+  if (event->button() != Qt::LeftButton || !edges) QQuickView::mousePressEvent(event);
+  const bool isTaken = !edges && mouseGrabberItem();
+  if (event->button() != Qt::LeftButton || isTaken) return;
+  begin({edges, event->globalPosition(), QRectF(geometry())});
+  event->accept();
+}
+
+void QuickCaptionPanel::begin(Gesture gesture) {
+  if (!desktopMovesWindows()) {
+    gesture_ = gesture;
+  } else if (gesture.edges) {
+    startSystemResize(gesture.edges);
+  } else {
+    startSystemMove();
+  }
+}
+
+void QuickCaptionPanel::mouseMoveEvent(QMouseEvent* event) {
+  if (gesture_) return follow(event->globalPosition());
+  QQuickView::mouseMoveEvent(event);
+  if (event->buttons() == Qt::NoButton) showCursor(CaptionGeometry::edgesAt(size(), event->position()));
+}
+
+void QuickCaptionPanel::follow(QPointF pointer) {
+  const auto moved = pointer - gesture_->pressedAt;
+  if (!gesture_->edges) {
+    setPosition(windowPosition(gesture_->start.topLeft() + moved));
+  } else {
+    setGeometry(CaptionGeometry::resized(gesture_->start, gesture_->edges, moved).toRect());
+    saveSize();
+  }
+  savePosition();
+}
+
+void QuickCaptionPanel::mouseReleaseEvent(QMouseEvent* event) {
+  if (event->button() == Qt::LeftButton && gesture_) {
+    gesture_.reset();
+    return;
+  }
+  QQuickView::mouseReleaseEvent(event);
+}
+
+bool QuickCaptionPanel::event(QEvent* event) {
+  if (event->type() == QEvent::Leave) showCursor({});
+  return QQuickView::event(event);
+}
+
+// Outside the edges the view's items have their own cursors.
+void QuickCaptionPanel::showCursor(Qt::Edges edges) {
+  if (edges) {
+    setCursor(cursorFor(edges));
+  } else if (cursorEdges_) {
+    unsetCursor();
+  }
+  cursorEdges_ = edges;
+}
+
+void QuickCaptionPanel::followScreens() {
+  const auto follow = [this](const QScreen* screen) {
+    connect(screen, &QScreen::geometryChanged, this, &QuickCaptionPanel::screensChanged,
+            Qt::QueuedConnection);
+    connect(screen, &QScreen::availableGeometryChanged, this, &QuickCaptionPanel::screensChanged,
+            Qt::QueuedConnection);
+  };
+  for (const auto* screen : QGuiApplication::screens()) follow(screen);
+  connect(qGuiApp, &QGuiApplication::screenAdded, this, follow);
+  connect(qGuiApp, &QGuiApplication::screenRemoved, this, &QuickCaptionPanel::screensChanged,
+          Qt::QueuedConnection);
+}
+
+// The panel stays at its place on the screen that it stands on, or moves to one that is there.
+void QuickCaptionPanel::screensChanged() {
+  if (!isVisible() || gesture_) return;
+  const auto screen =
+      CaptionGeometry::screenOf(ScreenGeometry::currentScreens(), QRectF(geometry()), QCursor::pos());
+  if (screen) placeOn(*screen);
+}
+
+void QuickCaptionPanel::resizeEvent(QResizeEvent* event) {
+  QQuickView::resizeEvent(event);
+  if (masked_) updateMask();
+}
+
+// Without a compositor what lies around the card would be black.
+void QuickCaptionPanel::updateMask() {
+  const bool needed =
+      QGuiApplication::platformName() == QStringLiteral("xcb") && !X11Desktop::hasCompositor();
+  if (!needed && !masked_) return;
+  masked_ = needed;
+  if (!needed) return setMask({});
+  QPainterPath card;
+  card.addRoundedRect(QRectF(QPointF(0, 0), QSizeF(size())), cardRadius, cardRadius);
+  const QRegion mask(card.toFillPolygon().toPolygon());
+  if (mask != this->mask()) setMask(mask);
+}
+
+void QuickCaptionWindowController::show(AppState& state) {
+  if (!panel_) {
+    panel_ = std::make_unique<QuickCaptionPanel>(engine_, state, state.settings()->defaults());
+  }
+  panel_->restorePosition();
+  panel_->orderFrontRegardless();
+}
+
+} // namespace tolvera

@@ -1,0 +1,84 @@
+#pragma once
+
+#include "Platform/UserDefaults.h"
+#include "Tolvera/App/ScreenGeometry.h"
+#include "Tolvera/WindowControllers.h"
+
+#include <QPointF>
+#include <QQuickView>
+#include <QRectF>
+#include <QTimer>
+
+#include <memory>
+#include <optional>
+
+class QQmlEngine;
+
+namespace tolvera {
+
+// The floating panel with the captions: above every window, on every workspace, never with the keyboard.
+// The window manager has no part in it, so it is dragged by whatever of it is neither text nor control, and
+// resized at its edges, by code of its own. Its geometry is kept in the preference store. Main thread.
+class QuickCaptionPanel final : public QQuickView, public CaptionPanel {
+  Q_OBJECT
+
+ public:
+  // `engine`, `state` and `defaults` outlive the panel, which is not yet on the screen.
+  QuickCaptionPanel(QQmlEngine& engine, AppState& state, platform::UserDefaults& defaults);
+
+  // Places the panel on the screen with the pointer, where the user left it on its last screen.
+  void restorePosition();
+  // Keeps the place where the panel stands, as shares of its screen.
+  void savePosition() override;
+  void saveSize();
+  // Shows the panel above everything, without a change of the focus.
+  void orderFrontRegardless();
+  void orderOut() override;
+
+ protected:
+  void mousePressEvent(QMouseEvent* event) override;
+  void mouseMoveEvent(QMouseEvent* event) override;
+  void mouseReleaseEvent(QMouseEvent* event) override;
+  bool event(QEvent* event) override;
+  void resizeEvent(QResizeEvent* event) override;
+
+ private:
+  // A press that drags the panel or, with edges, resizes it.
+  struct Gesture {
+    Qt::Edges edges;
+    QPointF pressedAt; // on the desktop
+    QRectF start;
+  };
+
+  void begin(Gesture gesture);
+  void follow(QPointF pointer);
+  void showCursor(Qt::Edges edges);
+  void placeOn(const ScreenArea& screen);
+  void followScreens();
+  void screensChanged();
+  void updateMask();
+
+  platform::UserDefaults& defaults_;
+  std::optional<Gesture> gesture_;
+  Qt::Edges cursorEdges_;
+  QTimer compositorPoll_; // while the panel is on the screen
+  bool masked_ = false;
+};
+
+// Makes the panel at the first show and keeps it.
+class QuickCaptionWindowController final : public CaptionWindowController {
+ public:
+  // The engine outlives the controller.
+  explicit QuickCaptionWindowController(QQmlEngine& engine) : engine_(engine) {}
+
+  void show(AppState& state) override;
+  CaptionPanel* panel() override { return panel_.get(); }
+  // Destroys the panel. For the end of the program, where the model may outlast the engine.
+  void close() { panel_.reset(); }
+
+ private:
+  QQmlEngine& engine_;
+  std::unique_ptr<QuickCaptionPanel> panel_;
+};
+
+} // namespace tolvera

@@ -1,0 +1,55 @@
+#include "Tolvera/App/QuickOnboardingWindow.h"
+
+#include "Tolvera/App/ScreenGeometry.h"
+#include "Tolvera/App/ViewLoading.h"
+#include "Tolvera/App/WindowActivation.h"
+#include "Tolvera/AppState.h"
+#include "Tolvera/Views/Views.h"
+
+#include <QCursor>
+#include <QQuickItem>
+
+namespace tolvera {
+
+void QuickOnboardingWindowController::show(AppState& state) {
+  if (!window_) make(state);
+  bringForward(*window_);
+}
+
+void QuickOnboardingWindowController::make(AppState& state) {
+  window_ = std::make_unique<QQuickView>(&engine_, nullptr);
+  window_->setFlags(Qt::Dialog | Qt::CustomizeWindowHint | Qt::WindowTitleHint | Qt::WindowSystemMenuHint |
+                    Qt::WindowCloseButtonHint);
+  window_->setResizeMode(QQuickView::SizeViewToRootObject);
+  loadView(*window_, Views::onboardingView, state);
+  auto* const view = window_->rootObject();
+  window_->setTitle(view->property("title").toString());
+  connect(view, SIGNAL(done()), this, SLOT(done()));
+
+  // The view asks for another height in another language; the user does not resize it.
+  const auto fix = [window = window_.get(), view] {
+    const auto size = QSizeF(view->implicitWidth(), view->implicitHeight()).toSize();
+    window->setMinimumSize(size);
+    window->setMaximumSize(size);
+    window->resize(size);
+  };
+  connect(view, &QQuickItem::implicitHeightChanged, window_.get(), fix);
+  connect(view, &QQuickItem::implicitWidthChanged, window_.get(), fix);
+  fix();
+  place(*window_);
+}
+
+void QuickOnboardingWindowController::place(QQuickView& window) {
+  const auto screen = ScreenGeometry::screenAt(ScreenGeometry::currentScreens(), QCursor::pos());
+  if (!screen) return;
+  window.setFramePosition(ScreenGeometry::greetingOrigin(screen->visibleFrame, window.size()).toPoint());
+}
+
+void QuickOnboardingWindowController::done() {
+  if (!window_) return;
+  window_->close();
+  // The view is still in the handler of its button.
+  window_.release()->deleteLater();
+}
+
+} // namespace tolvera

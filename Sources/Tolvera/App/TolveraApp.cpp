@@ -1,0 +1,81 @@
+#include "Tolvera/App/TolveraApp.h"
+
+#include "Tolvera/App/QuickCaptionWindow.h"
+#include "Tolvera/App/QuickOnboardingWindow.h"
+#include "Tolvera/Views/AppLogo.h"
+#include "Tolvera/Views/Desktop.h"
+#include "Tolvera/Views/Views.h"
+
+#include <QGuiApplication>
+#include <QIcon>
+#include <QPixmap>
+#include <QQuickWindow>
+
+namespace tolvera {
+
+void TolveraApp::prepareProcess() {
+  // Only X lets a window float above full-screen ones, and desktops without it of their own offer it beside.
+  if (!qEnvironmentVariableIsEmpty("DISPLAY") && !qEnvironmentVariableIsSet("QT_QPA_PLATFORM")) {
+    qputenv("QT_QPA_PLATFORM", "xcb");
+  }
+  // Windows of text are drawn sooner, and in half the memory, without the graphics card.
+  if (!qEnvironmentVariableIsSet("QT_QUICK_BACKEND")) {
+    QQuickWindow::setGraphicsApi(QSGRendererInterface::Software);
+  }
+  QQuickWindow::setDefaultAlphaBuffer(true);
+}
+
+void TolveraApp::prepareApplication() {
+  QCoreApplication::setApplicationName(QStringLiteral("tolvera"));
+  QGuiApplication::setDesktopFileName(QStringLiteral("org.tolvera.Tolvera"));
+  QIcon icon;
+  for (const int side : {16, 24, 32, 48, 64, 128}) icon.addPixmap(QPixmap::fromImage(AppIcon::image(side)));
+  QGuiApplication::setWindowIcon(icon);
+  Views::prepareApplication();
+}
+
+TolveraApp::TolveraApp(platform::Platform& platform) : languageNames_(platform.locale) {
+  Views::prepareEngine(engine_);
+  state_ = AppState::make(platform, makeWindows());
+  delegate_ = std::make_unique<AppDelegate>(engine_, *state_, languageNames_, platform.mainExecutor);
+  QObject::connect(delegate_.get(), &AppDelegate::terminationBegan, delegate_.get(), [this] {
+    menuBarExtra_.reset();
+    menuBarPreview_.close();
+    onboarding_->close();
+  });
+}
+
+AppState::Windows TolveraApp::makeWindows() {
+  auto captionWindow = std::make_unique<QuickCaptionWindowController>(engine_);
+  auto onboarding = std::make_unique<QuickOnboardingWindowController>(engine_);
+  captionWindow_ = captionWindow.get();
+  onboarding_ = onboarding.get();
+  return {.caption = std::move(captionWindow), .onboarding = std::move(onboarding)};
+}
+
+// The model may live on in tasks that have not ended; the windows are bound to the engine and go before it.
+TolveraApp::~TolveraApp() {
+  menuBarPreview_.close();
+  menuBarExtra_.reset();
+  delegate_.reset();
+  captionWindow_->close();
+  onboarding_->close();
+}
+
+void TolveraApp::launch() {
+  delegate_->openMainWindow();
+  const int desktopType = qmlTypeId("Tolvera.Views", 1, 0, "Desktop");
+  const auto* const desktop = engine_.singletonInstance<Desktop*>(desktopType);
+  menuBarExtra_ = std::make_unique<MenuBarExtra>(*state_, *desktop, [this] { delegate_->openMainWindow(); });
+}
+
+void TolveraApp::openSettings() {
+  state_->setTab(AppState::Tab::settings);
+  delegate_->openMainWindow();
+}
+
+void TolveraApp::previewPanel() {
+  menuBarPreview_.show(*state_, [this] { delegate_->openMainWindow(); });
+}
+
+} // namespace tolvera

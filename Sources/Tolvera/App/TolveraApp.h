@@ -1,0 +1,59 @@
+#pragma once
+
+#include "Platform/Platform.h"
+#include "Tolvera/App/AppDelegate.h"
+#include "Tolvera/App/MenuBarExtra.h"
+#include "Tolvera/App/MenuBarPreview.h"
+#include "Tolvera/AppState.h"
+#include "Tolvera/Views/LanguageNames.h"
+
+#include <QQmlEngine>
+
+#include <memory>
+
+namespace tolvera {
+
+class QuickCaptionWindowController;
+class QuickOnboardingWindowController;
+
+// The application: makes the one model and its windows, and keeps them until the program ends. Made by
+// `main` after the application object and destroyed before it and before the platform; main thread.
+class TolveraApp {
+ public:
+  explicit TolveraApp(platform::Platform& platform);
+  ~TolveraApp();
+  TolveraApp(const TolveraApp&) = delete;
+  TolveraApp& operator=(const TolveraApp&) = delete;
+
+  // What has to be set before the application object is made: the window system to use and how to draw.
+  static void prepareProcess();
+  // What has to be set once it is made: names, icon, fonts.
+  static void prepareApplication();
+
+  // Opens the main window and puts the icon into the tray. Once, before the event loop runs.
+  void launch();
+  // Opens the main window with the settings.
+  void openSettings();
+  // A window with the tray's menu, for developers.
+  void previewPanel();
+
+  AppDelegate& delegate() { return *delegate_; }
+  AppState& state() { return *state_; }
+  // Null before `launch`.
+  MenuBarExtra* menuBarExtra() { return menuBarExtra_.get(); }
+
+ private:
+  AppState::Windows makeWindows();
+
+  QQmlEngine engine_;
+  LanguageNames languageNames_;
+  // The model owns these two.
+  QuickCaptionWindowController* captionWindow_ = nullptr;
+  QuickOnboardingWindowController* onboarding_ = nullptr;
+  std::shared_ptr<AppState> state_;
+  std::unique_ptr<AppDelegate> delegate_;
+  std::unique_ptr<MenuBarExtra> menuBarExtra_;
+  MenuBarPreview menuBarPreview_;
+};
+
+} // namespace tolvera

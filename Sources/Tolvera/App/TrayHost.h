@@ -1,0 +1,41 @@
+#pragma once
+
+#include <QDBusServiceWatcher>
+#include <QObject>
+#include <QTimer>
+
+namespace tolvera {
+
+// Whether the desktop has a place for tray icons at this moment. Such a place may appear long after the
+// program, and go and come back. Main thread.
+class TrayHost final : public QObject {
+  Q_OBJECT
+
+ public:
+  enum class Kind {
+    none,
+    notifier, // the icons are D-Bus objects that the desktop draws
+    embedding // the icons are windows inside one of the tray's
+  };
+
+  explicit TrayHost(QObject* parent = nullptr);
+
+  [[nodiscard]] Kind kind() const { return kind_; }
+
+ Q_SIGNALS:
+  // Also when a host made room for another of its kind, which knows no icon yet.
+  void changed();
+
+ private Q_SLOTS:
+  void look();
+
+ private:
+  void note(bool hasNotifierHost);
+  void become(Kind kind);
+
+  QDBusServiceWatcher watcher_;
+  QTimer poll_;
+  Kind kind_ = Kind::none;
+};
+
+} // namespace tolvera

@@ -1,0 +1,61 @@
+#include "Tolvera/App/X11Desktop.h"
+
+#include <QByteArray>
+#include <QGuiApplication>
+#include <QWindow>
+
+#include <xcb/xcb.h>
+
+#include <cstdlib>
+#include <memory>
+
+namespace tolvera::X11Desktop {
+
+namespace {
+
+template<typename T>
+using Reply = std::unique_ptr<T, decltype([](void* reply) { std::free(reply); })>;
+
+xcb_connection_t* connection() {
+  const auto* const x11 = qGuiApp->nativeInterface<QNativeInterface::QX11Application>();
+  return x11 ? x11->connection() : nullptr;
+}
+
+xcb_atom_t atom(xcb_connection_t* x, const QByteArray& name) {
+  const auto cookie = xcb_intern_atom(x, 0, static_cast<std::uint16_t>(name.size()), name.constData());
+  const Reply<xcb_intern_atom_reply_t> reply(xcb_intern_atom_reply(x, cookie, nullptr));
+  return reply ? reply->atom : xcb_atom_t{XCB_ATOM_NONE};
+}
+
+// The screens of today's desktops are all one to X, the first.
+bool hasOwner(const QByteArray& selection) {
+  auto* const x = connection();
+  if (!x) return false;
+  const auto cookie = xcb_get_selection_owner(x, atom(x, selection));
+  const Reply<xcb_get_selection_owner_reply_t> reply(xcb_get_selection_owner_reply(x, cookie, nullptr));
+  return reply && reply->owner != XCB_WINDOW_NONE;
+}
+
+} // namespace
+
+bool hasCompositor() { return hasOwner("_NET_WM_CM_S0"); }
+
+bool hasEmbeddingTray() { return hasOwner("_NET_SYSTEM_TRAY_S0"); }
+
+void activate(const QWindow& window) {
+  auto* const x = connection();
+  if (!x) return;
+  constexpr std::uint32_t askedForByUser = 2; // by a task bar and its like, and never refused
+  xcb_client_message_event_t message{};
+  message.response_type = XCB_CLIENT_MESSAGE;
+  message.format = 32;
+  message.window = static_cast<xcb_window_t>(window.winId());
+  message.type = atom(x, "_NET_ACTIVE_WINDOW");
+  message.data.data32[0] = askedForByUser;
+  const auto root = xcb_setup_roots_iterator(xcb_get_setup(x)).data->root;
+  xcb_send_event(x, 0, root, XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY | XCB_EVENT_MASK_SUBSTRUCTURE_REDIRECT,
+                 reinterpret_cast<const char*>(&message));
+  xcb_flush(x);
+}
+
+} // namespace tolvera::X11Desktop
