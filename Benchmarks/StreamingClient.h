@@ -40,21 +40,29 @@ class StreamingClient {
   SystemClock clock_{background_.get_executor()};
   adapters::BeastURLSession network_{background_.get_executor()};
   test::InMemoryAudio audio_;
+  test::InMemoryAudioHardware audioHardware_;
+  test::InMemoryPlayback playback_;
   test::ScriptedCaptureDevice captureDevice_;
   test::InMemoryUserDefaults userDefaults_;
   test::InMemoryFileManager fileManager_;
   test::FixedLocale locale_;
   test::RecordingWorkspace workspace_;
+  test::InMemoryRunningApplications runningApplications_;
+  test::InMemoryNotificationCenter notificationCenter_;
   platform::Platform platform_{main_.get_executor(),
                                background_.get_executor(),
                                clock_,
                                network_,
                                audio_,
+                               audioHardware_,
+                               playback_,
                                captureDevice_,
                                userDefaults_,
                                fileManager_,
                                locale_,
-                               workspace_};
+                               workspace_,
+                               runningApplications_,
+                               notificationCenter_};
   std::shared_ptr<AppState> model_;
   std::thread mainThread_;
   std::thread backgroundThread_;
