@@ -187,6 +187,7 @@ std::vector<const XdgDesktopEntry*> XdgDesktopIndex::entriesOf(const std::string
     return left.first > right.first;
   });
   std::vector<const XdgDesktopEntry*> result;
+  result.reserve(candidates.size());
   for (const auto& [score, entry] : candidates) result.push_back(entry);
   return result;
 }

@@ -27,7 +27,10 @@ std::vector<std::string> words(const std::string& execLine) {
 std::optional<std::string> fixedWord(const std::string& word) {
   std::string result;
   for (std::size_t index = 0; index < word.size(); ++index) {
-    if (word[index] == '%' && (++index == word.size() || word[index] != '%')) return std::nullopt;
+    if (word[index] == '%') {
+      ++index;
+      if (index == word.size() || word[index] != '%') return std::nullopt;
+    }
     result += word[index];
   }
   return result;

@@ -43,10 +43,12 @@ std::vector<RunningApplication> XdgRunningApplications::runningApplications() co
     if (!isNew && isOlder(*status, place->second)) place->second = *status;
   }
   std::vector<std::pair<ProcessTable::Status, const XdgDesktopEntry*>> sorted;
+  sorted.reserve(oldest.size());
   for (const auto& [entry, status] : oldest) sorted.emplace_back(status, entry);
   std::sort(sorted.begin(), sorted.end(),
             [](const auto& left, const auto& right) { return isOlder(left.first, right.first); });
   std::vector<RunningApplication> result;
+  result.reserve(sorted.size());
   for (const auto& [status, entry] : sorted) result.push_back(application(status.pid, *entry));
   return result;
 }
