@@ -12,6 +12,8 @@ class Workspace {
   // Opens an http or https address in the default browser, without waiting for it. False for any other
   // scheme, or if there is nothing to open it with.
   virtual bool openURL(const URL& url) = 0;
+  // Opens the system's settings at its microphones, without waiting for them. False if there are none.
+  virtual bool openMicrophoneSettings() = 0;
 };
 
 } // namespace tolvera::platform

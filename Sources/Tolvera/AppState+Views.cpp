@@ -14,6 +14,8 @@ void AppState::beginTopUp(const QString& pack) {
 }
 void AppState::beginSignOut() { spawn(platform_.mainExecutor, "sign out", signOut()); }
 
+void AppState::openMicrophoneSettings() { platform_.workspace.openMicrophoneSettings(); }
+
 QVariantList AppState::appsForViews() const {
   QVariantList list;
   for (const auto& app : apps_) {

@@ -119,6 +119,8 @@ class AppState final : public QObject, public std::enable_shared_from_this<AppSt
   Task<void> signOut() { return signOut(shared_from_this()); }
   // Opens the service's privacy page in the browser.
   Q_INVOKABLE void openPrivacy();
+  // Opens the system's settings at its microphones.
+  Q_INVOKABLE void openMicrophoneSettings();
   // A balance in seconds as text, in the language of this moment.
   [[nodiscard]] Q_INVOKABLE QString formatTime(double seconds) const;
 

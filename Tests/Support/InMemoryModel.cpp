@@ -60,13 +60,25 @@ InMemoryModel::InMemoryModel() {
 }
 
 InMemoryModel::~InMemoryModel() {
+  // Whatever still waits holds the model, which must not outlive the platform.
   in_.loop.run(app_->stop());
-  settle();
+  in_.loop.advance(std::chrono::hours(2));
 }
 
 void InMemoryModel::account(double secondsLeft, bool signedIn, const std::string& packs) {
   in_.network.reply("/api/me", 200, me(secondsLeft, signedIn, packs));
   in_.loop.run(app_->refreshAccount());
+}
+
+void InMemoryModel::addApp(const std::string& bundleID, const std::string& name, bool playing) {
+  const auto pid = ++lastPID_;
+  in_.runningApplications.addRegular(pid, bundleID, name);
+  in_.audioHardware.addProcess(pid, bundleID, playing);
+}
+
+void InMemoryModel::playThroughSpeaker(bool speaker) {
+  in_.audioHardware.addOutput(platform::fourCharacterCode(speaker ? "bltn" : "blue"), "Output");
+  app_->refreshApps();
 }
 
 void InMemoryModel::begin() {

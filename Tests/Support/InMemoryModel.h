@@ -31,6 +31,11 @@ class InMemoryModel {
   // What the service says of the account from now on, and says at once.
   void account(double secondsLeft, bool signedIn = false, const std::string& packs = somePacks);
 
+  // An application that can be captured, seen at the next look.
+  void addApp(const std::string& bundleID, const std::string& name, bool playing = false);
+  // The default output from now on.
+  void playThroughSpeaker(bool speaker);
+
   // A run, stage by stage; each call goes through the stages before it.
   void starting(); // waits for a token that never comes
   void connecting();
@@ -54,6 +59,7 @@ class InMemoryModel {
 
   InMemoryPlatform in_;
   RecordedWindows windows_;
+  std::int32_t lastPID_ = 100;
   std::shared_ptr<AppState> app_;
 };
 

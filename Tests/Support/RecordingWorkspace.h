@@ -15,6 +15,10 @@ class RecordingWorkspace final : public platform::Workspace {
     opened.emplace_back(url.buffer());
     return hasBrowser;
   }
+  bool openMicrophoneSettings() override {
+    opened.emplace_back("microphone settings");
+    return true;
+  }
 
   std::vector<std::string> opened; // the addresses, in order
   bool hasBrowser = true;

@@ -24,7 +24,7 @@ class CaptionViewTest : public test::ViewFixture {
   }
   void point(bool over) {
     host_->root().setProperty("hovering", over);
-    host_->settle();
+    host_->grab();
   }
 };
 

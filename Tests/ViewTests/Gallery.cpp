@@ -64,6 +64,14 @@ void speaksAtLength(InMemoryModel& model) {
               : " rather than with three unfinished reports and a pile of slides that nobody wants to see.");
 }
 
+void addApps(InMemoryModel& model) {
+  model.account(7500);
+  model.addApp("org.example.browser", "Browser");
+  model.addApp("org.example.player", "Player", true);
+  model.addApp("org.example.meeting",
+               "A Conference Tool With A Name That Does Not End Where One Expects It To");
+}
+
 void microphoneDub(InMemoryModel& model) {
   model.account(7500);
   model.settings().setSource("en");
@@ -98,7 +106,24 @@ std::vector<Picture> formPictures() {
       {"form-app", Kind::main, usual,
        [](auto& m) {
          m.account(7500);
-         m.settings().captureApp("org.example.browser", "Browser");
+         addApps(m);
+         m.settings().captureApp("org.example.player", "Player");
+       }},
+      {"form-app-picker", Kind::main, usual,
+       [](auto& m) {
+         addApps(m);
+         m.settings().captureApp("org.example.player", "Player");
+       },
+       [](auto& h) { openPicker(h, 0); }},
+      {"form-app-gone", Kind::main, usual,
+       [](auto& m) {
+         addApps(m);
+         m.settings().captureApp("org.example.gone", "Gone");
+       }},
+      {"form-dub-speaker", Kind::main, tall,
+       [](auto& m) {
+         microphoneDub(m);
+         m.playThroughSpeaker(true);
        }},
       {"form-out-of-time", Kind::main, usual, [](auto& m) { m.account(0); }},
       {"form-balance-299", Kind::main, usual, [](auto& m) { m.account(299); }},

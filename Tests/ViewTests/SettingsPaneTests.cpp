@@ -40,9 +40,9 @@ TEST_F(SettingsPaneTest, ShowsASignedInAccountAndFollowsIt) {
 
 TEST_F(SettingsPaneTest, SignsOutOnlyByTheActionOfTheQuestion) {
   model_.account(600, true);
-  model_.in().network.reply("/api/signout", 200, R"({"ok":true})");
+  model_.in().network.reply("/api/auth/unbind", 200, R"({"signedIn":false,"secondsLeft":600})");
   auto& view = open();
-  const auto requests = [this] { return model_.in().network.requestCount("/signout"); };
+  const auto requests = [this] { return model_.in().network.requestCount("/api/auth/unbind"); };
 
   view.click(button, "Sign out");
   EXPECT_TRUE(view.shows("Sign out?"));

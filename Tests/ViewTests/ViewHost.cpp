@@ -116,8 +116,8 @@ QString ViewHost::valueOf(QAccessible::Role role, const QString& name) {
 }
 
 bool ViewHost::isEnabled(QAccessible::Role role, const QString& name) {
-  auto* const element = interface(role, name);
-  return element && !element->state().disabled;
+  auto* const item = find(role, name);
+  return item && item->isEnabled();
 }
 
 QStringList ViewHost::names(QAccessible::Role role) {
@@ -129,6 +129,7 @@ QStringList ViewHost::names(QAccessible::Role role) {
 }
 
 void ViewHost::click(QAccessible::Role role, const QString& name) {
+  grab(); // puts everything in its place
   auto* const item = find(role, name);
   if (!item) throw std::runtime_error("nothing to click is named " + name.toStdString());
   click(*item);
@@ -157,6 +158,7 @@ QString ViewHost::focused() {
 }
 
 QStringList ViewHost::faults() {
+  grab(); // puts everything in its place
   QStringList faults;
   const QRectF bounds(QPointF(0, 0), QSizeF(view_->size()));
   forEachItem([&](QQuickItem& item) {

@@ -8,6 +8,8 @@ namespace tolvera::adapters {
 class XdgWorkspace final : public platform::Workspace {
  public:
   bool openURL(const platform::URL& url) override;
+  // The sound settings of the desktop that runs, or else a mixer.
+  bool openMicrophoneSettings() override;
 };
 
 } // namespace tolvera::adapters

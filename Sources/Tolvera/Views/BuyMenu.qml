@@ -9,26 +9,30 @@ PopUpMenu {
     required property AppState app
     readonly property strings strings: app.settings.strings
 
+    readonly property var entries: {
+        const entries = app.packs.map(pack => ({
+                    text: MainViewRules.packLabel(strings, pack),
+                    pack: pack.id
+                }));
+        if (!app.signedIn)
+            entries.push({
+                text: strings.signIn,
+                pack: ""
+            });
+        return entries;
+    }
+
     Instantiator {
-        model: buyMenu.app.packs
+        model: buyMenu.entries
         delegate: MenuEntry {
             required property var modelData
+            required property int index
 
-            text: MainViewRules.packLabel(buyMenu.strings, modelData)
-            onTriggered: buyMenu.app.beginTopUp(modelData.id)
+            text: modelData.text
+            divided: modelData.pack === "" && index > 0
+            onTriggered: modelData.pack === "" ? buyMenu.app.beginSignIn() : buyMenu.app.beginTopUp(modelData.pack)
         }
         onObjectAdded: (index, object) => buyMenu.insertItem(index, object)
         onObjectRemoved: (index, object) => buyMenu.removeItem(object)
-    }
-
-    MenuDivider {
-        visible: !buyMenu.app.signedIn
-        height: visible ? implicitHeight : 0
-    }
-    MenuEntry {
-        visible: !buyMenu.app.signedIn
-        height: visible ? implicitHeight : 0
-        text: buyMenu.strings.signIn
-        onTriggered: buyMenu.app.beginSignIn()
     }
 }

@@ -17,7 +17,7 @@ RowLayout {
     height: 18
     spacing: 8
 
-    component PlainButton: T.AbstractButton {
+    component PlainButton: T.Button {
         id: button
 
         required property string tooltip
@@ -26,6 +26,7 @@ RowLayout {
         Layout.fillHeight: true
         implicitWidth: Math.max(20, contentItem.implicitWidth + 6)
         hoverEnabled: true
+        focusPolicy: Qt.NoFocus // the panel never has the keyboard
         opacity: hovered ? 1 : 0.7
         Accessible.name: tooltip
 

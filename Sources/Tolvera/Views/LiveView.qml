@@ -60,6 +60,7 @@ Rectangle {
                 }
                 Label {
                     Layout.fillWidth: true
+                    Layout.minimumWidth: Math.min(Math.ceil(implicitWidth), header.width * 0.42)
                     Layout.maximumWidth: Math.ceil(implicitWidth)
                     text: live.languageNames.directionText(live.app.settings.source, live.app.settings.target, live.strings)
                     font.pixelSize: Theme.subheadline
@@ -119,24 +120,28 @@ Rectangle {
             }
         }
 
-        ColumnLayout {
-            Layout.alignment: Qt.AlignCenter
+        Item {
+            Layout.fillWidth: true
+            Layout.fillHeight: true
             visible: !live.hasLines
-            spacing: 10
 
-            SymbolImage {
-                Layout.alignment: Qt.AlignHCenter
-                name: "ear"
-                size: 30
-                color: Theme.tertiary
-            }
-            Label {
-                Layout.alignment: Qt.AlignHCenter
-                Layout.maximumWidth: 300
-                horizontalAlignment: Text.AlignHCenter
-                text: live.strings.pick("已经在听了，说话或播放声音后字幕会出现在这里。", "Listening. Captions appear here once there is speech.")
-                color: Theme.secondary
-                font.pixelSize: Theme.callout
+            Column {
+                anchors.centerIn: parent
+                spacing: 10
+
+                SymbolImage {
+                    anchors.horizontalCenter: parent.horizontalCenter
+                    name: "ear"
+                    size: 30
+                    color: Theme.tertiary
+                }
+                Label {
+                    width: Math.min(300, live.width - 40)
+                    horizontalAlignment: Text.AlignHCenter
+                    text: live.strings.pick("已经在听了，说话或播放声音后字幕会出现在这里。", "Listening. Captions appear here once there is speech.")
+                    color: Theme.secondary
+                    font.pixelSize: Theme.callout
+                }
             }
         }
     }

@@ -72,7 +72,6 @@ BottomBar {
                 small: true
                 text: bar.strings.pick("购买时长", "Buy more")
                 trailingSymbol: "chevron.down"
-                Accessible.role: Accessible.ButtonMenu
                 onClicked: menu.visible ? menu.close() : menu.open()
                 Keys.onDownPressed: menu.open()
                 Keys.onUpPressed: menu.open()

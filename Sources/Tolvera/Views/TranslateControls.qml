@@ -11,7 +11,6 @@ Form {
 
     readonly property AppSettings settings: app.settings
     readonly property strings strings: settings.strings
-    readonly property var apps: app.apps ?? []
     readonly property bool fromMicrophone: settings.captureMode.kind === "mic"
     readonly property bool canSpeak: MainViewRules.canSpeak(settings.target)
 
@@ -20,7 +19,7 @@ Form {
             settings.captureEverything();
             return;
         }
-        const chosen = apps.find(entry => entry.bundleID === bundleID);
+        const chosen = app.apps.find(entry => entry.bundleID === bundleID);
         if (chosen)
             settings.captureApp(chosen.bundleID, chosen.name);
     }
@@ -72,7 +71,7 @@ Form {
                         value: ""
                     }
                 ];
-                for (const entry of controls.apps)
+                for (const entry of controls.app.apps)
                     items.push({
                         text: MainViewRules.appLabel(entry.name, entry.isPlaying),
                         value: entry.bundleID

@@ -5,13 +5,18 @@ import Tolvera.Views
 T.MenuItem {
     id: control
 
+    property bool divided: false // by a line from the entries above
+
     implicitWidth: caption.implicitWidth + leftPadding + rightPadding
-    implicitHeight: Math.max(Math.round(Theme.body * 2), caption.implicitHeight + 8)
+    implicitHeight: Math.max(Math.round(Theme.body * 2), caption.implicitHeight + 8) + topInset
+    topInset: divided ? 11 : 0
+    topPadding: topInset
     leftPadding: 12
     rightPadding: 12
     hoverEnabled: true
-    Keys.onReturnPressed: control.clicked()
-    Keys.onEnterPressed: control.clicked()
+    Accessible.name: text
+    Keys.onReturnPressed: control.triggered()
+    Keys.onEnterPressed: control.triggered()
 
     contentItem: Text {
         id: caption
@@ -26,5 +31,14 @@ T.MenuItem {
     background: Rectangle {
         radius: 5
         color: control.highlighted ? Theme.accent : "transparent"
+
+        Rectangle {
+            x: 8
+            y: -6
+            width: parent.width - 16
+            height: 1
+            visible: control.divided
+            color: Theme.separator
+        }
     }
 }

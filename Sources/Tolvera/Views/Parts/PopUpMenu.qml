@@ -2,7 +2,7 @@ import QtQuick
 import QtQuick.Templates as T
 import Tolvera.Views
 
-// A menu of MenuEntry and MenuDivider.
+// A menu of MenuEntry.
 T.Menu {
     id: control
 

@@ -5,34 +5,47 @@ import Tolvera.Views
 // A choice of one among many, listed above the window's content. It shows the item of `value`, nothing if
 // there is none, and reports what the user picks; whoever owns the value decides. A long list can be
 // searched by typing; in a short one, a letter moves to the next item that begins with it.
-T.AbstractButton {
+T.ComboBox {
     id: control
 
     required property string label
     property var items: [] // of {text, value, search?}
     property var value
-    readonly property int currentIndex: items.findIndex(item => item.value === value)
+    readonly property int chosenIndex: items.findIndex(item => item.value === value)
     readonly property bool searchable: items.length > 12
-    readonly property bool popupVisible: popup.opened
+    readonly property bool popupVisible: popupList.opened
 
     signal chosen(var value)
 
-    text: currentIndex < 0 ? "" : items[currentIndex].text
+    readonly property string text: chosenIndex < 0 ? "" : items[chosenIndex].text
+
+    // How it was opened says how the focus comes back.
+    property int openedBy: Qt.TabFocusReason
+
+    function toggle(by: int) {
+        openedBy = by;
+        if (popupList.visible)
+            popupList.close();
+        else
+            popupList.open();
+    }
+
+    displayText: text
+    hoverEnabled: true
+    focusPolicy: Qt.StrongFocus
+    wheelEnabled: false
     implicitWidth: Math.max(Theme.body * 9, caption.implicitWidth + leftPadding + rightPadding)
     implicitHeight: Theme.controlHeight
     leftPadding: 11
     rightPadding: Theme.body + 14
-    hoverEnabled: true
-    focusPolicy: Qt.StrongFocus
     opacity: enabled ? 1 : 0.45
-    Accessible.role: Accessible.ComboBox
     Accessible.name: label
     Accessible.description: text
-    onClicked: popup.visible ? popup.close() : popup.open()
-    Keys.onReturnPressed: control.clicked()
-    Keys.onEnterPressed: control.clicked()
-    Keys.onDownPressed: popup.open()
-    Keys.onUpPressed: popup.open()
+    Keys.onSpacePressed: toggle(Qt.TabFocusReason)
+    Keys.onReturnPressed: toggle(Qt.TabFocusReason)
+    Keys.onEnterPressed: toggle(Qt.TabFocusReason)
+    Keys.onDownPressed: toggle(Qt.TabFocusReason)
+    Keys.onUpPressed: toggle(Qt.TabFocusReason)
 
     contentItem: Text {
         id: caption
@@ -48,7 +61,7 @@ T.AbstractButton {
 
     background: Rectangle {
         radius: 6
-        color: control.down ? Theme.controlPressed : (control.hovered ? Theme.controlHovered : Theme.control)
+        color: area.pressed ? Theme.controlPressed : (control.hovered ? Theme.controlHovered : Theme.control)
         border.width: 1
         border.color: Theme.outline
 
@@ -67,11 +80,19 @@ T.AbstractButton {
 
     Hint {
         text: control.text
-        shown: control.hovered && caption.truncated && !popup.visible
+        shown: control.hovered && caption.truncated && !popupList.visible
+    }
+
+    MouseArea {
+        id: area
+
+        anchors.fill: parent
+        onPressed: control.forceActiveFocus(Qt.MouseFocusReason)
+        onClicked: control.toggle(Qt.MouseFocusReason)
     }
 
     T.Popup {
-        id: popup
+        id: popupList
 
         readonly property var found: {
             const query = search.text.trim().toLowerCase();
@@ -111,9 +132,10 @@ T.AbstractButton {
         closePolicy: T.Popup.CloseOnEscape | T.Popup.CloseOnPressOutsideParent
         onAboutToShow: {
             search.clear();
-            list.currentIndex = control.currentIndex;
-            list.positionViewAtIndex(Math.max(0, control.currentIndex), ListView.Center);
+            list.currentIndex = control.chosenIndex;
+            list.positionViewAtIndex(Math.max(0, control.chosenIndex), ListView.Center);
         }
+        onAboutToHide: control.forceActiveFocus(control.openedBy)
         onOpened: (control.searchable ? search : list).forceActiveFocus(Qt.PopupFocusReason)
 
         background: Rectangle {
@@ -163,11 +185,11 @@ T.AbstractButton {
                         Accessible.role: Accessible.EditableText
                         Accessible.name: control.label
                         Accessible.searchEdit: true
-                        onTextChanged: list.currentIndex = text === "" ? control.currentIndex : 0
+                        onTextChanged: list.currentIndex = text === "" ? control.chosenIndex : 0
                         Keys.onDownPressed: list.incrementCurrentIndex()
                         Keys.onUpPressed: list.decrementCurrentIndex()
-                        Keys.onReturnPressed: popup.pick(list.currentIndex)
-                        Keys.onEnterPressed: popup.pick(list.currentIndex)
+                        Keys.onReturnPressed: popupList.pick(list.currentIndex)
+                        Keys.onEnterPressed: popupList.pick(list.currentIndex)
                     }
                 }
             }
@@ -178,25 +200,25 @@ T.AbstractButton {
                 anchors.fill: parent
                 anchors.topMargin: field.height
                 clip: true
-                model: popup.found
+                model: popupList.found
                 boundsBehavior: Flickable.StopAtBounds
                 highlightMoveDuration: 0
                 keyNavigationEnabled: true
                 Accessible.role: Accessible.List
                 Accessible.name: control.label
-                Keys.onReturnPressed: popup.pick(currentIndex)
-                Keys.onEnterPressed: popup.pick(currentIndex)
-                Keys.onSpacePressed: popup.pick(currentIndex)
+                Keys.onReturnPressed: popupList.pick(currentIndex)
+                Keys.onEnterPressed: popupList.pick(currentIndex)
+                Keys.onSpacePressed: popupList.pick(currentIndex)
                 Keys.onPressed: event => {
                     if (event.text.trim() === "" || control.searchable)
                         return;
-                    popup.jump(event.text);
+                    popupList.jump(event.text);
                     event.accepted = true;
                 }
 
                 T.ScrollBar.vertical: ScrollIndicatorBar {}
 
-                delegate: T.AbstractButton {
+                delegate: T.ItemDelegate {
                     id: entry
 
                     required property var modelData
@@ -207,12 +229,12 @@ T.AbstractButton {
                     implicitHeight: Math.max(Math.round(Theme.body * 2), name.implicitHeight + 8)
                     text: modelData.text
                     hoverEnabled: true
-                    Accessible.role: Accessible.ListItem
+                    focusPolicy: Qt.NoFocus
                     Accessible.name: text
                     Accessible.selected: modelData.value === control.value
                     onHoveredChanged: if (hovered)
                         list.currentIndex = index
-                    onClicked: popup.pick(index)
+                    onClicked: popupList.pick(index)
 
                     contentItem: Item {
                         SymbolImage {

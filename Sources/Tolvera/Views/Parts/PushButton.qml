@@ -34,12 +34,12 @@ T.Button {
     Accessible.name: text === "" ? tooltip : text
     Accessible.description: text === "" ? "" : tooltip
 
-    Keys.onReturnPressed: control.clicked()
-    Keys.onEnterPressed: control.clicked()
+    Keys.onReturnPressed: clicked()
+    Keys.onEnterPressed: clicked()
 
     contentItem: Item {
-        implicitWidth: (image.visible ? image.width + row.spacing : 0) + (caption.visible ? Math.ceil(caption.implicitWidth) + row.spacing : 0) + (trailing.visible ? trailing.width + row.spacing : 0) - row.spacing
-        implicitHeight: Math.max(image.visible ? image.height : 0, caption.visible ? caption.height : 0)
+        implicitWidth: row.implicitWidth
+        implicitHeight: row.implicitHeight
 
         Row {
             id: row
@@ -48,8 +48,6 @@ T.Button {
             spacing: 6
 
             SymbolImage {
-                id: image
-
                 anchors.verticalCenter: parent.verticalCenter
                 visible: control.symbol !== ""
                 name: control.symbol
@@ -57,22 +55,15 @@ T.Button {
                 color: control.flat ? Theme.accentSymbol : control.foreground
             }
             Text {
-                id: caption
-
                 anchors.verticalCenter: parent.verticalCenter
                 visible: control.text !== ""
-                width: Math.min(Math.ceil(implicitWidth), control.availableWidth - (image.visible ? image.width + row.spacing : 0) - (trailing.visible ? trailing.width + row.spacing : 0))
                 text: control.text
                 font: control.font
                 color: control.foreground
                 textFormat: Text.PlainText
-                wrapMode: Text.Wrap
-                horizontalAlignment: Text.AlignHCenter
                 Accessible.ignored: true
             }
             SymbolImage {
-                id: trailing
-
                 anchors.verticalCenter: parent.verticalCenter
                 visible: control.trailingSymbol !== ""
                 name: control.trailingSymbol

@@ -59,7 +59,7 @@ FocusScope {
 
     readonly property bool keyboardFocus: {
         for (let i = 0; i < repeater.count; ++i) {
-            const segment = repeater.itemAt(i) as T.AbstractButton;
+            const segment = repeater.itemAt(i) as T.RadioButton;
             if (segment && segment.visualFocus)
                 return true;
         }
@@ -80,7 +80,7 @@ FocusScope {
 
             model: control.segments
 
-            T.AbstractButton {
+            T.RadioButton {
                 id: segment
 
                 required property var modelData
@@ -90,15 +90,17 @@ FocusScope {
                 width: row.width / control.segments.length
                 height: row.height
                 text: modelData.text
-                hoverEnabled: true
+                leftPadding: 5
+                rightPadding: 5
                 focusPolicy: Qt.ClickFocus
-                Accessible.role: Accessible.RadioButton
+                hoverEnabled: true
+                autoExclusive: false
+                checked: isSelected
                 Accessible.name: text
-                Accessible.checkable: true
                 Accessible.checked: isSelected
-                onClicked: control.choose(index)
                 Keys.onReturnPressed: control.choose(index)
                 Keys.onEnterPressed: control.choose(index)
+                onClicked: control.choose(index)
 
                 Component.onCompleted: {
                     row.widest = Math.max(row.widest, caption.implicitWidth + 20);

@@ -96,7 +96,10 @@ void SelectableText::layOut() {
   const int end = std::max(anchor_, cursor_);
   if (QStringView(layout_.text()).left(end) != QStringView(before).left(end)) select(0, 0);
 
-  setImplicitSize(std::ceil(layout_.maximumWidth()), std::ceil(height));
+  // What the text asks for does not depend on how it was cut.
+  const bool cut = layout_.text() != full;
+  setImplicitSize(std::ceil(cut ? QFontMetricsF(font_).horizontalAdvance(full) : layout_.maximumWidth()),
+                  std::ceil(height));
   Q_EMIT laidOut();
   update();
 }

@@ -13,22 +13,21 @@ FormRow {
 
     signal toggled(bool on)
 
-    T.AbstractButton {
+    T.CheckBox {
         id: control
 
         Layout.fillWidth: true
         implicitHeight: Math.max(caption.implicitHeight, track.height)
         text: row.label
-        focusPolicy: Qt.StrongFocus
-        hoverEnabled: true
         enabled: row.enabled
-        Accessible.role: Accessible.CheckBox
+        checked: row.on
         Accessible.name: text
-        Accessible.checkable: true
         Accessible.checked: row.on
+        hoverEnabled: true
+        focusPolicy: Qt.StrongFocus
         onClicked: row.toggled(!row.on)
-        Keys.onReturnPressed: control.clicked()
-        Keys.onEnterPressed: control.clicked()
+        Keys.onReturnPressed: clicked()
+        Keys.onEnterPressed: clicked()
 
         contentItem: Item {
             Label {
