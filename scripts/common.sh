@@ -70,3 +70,16 @@ stop_process() {
   kill -KILL "$1" 2>/dev/null || true
   wait "$1" 2>/dev/null || true
 }
+
+# wait_until SECONDS COMMAND...: repeats the command until it succeeds; fails at the deadline.
+wait_until() {
+  local deadline=$((SECONDS + $1))
+  shift
+  until "$@" >/dev/null 2>&1; do
+    [ "$SECONDS" -lt "$deadline" ] || return 1
+    sleep 0.1
+  done
+}
+
+# output_exists NODE: whether a node of the sound server by that name has outputs.
+output_exists() { pw-link -o | grep -q "^$1:"; }
