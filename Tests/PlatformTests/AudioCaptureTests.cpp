@@ -3,13 +3,12 @@
 #include "TolveraCore/MicBackend.h"
 
 #include "Support/PrivateGraph.h"
+#include "Support/Recording.h"
 #include "Support/Spectrum.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <filesystem>
-#include <mutex>
 #include <span>
 
 namespace tolvera {
@@ -20,36 +19,9 @@ using std::chrono::seconds;
 using test::eventually;
 using test::PrivateGraph;
 
-constexpr double rate = 16000;
+using test::Recording;
 
-// What a backend delivered so far.
-class Recording {
- public:
-  AudioCaptureBackend::OnSamples sink() {
-    return [this](SampleBlock block) {
-      const std::lock_guard lock(mutex_);
-      samples_.insert(samples_.end(), block.begin(), block.end());
-    };
-  }
-  void clear() {
-    const std::lock_guard lock(mutex_);
-    samples_.clear();
-  }
-  [[nodiscard]] std::vector<float> samples() const {
-    const std::lock_guard lock(mutex_);
-    return samples_;
-  }
-  // Its last 200 ms hold the sine at about its level.
-  [[nodiscard]] bool hears(double frequency) const {
-    const std::vector<float> all = samples();
-    constexpr std::size_t window = 3200;
-    return all.size() >= window && test::amplitudeAt(frequency, rate, std::span(all).last(window)) > 0.3;
-  }
-
- private:
-  mutable std::mutex mutex_;
-  std::vector<float> samples_;
-};
+constexpr double rate = Recording::rate;
 
 class Sound : public testing::Test {
  protected:
@@ -77,11 +49,6 @@ class Sound : public testing::Test {
     return 0;
   }
 };
-
-std::size_t entries(const char* directory) {
-  const std::filesystem::directory_iterator all(directory);
-  return static_cast<std::size_t>(std::distance(begin(all), end(all)));
-}
 
 TEST_F(Sound, OfTheMicrophoneArrivesAtItsLevelAndWithoutASeam) {
   plugIn();
@@ -234,13 +201,13 @@ TEST_F(Sound, IsStartedAndStoppedManyTimesWithoutALeak) {
   cycle(true);
   const auto settled = [this] { return !graph_.hasNode("tolvera-microphone"); };
   ASSERT_TRUE(eventually(settled));
-  const std::size_t threads = entries("/proc/self/task");
-  const std::size_t descriptors = entries("/proc/self/fd");
+  const std::size_t threads = test::entries("/proc/self/task");
+  const std::size_t descriptors = test::entries("/proc/self/fd");
   const auto objects = graph_.objects();
   for (int i = 0; i < 120; ++i) cycle(i % 8 == 0);
-  EXPECT_TRUE(eventually([threads] { return entries("/proc/self/task") == threads; }));
-  EXPECT_TRUE(eventually([descriptors] { return entries("/proc/self/fd") <= descriptors; }))
-      << entries("/proc/self/fd") << " descriptors, before " << descriptors;
+  EXPECT_TRUE(eventually([threads] { return test::entries("/proc/self/task") == threads; }));
+  EXPECT_TRUE(eventually([descriptors] { return test::entries("/proc/self/fd") <= descriptors; }))
+      << test::entries("/proc/self/fd") << " descriptors, before " << descriptors;
   EXPECT_TRUE(eventually([this, &objects] { return graph_.objects() == objects; }));
 }
 

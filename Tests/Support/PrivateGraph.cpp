@@ -59,6 +59,7 @@ PrivateGraph::PrivateGraph() {
   }
   setEnvironment("DBUS_SESSION_BUS_ADDRESS", "unix:path=" + directory_ + "/bus");
   setEnvironment("PIPEWIRE_REMOTE", "pipewire-0");
+  setEnvironment("PULSE_SERVER", "unix:" + directory_ + "/pulse/native");
   try {
     processes_.emplace_back(std::vector<std::string>{"dbus-daemon", "--session", "--nofork", "--nopidfile",
                                                      "--address=unix:path=" + directory_ + "/bus"},
@@ -97,6 +98,12 @@ void PrivateGraph::startServer() {
   processes_.emplace_back(std::vector<std::string>{"wireplumber"}, log("wireplumber"));
   require(eventually([] { return listing("Metadata").find("\"default\"") != std::string::npos; }),
           "the session manager does not start");
+}
+
+void PrivateGraph::startPulse() {
+  processes_.emplace_back(std::vector<std::string>{"pipewire-pulse"}, log("pulse"));
+  require(eventually([this] { return std::filesystem::exists(directory_ + "/pulse/native"); }),
+          "the PulseAudio server does not start");
 }
 
 void PrivateGraph::killServer() {
@@ -158,6 +165,14 @@ ChildProcess PrivateGraph::play(const std::string& file, const std::string& targ
 
 ChildProcess PrivateGraph::record(const std::string& file, const std::string& target) const {
   return ChildProcess({"pw-record", "--target", target, file}, log("record"));
+}
+
+ChildProcess PrivateGraph::application(const std::string& file) const {
+  return ChildProcess({"pw-play", file}, log("application"));
+}
+
+ChildProcess PrivateGraph::pulseApplication(const std::string& file) const {
+  return ChildProcess({"paplay", file}, log("application"));
 }
 
 std::string PrivateGraph::tone(double frequency, double amplitude, double seconds) const {

@@ -35,10 +35,15 @@ class PrivateGraph {
 
   void killServer();  // SIGKILL to PipeWire; the session manager ends with it
   void startServer(); // an empty graph again
+  void startPulse();  // the server for PulseAudio's clients, until `killServer`
 
   // Plays a WAV file into a node, all its inputs, or records one from it, until it is dropped.
   [[nodiscard]] ChildProcess play(const std::string& file, const std::string& target) const;
   [[nodiscard]] ChildProcess record(const std::string& file, const std::string& target) const;
+  // Plays a WAV file as applications do, to the default output, natively or through the PulseAudio server.
+  // Does not wait.
+  [[nodiscard]] ChildProcess application(const std::string& file) const;
+  [[nodiscard]] ChildProcess pulseApplication(const std::string& file) const;
   // A file in the graph's directory with a sine at 48 kHz, mono; amplitude 0 to 1.
   [[nodiscard]] std::string tone(double frequency, double amplitude, double seconds) const;
   [[nodiscard]] const std::string& directory() const { return directory_; }
@@ -55,7 +60,7 @@ class PrivateGraph {
 
   std::string directory_;
   std::map<std::string, std::optional<std::string>> formerEnvironment_;
-  std::vector<ChildProcess> processes_; // the bus, then the server and the session manager
+  std::vector<ChildProcess> processes_; // the bus, then the server, the session manager and PulseAudio's
 };
 
 } // namespace tolvera::test

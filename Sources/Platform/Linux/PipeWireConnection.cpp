@@ -127,6 +127,7 @@ bool PipeWireConnection::connect() {
 
 void PipeWireConnection::disconnect() {
   lost_ = ready_ = waiting_ = dirty_ = false;
+  roundTrips_.clear();
   if (core_ == nullptr) return;
   for (Listener* listener : listeners_) listener->disconnected();
   registryHook_.remove();
@@ -169,7 +170,20 @@ void PipeWireConnection::changed() {
 
 void PipeWireConnection::retryIn(std::chrono::milliseconds delay) { arm(delay); }
 
+void PipeWireConnection::roundTrip(std::chrono::milliseconds patience) {
+  if (core_ == nullptr) return;
+  timespec deadline{};
+  pw_thread_loop_get_time(loop_, &deadline, std::chrono::nanoseconds(patience).count());
+  const int sequence = pw_core_sync(core_, PW_ID_CORE, 0);
+  roundTrips_.insert(sequence);
+  while (roundTrips_.contains(sequence)) {
+    if (pw_thread_loop_timed_wait_full(loop_, &deadline) != 0) break;
+  }
+  roundTrips_.erase(sequence);
+}
+
 void PipeWireConnection::onDone(int sequence) {
+  if (roundTrips_.erase(sequence) > 0) pw_thread_loop_signal(loop_, false);
   if (!waiting_ || sequence != awaited_) return;
   waiting_ = false;
   if (dirty_) {

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <vector>
 
 namespace tolvera::adapters {
@@ -56,6 +57,9 @@ class PipeWireConnection {
   [[nodiscard]] pw_core* core() const { return core_; } // null without a server
   [[nodiscard]] pw_registry* registry() const { return registry_; }
   void changed(); // `settled` is due after a round trip to the server
+  // Waits until the server has dealt with all that was asked of it, and we with what it said meanwhile. The
+  // lock is released the while. Not on the loop thread.
+  void roundTrip(std::chrono::milliseconds patience);
   // `settled` is due then at the latest. Who finds it too early asks again.
   void retryIn(std::chrono::milliseconds delay);
 
@@ -79,11 +83,12 @@ class PipeWireConnection {
   Hook registryHook_;
   std::vector<Listener*> listeners_;
   std::optional<std::chrono::steady_clock::time_point> due_; // when the timer fires
-  int awaited_ = 0;                                          // sequence number of the round trip under way
-  bool waiting_ = false;                                     // a round trip is under way
-  bool dirty_ = false;                                       // and something changed since it began
-  bool ready_ = false;                                       // the first snapshot is in
-  bool lost_ = false; // the server is gone, its connection not yet dropped
+  std::set<int> roundTrips_; // sequence numbers of those that somebody waits for
+  int awaited_ = 0;          // sequence number of the round trip under way
+  bool waiting_ = false;     // a round trip is under way
+  bool dirty_ = false;       // and something changed since it began
+  bool ready_ = false;       // the first snapshot is in
+  bool lost_ = false;        // the server is gone, its connection not yet dropped
 };
 
 } // namespace tolvera::adapters

@@ -17,7 +17,7 @@ using platform::AudioFormat;
 using platform::PlatformError;
 
 constexpr std::chrono::seconds snapshotPatience{1};
-constexpr std::chrono::milliseconds openingPatience{500};
+constexpr std::chrono::milliseconds changePatience{500};
 constexpr std::chrono::milliseconds retryInterval{500};
 constexpr double quietSeconds = 2;
 
@@ -72,23 +72,23 @@ PipeWireOutputStream::PipeWireOutputStream(std::shared_ptr<PipeWireGraph> graph,
     throw PlatformError("PipeWire", EIO, "The sound server takes no stream.");
   }
   connection.addListener(*this);
-  awaitOpening();
 }
 
 PipeWireOutputStream::~PipeWireOutputStream() {
   PipeWireConnection& connection = graph_->connection;
   const LoopLock lock(connection.loop());
   connection.removeListener(*this);
+  awaitChange();
   close();
   pw_loop_destroy_source(pw_thread_loop_get_loop(connection.loop()), quiet_);
 }
 
 // The library loses a descriptor with a stream that is dropped while the server links it.
-void PipeWireOutputStream::awaitOpening() {
+void PipeWireOutputStream::awaitChange() {
   pw_thread_loop* loop = graph_->connection.loop();
   timespec deadline{};
-  pw_thread_loop_get_time(loop, &deadline, std::chrono::nanoseconds(openingPatience).count());
-  while (stream_ && !standing_) {
+  pw_thread_loop_get_time(loop, &deadline, std::chrono::nanoseconds(changePatience).count());
+  while (stream_ && active_ != flowing_ && !failed_) {
     if (pw_thread_loop_timed_wait_full(loop, &deadline) != 0) break;
   }
 }
@@ -114,11 +114,11 @@ bool PipeWireOutputStream::open() {
   spa_pod_builder_init(&builder, storage.data(), static_cast<std::uint32_t>(storage.size()));
   spa_audio_info_raw info = streamFormat(format_);
   const spa_pod* params[] = {spa_format_audio_raw_build(&builder, SPA_PARAM_EnumFormat, &info)};
-  active_ = voice_->queue.hasSound();
-  const int flags = PW_STREAM_FLAG_AUTOCONNECT | PW_STREAM_FLAG_MAP_BUFFERS | PW_STREAM_FLAG_RT_PROCESS |
-                    (active_ ? 0 : PW_STREAM_FLAG_INACTIVE);
-  const bool connected = pw_stream_connect(stream_.get(), PW_DIRECTION_OUTPUT, PW_ID_ANY,
-                                           static_cast<pw_stream_flags>(flags), params, 1) >= 0;
+  const auto flags = static_cast<pw_stream_flags>(PW_STREAM_FLAG_AUTOCONNECT | PW_STREAM_FLAG_MAP_BUFFERS |
+                                                  PW_STREAM_FLAG_RT_PROCESS);
+  active_ = true;
+  const bool connected =
+      pw_stream_connect(stream_.get(), PW_DIRECTION_OUTPUT, PW_ID_ANY, flags, params, 1) >= 0;
   if (!connected) close();
   return connected;
 }
@@ -129,7 +129,7 @@ void PipeWireOutputStream::close() {
   if (stream_) pw_stream_disconnect(stream_.get());
   hook_.remove();
   stream_.reset();
-  active_ = standing_ = failed_ = false;
+  active_ = flowing_ = failed_ = false;
 }
 
 void PipeWireOutputStream::wake() {
@@ -151,7 +151,7 @@ void PipeWireOutputStream::onState(pw_stream_state state) {
   if (!open_) return;
   failed_ = state == PW_STREAM_STATE_ERROR || state == PW_STREAM_STATE_UNCONNECTED;
   if (failed_) graph_->connection.retryIn(retryInterval);
-  standing_ |= failed_ || state == PW_STREAM_STATE_PAUSED || state == PW_STREAM_STATE_STREAMING;
+  flowing_ = state == PW_STREAM_STATE_STREAMING;
   pw_thread_loop_signal(graph_->connection.loop(), false);
 }
 

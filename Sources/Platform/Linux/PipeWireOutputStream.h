@@ -41,7 +41,7 @@ class PipeWireOutputStream final : private PipeWireConnection::Listener {
   void disconnected() override;
   bool open();
   void close();
-  void awaitOpening();
+  void awaitChange();
   void onState(pw_stream_state state);
   void onQuiet();
 
@@ -55,7 +55,7 @@ class PipeWireOutputStream final : private PipeWireConnection::Listener {
   Hook hook_;
   bool open_ = false; // what the stream says counts
   bool active_ = false;
-  bool standing_ = false; // the stream has an output, or there is none for it
+  bool flowing_ = false; // the server has followed `active_`
   bool failed_ = false;
   std::size_t silentFrames_ = 0; // real-time thread: since there last was something to play
 };

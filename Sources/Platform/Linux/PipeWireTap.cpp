@@ -20,6 +20,7 @@ using platform::PlatformError;
 
 constexpr std::chrono::seconds snapshotPatience{2};
 constexpr std::chrono::milliseconds openingPatience{500};
+constexpr std::chrono::milliseconds closingPatience{200};
 constexpr std::chrono::milliseconds retryInterval{500}; // of a filter
 constexpr std::chrono::milliseconds firstRetry{20};     // of a link; doubled with each failure
 constexpr int mostDoublings = 5;
@@ -166,6 +167,9 @@ PipeWireTap::~PipeWireTap() {
   {
     const LoopLock lock(graph_->connection.loop());
     graph_->connection.removeListener(*this);
+    // The library loses the descriptors of what is linked while its node is dropped.
+    links_.clear();
+    graph_->connection.roundTrip(closingPatience);
     close();
   }
   worker_.reset();
@@ -182,7 +186,7 @@ void PipeWireTap::awaitOpening() {
   }
 }
 
-void PipeWireTap::settled() { follow(); }
+void PipeWireTap::settled() { relink(); }
 
 void PipeWireTap::disconnected() { close(); }
 
@@ -215,7 +219,7 @@ void PipeWireTap::close() {
   failed_ = standing_ = false;
 }
 
-void PipeWireTap::follow() {
+void PipeWireTap::relink() {
   if (graph_->connection.core() == nullptr) return;
   if (failed_) close();
   if (!filter_) {
@@ -283,26 +287,33 @@ void PipeWireTap::onProcess(const spa_io_position& position) noexcept {
 }
 
 void PipeWireTap::deliver(const AudioPCMBuffer& heard) {
+  if (!follow(rate_.load(std::memory_order_relaxed))) return;
   const std::uint32_t frames = heard.frameLength();
   const float* left = heard.channel(0);
   const float* right = heard.channel(1);
   float* mono = mono_.channel(0);
   for (std::uint32_t i = 0; i < frames; ++i) mono[i] = 0.5F * (left[i] + right[i]);
   mono_.setFrameLength(frames);
-  const std::uint32_t rate = rate_.load(std::memory_order_relaxed);
-  const AudioPCMBuffer* out = rate == deliveredRate ? &mono_ : resampled(rate);
+  const AudioPCMBuffer* out = converter_ ? resampled() : &mono_;
   if (out == nullptr || out->frameLength() == 0) return;
-  const platform::AudioBuffer buffer{std::as_const(*out).channel(0),
+  const platform::AudioBuffer buffer{out->channel(0),
                                      out->frameLength() * static_cast<std::uint32_t>(sizeof(float))};
   block_(std::span(&buffer, 1));
 }
 
-const AudioPCMBuffer* PipeWireTap::resampled(std::uint32_t rate) {
-  if (rate != convertedRate_) {
-    converter_ = SoxrConverter::make({static_cast<double>(rate), 1}, monoFormat);
-    convertedRate_ = rate;
-  }
-  if (!converter_) return nullptr;
+// The graph's rate may change at any time. False if there is no way from it to ours.
+bool PipeWireTap::follow(std::uint32_t rate) {
+  const AudioFormat graphs{static_cast<double>(rate), 1};
+  if (mono_.format() == graphs) return true;
+  auto converter = rate == deliveredRate ? nullptr : SoxrConverter::make(graphs, monoFormat);
+  auto mono = AudioPCMBuffer::make(graphs, blockFrames);
+  if (!mono || (!converter && rate != deliveredRate)) return false;
+  converter_ = std::move(converter);
+  mono_ = *std::move(mono);
+  return true;
+}
+
+const AudioPCMBuffer* PipeWireTap::resampled() {
   const AudioPCMBuffer* next = &mono_;
   const bool converted = converter_->convert(resampled_, [&next]() -> platform::AudioConverter::Input {
     const AudioPCMBuffer* buffer = std::exchange(next, nullptr);

@@ -60,7 +60,7 @@ class PipeWireTap final : private PipeWireConnection::Listener {
   void disconnected() override;
   bool open();
   void close();
-  void follow();
+  void relink();
   [[nodiscard]] std::vector<Port> ownPorts() const;
   [[nodiscard]] std::map<Ends, PortIDs> wanted(const std::vector<Port>& inputs) const;
   bool link(const Ends& ends, const PortIDs& ports);
@@ -70,7 +70,8 @@ class PipeWireTap final : private PipeWireConnection::Listener {
   void onProcess(const spa_io_position& position) noexcept; // real-time thread
   // Worker's thread.
   void deliver(const platform::AudioPCMBuffer& heard);
-  [[nodiscard]] const platform::AudioPCMBuffer* resampled(std::uint32_t rate);
+  bool follow(std::uint32_t rate);
+  [[nodiscard]] const platform::AudioPCMBuffer* resampled();
 
   std::shared_ptr<PipeWireGraph> graph_;
   const Selection selection_;
@@ -78,8 +79,7 @@ class PipeWireTap final : private PipeWireConnection::Listener {
   std::atomic<std::uint32_t> rate_; // of the graph, Hz
 
   // The worker's.
-  std::uint32_t convertedRate_ = 0;
-  std::unique_ptr<platform::AudioConverter> converter_;
+  std::unique_ptr<platform::AudioConverter> converter_; // from the graph's rate, if it is not ours
   platform::AudioPCMBuffer mono_;
   platform::AudioPCMBuffer resampled_;
 
