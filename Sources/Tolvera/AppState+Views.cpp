@@ -16,6 +16,19 @@ void AppState::beginSignOut() { spawn(platform_.mainExecutor, "sign out", signOu
 
 void AppState::openMicrophoneSettings() { platform_.workspace.openMicrophoneSettings(); }
 
+void AppState::previewPanel() {
+  if (windows_.panelPreview) windows_.panelPreview(*this);
+}
+
+void AppState::previewOverlay() {
+  setSourceLine("and then move on to the roadmap for the next three months");
+  assign(previousLine_, QString("我们先来快速回顾一下上个季度的业绩。"), &AppState::previousLineChanged);
+  setCurrent("然后讨论未来三个月的", "规划");
+  setOverlayStatus({});
+  setSecondsLeft(742);
+  captionWindow().show(*this);
+}
+
 QVariantList AppState::appsForViews() const {
   QVariantList list;
   for (const auto& app : apps_) {

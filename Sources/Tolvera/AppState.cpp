@@ -62,11 +62,16 @@ AppState::~AppState() {
 void AppState::postLaunchTasks() {
   const auto flag = [this](std::string_view key) { return platform_.userDefaults.boolForKey(key); };
   const std::weak_ptr<AppState> weak = weak_from_this();
-  if (!settings_->seenOnboarding() || flag("TolveraForceOnboarding")) {
-    boost::asio::post(platform_.mainExecutor, [weak] {
-      if (auto model = weak.lock()) model->onboarding().show(*model);
+  const auto later = [this, &weak](auto operation) {
+    boost::asio::post(platform_.mainExecutor, [weak, operation] {
+      if (auto model = weak.lock()) operation(*model);
     });
+  };
+  if (!settings_->seenOnboarding() || flag("TolveraForceOnboarding")) {
+    later([](AppState& model) { model.onboarding().show(model); });
   }
+  if (flag("TolveraPreviewPanel")) later([](AppState& model) { model.previewPanel(); });
+  if (flag("TolveraPreviewOverlay")) later([](AppState& model) { model.previewOverlay(); });
   if (flag("TolveraAutoStart")) {
     auto autoStart = [](std::weak_ptr<AppState> from) -> Task<void> {
       if (auto model = from.lock()) {

@@ -18,6 +18,7 @@
 #include <QVariantList>
 
 #include <exception>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -54,6 +55,8 @@ class AppState final : public QObject, public std::enable_shared_from_this<AppSt
   struct Windows {
     std::unique_ptr<CaptionWindowController> caption;
     std::unique_ptr<OnboardingWindowController> onboarding;
+    // Shows a window with the tray's menu, for developers; may be absent.
+    std::function<void(AppState&)> panelPreview = nullptr;
   };
 
   // `platform` outlives the model. What the launch flags ask for is posted and runs after this returns.
@@ -121,6 +124,10 @@ class AppState final : public QObject, public std::enable_shared_from_this<AppSt
   Q_INVOKABLE void openPrivacy();
   // Opens the system's settings at its microphones.
   Q_INVOKABLE void openMicrophoneSettings();
+  // For developers, to look at a view without a run: the tray's menu in a window, and the caption panel
+  // with sample captions.
+  void previewPanel();
+  void previewOverlay();
   // A balance in seconds as text, in the language of this moment.
   [[nodiscard]] Q_INVOKABLE QString formatTime(double seconds) const;
 

@@ -308,6 +308,15 @@ TEST_F(Run, OpensTheOnboardingForNewcomersAndByTheFlag) {
   EXPECT_EQ(windows_.onboardingShows, 2);
 }
 
+TEST_F(Run, ShowsTheCaptionPanelWithSamplesWhenTheFlagSaysSo) {
+  in_.userDefaults.setObject("TolveraPreviewOverlay", true);
+  auto& model = make();
+  EXPECT_EQ(windows_.captionShows, 1);
+  EXPECT_EQ(model.currentLine() + model.currentStash(), "然后讨论未来三个月的规划");
+  EXPECT_EQ(model.secondsLeft(), 742);
+  EXPECT_EQ(phase(), "idle");
+}
+
 TEST_F(Run, StartsByItselfWhenTheFlagSaysSo) {
   in_.userDefaults.setObject("TolveraAutoStart", true);
   make();
