@@ -13,7 +13,8 @@ enum class ActivationPolicy { regular = 0, accessory = 1, prohibited = 2 };
 // An application that runs now.
 struct RunningApplication {
   std::int32_t processIdentifier = 0;
-  ActivationPolicy activationPolicy = ActivationPolicy::prohibited; // regular: the user sees it as an application
+  ActivationPolicy activationPolicy =
+      ActivationPolicy::prohibited; // regular: the user sees it as an application
   std::optional<std::string> bundleIdentifier;
   std::optional<std::string> localizedName;
 
