@@ -110,8 +110,7 @@ void InMemoryModel::live() {
 
 void InMemoryModel::reconnecting() {
   live();
-  in_.network.connection()->fail();
-  settle();
+  say(R"({"type":"status","state":"reconnecting"})");
 }
 
 void InMemoryModel::fail(const std::string& message, const std::string& code) {

@@ -53,7 +53,7 @@ RowLayout {
                 color: "#ffffff"
             }
         }
-        background: Rectangle {
+        background: Box {
             radius: 4
             color: button.down ? "#40ffffff" : (button.hovered ? "#26ffffff" : "transparent")
         }

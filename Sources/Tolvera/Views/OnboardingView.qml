@@ -87,7 +87,7 @@ FocusScope {
 
                         spacing: 10
 
-                        Rectangle {
+                        Box {
                             implicitWidth: 18
                             implicitHeight: 18
                             radius: 9

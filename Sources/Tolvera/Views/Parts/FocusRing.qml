@@ -2,7 +2,7 @@ import QtQuick
 import Tolvera.Views
 
 // Shows which control the keyboard works on.
-Rectangle {
+Box {
     property Item control: parent
     property bool shown: false
     property real cornerRadius: 6
@@ -11,8 +11,8 @@ Rectangle {
     anchors.margins: -3
     radius: cornerRadius + 3
     color: "transparent"
-    border.width: 2
-    border.color: Theme.accentSymbol
+    borderWidth: 2
+    borderColor: Theme.accentSymbol
     visible: shown
     z: 1
 }

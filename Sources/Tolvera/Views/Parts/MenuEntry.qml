@@ -28,7 +28,7 @@ T.MenuItem {
         verticalAlignment: Text.AlignVCenter
         Accessible.ignored: true
     }
-    background: Rectangle {
+    background: Box {
         radius: 5
         color: control.highlighted ? Theme.accent : "transparent"
 

@@ -59,11 +59,11 @@ T.ComboBox {
         Accessible.ignored: true
     }
 
-    background: Rectangle {
+    background: Box {
         radius: 6
         color: area.pressed ? Theme.controlPressed : (control.hovered ? Theme.controlHovered : Theme.control)
-        border.width: 1
-        border.color: Theme.outline
+        borderWidth: 1
+        borderColor: Theme.outline
 
         SymbolImage {
             anchors.right: parent.right
@@ -138,11 +138,11 @@ T.ComboBox {
         onAboutToHide: control.forceActiveFocus(control.openedBy)
         onOpened: (control.searchable ? search : list).forceActiveFocus(Qt.PopupFocusReason)
 
-        background: Rectangle {
+        background: Box {
             radius: 9
             color: Theme.popup
-            border.width: 1
-            border.color: Theme.outline
+            borderWidth: 1
+            borderColor: Theme.outline
         }
 
         contentItem: FocusScope {
@@ -154,13 +154,13 @@ T.ComboBox {
                 visible: control.searchable
                 color: "transparent"
 
-                Rectangle {
+                Box {
                     anchors.fill: parent
                     anchors.bottomMargin: 5
                     radius: 6
                     color: Theme.dark ? "#242427" : "#f2f2f5"
-                    border.width: search.activeFocus ? 2 : 1
-                    border.color: search.activeFocus ? Theme.accentSymbol : Theme.separator
+                    borderWidth: search.activeFocus ? 2 : 1
+                    borderColor: search.activeFocus ? Theme.accentSymbol : Theme.separator
 
                     SymbolImage {
                         x: 8
@@ -261,7 +261,7 @@ T.ComboBox {
                             Accessible.ignored: true
                         }
                     }
-                    background: Rectangle {
+                    background: Box {
                         radius: 5
                         color: entry.isPointedAt ? Theme.accent : "transparent"
                     }

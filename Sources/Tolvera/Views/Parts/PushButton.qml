@@ -73,7 +73,7 @@ T.Button {
         }
     }
 
-    background: Rectangle {
+    background: Box {
         radius: control.cornerRadius
         color: {
             if (control.highlighted)
@@ -84,8 +84,8 @@ T.Button {
                 return control.hovered ? Theme.track : "transparent";
             return control.hovered ? Theme.controlHovered : Theme.control;
         }
-        border.width: control.highlighted || control.flat ? 0 : 1
-        border.color: Theme.outline
+        borderWidth: control.highlighted || control.flat ? 0 : 1
+        borderColor: Theme.outline
 
         FocusRing {
             shown: control.visualFocus

@@ -46,7 +46,7 @@ FocusScope {
         shown: hover.hovered
     }
 
-    Rectangle {
+    Box {
         anchors.fill: parent
         radius: 7
         color: Theme.track
@@ -121,12 +121,12 @@ FocusScope {
                     minimumPixelSize: 9
                     Accessible.ignored: true
                 }
-                background: Rectangle {
+                background: Box {
                     radius: 5
                     color: segment.isSelected ? Theme.knob : (segment.hovered ? Theme.controlPressed : "transparent")
                     opacity: segment.isSelected || segment.hovered ? 1 : 0
-                    border.width: segment.isSelected && !Theme.dark ? 1 : 0
-                    border.color: "#1a000000"
+                    borderWidth: segment.isSelected && !Theme.dark ? 1 : 0
+                    borderColor: "#1a000000"
                 }
             }
         }

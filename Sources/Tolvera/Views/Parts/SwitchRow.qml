@@ -41,7 +41,7 @@ FormRow {
                 opacity: control.enabled ? 1 : 0.45
                 Accessible.ignored: true
             }
-            Rectangle {
+            Box {
                 id: track
 
                 anchors.right: parent.right
@@ -59,7 +59,7 @@ FormRow {
                     }
                 }
 
-                Rectangle {
+                Box {
                     x: row.on ? 18 : 2
                     y: 2
                     width: 18

@@ -38,8 +38,9 @@ QtObject {
     readonly property int title3: Math.round(body * 1.25)
     readonly property int title2: Math.round(body * 1.4)
 
-    readonly property int controlHeight: Math.round(body * 2.1)
-    readonly property int smallControlHeight: Math.round(body * 1.8)
+    // Even, so that edges fall on whole pixels at a scale of 1.5 as well.
+    readonly property int controlHeight: 2 * Math.round(body * 1.05)
+    readonly property int smallControlHeight: 2 * Math.round(body * 0.9)
 
     // Milliseconds; 0 when the desktop asks for reduced motion.
     readonly property int quick: Desktop.reducedMotion ? 0 : 110
