@@ -19,9 +19,12 @@ Form {
             settings.captureEverything();
             return;
         }
-        const chosen = app.apps.find(entry => entry.bundleID === bundleID);
-        if (chosen)
-            settings.captureApp(chosen.bundleID, chosen.name);
+        for (const entry of app.apps) {
+            if (entry.bundleID === bundleID) {
+                settings.captureApp(entry.bundleID, entry.name);
+                return;
+            }
+        }
     }
 
     function chooseTarget(code: string) {
