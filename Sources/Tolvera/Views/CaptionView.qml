@@ -22,12 +22,12 @@ Item {
         id: hover
     }
 
-    Rectangle {
+    Box {
         anchors.fill: parent
         radius: 12
         color: "#c7000000"
-        border.width: 1
-        border.color: "#14ffffff"
+        borderWidth: 1
+        borderColor: "#14ffffff"
     }
 
     component Line: CopyableText {

@@ -7,7 +7,7 @@
 namespace tolvera {
 
 // A filled rectangle with round corners and a border inside its edge, smooth at every scale, which the
-// software renderer's own rectangles are not at fractions. For small shapes: each is an image of its size.
+// software renderer's own rectangles are not at fractions. Each is an image of its size.
 class Box : public QQuickPaintedItem {
   Q_OBJECT
   QML_ELEMENT

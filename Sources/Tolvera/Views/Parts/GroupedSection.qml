@@ -22,13 +22,13 @@ ColumnLayout {
         Accessible.role: Accessible.Heading
     }
 
-    Rectangle {
+    Box {
         Layout.fillWidth: true
         implicitHeight: card.implicitHeight
         radius: 10
         color: Theme.card
-        border.width: 1
-        border.color: Theme.separator
+        borderWidth: 1
+        borderColor: Theme.separator
 
         Column {
             id: card

@@ -46,9 +46,9 @@ FormRow {
 
                 anchors.right: parent.right
                 anchors.verticalCenter: parent.verticalCenter
-                width: 38
-                height: 22
-                radius: 11
+                width: 40
+                height: 24
+                radius: 12
                 color: row.on ? Theme.accent : (Theme.dark ? "#57575e" : "#c9c9d0")
                 opacity: control.enabled ? 1 : 0.45
 
@@ -62,9 +62,9 @@ FormRow {
                 Box {
                     x: row.on ? 18 : 2
                     y: 2
-                    width: 18
-                    height: 18
-                    radius: 9
+                    width: 20
+                    height: 20
+                    radius: 10
                     color: "#ffffff"
 
                     Behavior on x {
@@ -77,7 +77,7 @@ FormRow {
                 }
                 FocusRing {
                     shown: control.visualFocus
-                    cornerRadius: 11
+                    cornerRadius: 12
                 }
             }
         }
