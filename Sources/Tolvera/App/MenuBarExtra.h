@@ -26,6 +26,7 @@ class MenuBarExtra final : public QObject {
 
   // Whether an icon is with the desktop's tray.
   [[nodiscard]] bool isInserted() const { return icon_ != nullptr; }
+  [[nodiscard]] bool isMenuOpen() const { return menu_.isVisible(); }
 
   // The icon in every size that trays ask for, as squares.
   [[nodiscard]] static QIcon icon(bool running, const QColor& color);

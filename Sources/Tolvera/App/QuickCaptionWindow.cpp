@@ -40,16 +40,6 @@ QPoint windowPosition(QPointF origin) {
 // Only the compositor may move windows there.
 bool desktopMovesWindows() { return QGuiApplication::platformName().startsWith(QStringLiteral("wayland")); }
 
-Qt::CursorShape cursorFor(Qt::Edges edges) {
-  if (edges == (Qt::LeftEdge | Qt::TopEdge) || edges == (Qt::RightEdge | Qt::BottomEdge)) {
-    return Qt::SizeFDiagCursor;
-  }
-  if (edges == (Qt::RightEdge | Qt::TopEdge) || edges == (Qt::LeftEdge | Qt::BottomEdge)) {
-    return Qt::SizeBDiagCursor;
-  }
-  return edges & (Qt::LeftEdge | Qt::RightEdge) ? Qt::SizeHorCursor : Qt::SizeVerCursor;
-}
-
 } // namespace
 
 QuickCaptionPanel::QuickCaptionPanel(QQmlEngine& engine, AppState& state, platform::UserDefaults& defaults)
@@ -63,6 +53,8 @@ QuickCaptionPanel::QuickCaptionPanel(QQmlEngine& engine, AppState& state, platfo
   setResizeMode(QQuickView::SizeRootObjectToView);
   resize(CaptionGeometry::savedSize(defaults).toSize());
   loadView(*this, Views::captionView, state);
+  addGrip(CaptionGrip::Part::ground);
+  addGrip(CaptionGrip::Part::edges);
   compositorPoll_.setInterval(compositorPollInterval);
   connect(&compositorPoll_, &QTimer::timeout, this, &QuickCaptionPanel::updateMask);
   followScreens();
@@ -100,15 +92,12 @@ void QuickCaptionPanel::orderOut() {
   hide();
 }
 
-// A press belongs to the edge that it takes hold of, or else to the text or control under it, or else to
-// the panel itself.
-void QuickCaptionPanel::mousePressEvent(QMouseEvent* event) {
-  const auto edges = CaptionGeometry::edgesAt(size(), event->position());
-  if (event->button() != Qt::LeftButton || !edges) QQuickView::mousePressEvent(event);
-  const bool isTaken = !edges && mouseGrabberItem();
-  if (event->button() != Qt::LeftButton || isTaken) return;
-  begin({edges, event->globalPosition(), QRectF(geometry())});
-  event->accept();
+void QuickCaptionPanel::addGrip(CaptionGrip::Part part) {
+  auto* const grip = new CaptionGrip(part, *contentItem());
+  connect(grip, &CaptionGrip::pressed, this,
+          [this](Qt::Edges edges, QPointF pointer) { begin({edges, pointer, QRectF(geometry())}); });
+  connect(grip, &CaptionGrip::moved, this, &QuickCaptionPanel::follow);
+  connect(grip, &CaptionGrip::released, this, [this] { gesture_.reset(); });
 }
 
 void QuickCaptionPanel::begin(Gesture gesture) {
@@ -121,13 +110,8 @@ void QuickCaptionPanel::begin(Gesture gesture) {
   }
 }
 
-void QuickCaptionPanel::mouseMoveEvent(QMouseEvent* event) {
-  if (gesture_) return follow(event->globalPosition());
-  QQuickView::mouseMoveEvent(event);
-  if (event->buttons() == Qt::NoButton) showCursor(CaptionGeometry::edgesAt(size(), event->position()));
-}
-
 void QuickCaptionPanel::follow(QPointF pointer) {
+  if (!gesture_) return;
   const auto moved = pointer - gesture_->pressedAt;
   if (!gesture_->edges) {
     setPosition(windowPosition(gesture_->start.topLeft() + moved));
@@ -136,29 +120,6 @@ void QuickCaptionPanel::follow(QPointF pointer) {
     saveSize();
   }
   savePosition();
-}
-
-void QuickCaptionPanel::mouseReleaseEvent(QMouseEvent* event) {
-  if (event->button() == Qt::LeftButton && gesture_) {
-    gesture_.reset();
-    return;
-  }
-  QQuickView::mouseReleaseEvent(event);
-}
-
-bool QuickCaptionPanel::event(QEvent* event) {
-  if (event->type() == QEvent::Leave) showCursor({});
-  return QQuickView::event(event);
-}
-
-// Outside the edges the view's items have their own cursors.
-void QuickCaptionPanel::showCursor(Qt::Edges edges) {
-  if (edges) {
-    setCursor(cursorFor(edges));
-  } else if (cursorEdges_) {
-    unsetCursor();
-  }
-  cursorEdges_ = edges;
 }
 
 void QuickCaptionPanel::followScreens() {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Platform/UserDefaults.h"
+#include "Tolvera/App/CaptionGrip.h"
 #include "Tolvera/App/ScreenGeometry.h"
 #include "Tolvera/WindowControllers.h"
 
@@ -36,10 +37,6 @@ class QuickCaptionPanel final : public QQuickView, public CaptionPanel {
   void orderOut() override;
 
  protected:
-  void mousePressEvent(QMouseEvent* event) override;
-  void mouseMoveEvent(QMouseEvent* event) override;
-  void mouseReleaseEvent(QMouseEvent* event) override;
-  bool event(QEvent* event) override;
   void resizeEvent(QResizeEvent* event) override;
 
  private:
@@ -50,9 +47,9 @@ class QuickCaptionPanel final : public QQuickView, public CaptionPanel {
     QRectF start;
   };
 
+  void addGrip(CaptionGrip::Part part);
   void begin(Gesture gesture);
   void follow(QPointF pointer);
-  void showCursor(Qt::Edges edges);
   void placeOn(const ScreenArea& screen);
   void followScreens();
   void screensChanged();
@@ -60,7 +57,6 @@ class QuickCaptionPanel final : public QQuickView, public CaptionPanel {
 
   platform::UserDefaults& defaults_;
   std::optional<Gesture> gesture_;
-  Qt::Edges cursorEdges_;
   QTimer compositorPoll_; // while the panel is on the screen
   bool masked_ = false;
 };

@@ -18,7 +18,7 @@ void QuickOnboardingWindowController::show(AppState& state) {
 
 void QuickOnboardingWindowController::make(AppState& state) {
   window_ = std::make_unique<QQuickView>(&engine_, nullptr);
-  window_->setFlags(Qt::Dialog | Qt::CustomizeWindowHint | Qt::WindowTitleHint | Qt::WindowSystemMenuHint |
+  window_->setFlags(Qt::Window | Qt::CustomizeWindowHint | Qt::WindowTitleHint | Qt::WindowSystemMenuHint |
                     Qt::WindowCloseButtonHint);
   window_->setResizeMode(QQuickView::SizeViewToRootObject);
   loadView(*window_, Views::onboardingView, state);

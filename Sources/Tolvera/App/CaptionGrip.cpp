@@ -1,0 +1,57 @@
+#include "Tolvera/App/CaptionGrip.h"
+
+#include "Tolvera/App/CaptionGeometry.h"
+
+#include <QCursor>
+
+namespace tolvera {
+
+namespace {
+
+Qt::CursorShape cursorFor(Qt::Edges edges) {
+  if (edges == (Qt::LeftEdge | Qt::TopEdge) || edges == (Qt::RightEdge | Qt::BottomEdge)) {
+    return Qt::SizeFDiagCursor;
+  }
+  if (edges == (Qt::RightEdge | Qt::TopEdge) || edges == (Qt::LeftEdge | Qt::BottomEdge)) {
+    return Qt::SizeBDiagCursor;
+  }
+  return edges & (Qt::LeftEdge | Qt::RightEdge) ? Qt::SizeHorCursor : Qt::SizeVerCursor;
+}
+
+} // namespace
+
+CaptionGrip::CaptionGrip(Part part, QQuickItem& scene) : QQuickItem(&scene), part_(part) {
+  setZ(part == Part::ground ? -1 : 1);
+  setAcceptedMouseButtons(Qt::LeftButton);
+  setAcceptHoverEvents(part == Part::edges);
+  const auto fill = [this, &scene] { setSize(scene.size()); };
+  connect(&scene, &QQuickItem::widthChanged, this, fill);
+  connect(&scene, &QQuickItem::heightChanged, this, fill);
+  fill();
+}
+
+Qt::Edges CaptionGrip::edgesAt(QPointF point) const {
+  return part_ == Part::edges ? CaptionGeometry::edgesAt(size(), point) : Qt::Edges();
+}
+
+bool CaptionGrip::contains(const QPointF& point) const {
+  return QQuickItem::contains(point) && (part_ == Part::ground || edgesAt(point));
+}
+
+void CaptionGrip::hoverMoveEvent(QHoverEvent* event) {
+  const auto edges = edgesAt(event->position());
+  if (edges) setCursor(cursorFor(edges));
+  event->ignore(); // what lies below is hovered over as well
+}
+
+void CaptionGrip::mousePressEvent(QMouseEvent* event) {
+  Q_EMIT pressed(edgesAt(event->position()), event->globalPosition());
+}
+
+void CaptionGrip::mouseMoveEvent(QMouseEvent* event) { Q_EMIT moved(event->globalPosition()); }
+
+void CaptionGrip::mouseReleaseEvent(QMouseEvent*) { Q_EMIT released(); }
+
+void CaptionGrip::mouseUngrabEvent() { Q_EMIT released(); }
+
+} // namespace tolvera
