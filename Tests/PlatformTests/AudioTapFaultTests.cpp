@@ -1,7 +1,7 @@
 #include "Platform/PlatformError.h"
 #include "PlatformTests/AudioGraphFixture.h"
 
-#include <unistd.h>
+#include <thread>
 
 namespace tolvera::test {
 namespace {
@@ -102,7 +102,7 @@ TEST(TapFaultProcess, DISABLED_TapsUntilItIsKilled) {
   DubPlayer dub(system.playback(), clock);
   dub.start();
   dub.play(std::vector<float>(24000 * 30));
-  ::sleep(30);
+  std::this_thread::sleep_for(std::chrono::seconds(30));
 }
 
 TEST_F(TapFault, KilledProcessLeavesNothingInTheGraph) {
@@ -125,7 +125,7 @@ TEST(TapFaultProcess, DISABLED_PlaysAndPauses) {
   DubPlayer player(system.playback(), clock);
   player.start();
   player.play(std::vector<float>(4800));
-  ::sleep(30);
+  std::this_thread::sleep_for(std::chrono::seconds(30));
 }
 
 TEST_F(TapFault, OutputSleepsWhileNobodyPlays) {

@@ -3,7 +3,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
-#include <iterator>
 #include <string_view>
 
 #include <unistd.h>
@@ -29,7 +28,9 @@ std::uint32_t idIn(const spa_dict* properties, const char* key) {
 // The 22nd field; the second one, the program's name in parentheses, may hold anything.
 std::uint64_t startOf(std::int32_t pid) {
   std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
-  const std::string text((std::istreambuf_iterator<char>(file)), {});
+  std::string text(1024, '\0');
+  file.read(text.data(), static_cast<std::streamsize>(text.size())); // fails if the process ends meanwhile
+  text.resize(static_cast<std::size_t>(file.gcount()));
   std::size_t at = text.rfind(')');
   for (int field = 2; field < 22 && at != std::string::npos; ++field) at = text.find(' ', at + 1);
   return at == std::string::npos ? 0 : number(std::string_view(text).substr(at + 1));

@@ -186,6 +186,12 @@ void PipeWireTap::awaitOpening() {
   }
 }
 
+// Linked as soon as a stream has its ports, as the session manager does it: neither comes late for the first
+// sound.
+void PipeWireTap::added(const PipeWireConnection::Global& global) {
+  if (filter_ && !failed_ && std::string_view(global.type) == PW_TYPE_INTERFACE_Port) relink();
+}
+
 void PipeWireTap::settled() { relink(); }
 
 void PipeWireTap::disconnected() { close(); }

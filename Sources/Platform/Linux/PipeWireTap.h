@@ -56,6 +56,7 @@ class PipeWireTap final : private PipeWireConnection::Listener {
   using PortIDs = std::pair<std::uint32_t, std::uint32_t>;
 
   // Loop lock.
+  void added(const PipeWireConnection::Global& global) override;
   void settled() override;
   void disconnected() override;
   bool open();
