@@ -66,7 +66,7 @@ class RealRun : public testing::Test {
   ~RealRun() override {
     if (model_) run(model_->stop());
     model_.reset();
-    in_.loop.settle();
+    EXPECT_TRUE(in_.loop.drain());
     background_.stop();
     backgroundThread_.join();
   }

@@ -83,4 +83,10 @@ bool TestLoop::settleUntil(const std::function<bool()>& condition, std::chrono::
   }
 }
 
+bool TestLoop::drain(std::chrono::milliseconds limit) {
+  context_.restart();
+  context_.run_for(limit);
+  return context_.stopped();
+}
+
 } // namespace tolvera::test

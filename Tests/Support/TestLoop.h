@@ -54,6 +54,9 @@ class TestLoop {
   // with real sockets or threads.
   bool settleUntil(const std::function<bool()>& condition,
                    std::chrono::milliseconds limit = std::chrono::seconds(10));
+  // Runs in real time until no coroutine is left on this loop, for up to `limit`; true if none is. Before
+  // another context goes that they wait for.
+  bool drain(std::chrono::milliseconds limit = std::chrono::seconds(10));
 
  private:
   void runUntil(const bool& ended);

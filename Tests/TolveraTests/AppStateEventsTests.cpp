@@ -89,11 +89,12 @@ TEST_F(Events, EachFieldAnnouncesAChangeOnceAndNothingWhenItDidNotChange) {
   int current = 0;
   int stash = 0;
   int status = 0;
-  QObject::connect(&model, &AppState::phaseChanged, [&] { ++phases; });
-  QObject::connect(&model, &AppState::secondsLeftChanged, [&] { ++balances; });
-  QObject::connect(&model, &AppState::currentLineChanged, [&] { ++current; });
-  QObject::connect(&model, &AppState::currentStashChanged, [&] { ++stash; });
-  QObject::connect(&model, &AppState::overlayStatusChanged, [&] { ++status; });
+  const QObject observer; // ends the connections with the counters
+  QObject::connect(&model, &AppState::phaseChanged, &observer, [&] { ++phases; });
+  QObject::connect(&model, &AppState::secondsLeftChanged, &observer, [&] { ++balances; });
+  QObject::connect(&model, &AppState::currentLineChanged, &observer, [&] { ++current; });
+  QObject::connect(&model, &AppState::currentStashChanged, &observer, [&] { ++stash; });
+  QObject::connect(&model, &AppState::overlayStatusChanged, &observer, [&] { ++status; });
   for (int i = 0; i < 3; ++i) {
     say(R"({"type":"ready","secondsLeft":3000})");
     say(R"({"type":"balance","secondsLeft":3000})");
