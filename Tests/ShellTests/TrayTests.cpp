@@ -118,7 +118,9 @@ TEST_F(TrayTests, offersItsMenuToTheTrayAndKeepsItCurrent) {
 }
 
 // In a process of its own: an application is bound to the first kind of tray that it meets.
-TEST_F(TrayTests, DISABLED_embedsItsIconWhereOnlyTheOlderTrayIs) {
+class EmbeddingTrayTests : public TrayTests {};
+
+TEST_F(EmbeddingTrayTests, embedsItsIconWhereOnlyTheOlderTrayIs) {
   const ChildProcess tray({"trayer", "--edge", "top", "--align", "left", "--width", "100", "--height", "32",
                            "--tint", "0xffffff", "--alpha", "0", "--transparent", "false"});
   promise("an icon appears in a tray of the older kind", eventually([this] { return extra_.isInserted(); }));

@@ -7,13 +7,13 @@
 #include "Tolvera/Views/Views.h"
 
 #include <QCoreApplication>
+#include <QQmlComponent>
 #include <QQuickItem>
-#include <QShortcut>
 
 namespace tolvera {
 
 MainWindow::MainWindow(QQmlEngine& engine, AppState& state, LanguageNames& names)
-    : QQuickView(&engine, nullptr) {
+    : QQuickView(&engine, nullptr), state_(state) {
   setResizeMode(QQuickView::SizeRootObjectToView);
   resize(defaultSize);
   loadView(*this, Views::mainView, state, {{QStringLiteral("languageNames"), QVariant::fromValue(&names)}});
@@ -24,18 +24,27 @@ MainWindow::MainWindow(QQmlEngine& engine, AppState& state, LanguageNames& names
   connect(state.settings(), &AppSettings::uiLanguageChanged, this, followLanguage);
   followLanguage();
 
-  addCommand(QKeySequence(QStringLiteral("Ctrl+,")), [this, &state] {
-    state.setTab(AppState::Tab::settings);
-    bringForward(*this);
-  });
-  addCommand(QKeySequence(QKeySequence::Close), [this] { close(); });
-  addCommand(QKeySequence(QStringLiteral("Ctrl+Q")), [] { QCoreApplication::quit(); });
+  addCommand(QStringLiteral("Ctrl+,"), SLOT(showSettings()));
+  addCommand(QStringLiteral("Ctrl+W"), SLOT(close()));
+  addCommand(QStringLiteral("Ctrl+Q"), SLOT(quit()));
 }
 
-void MainWindow::addCommand(const QKeySequence& keys, std::function<void()> action) {
-  auto* const shortcut = new QShortcut(keys, this);
-  connect(shortcut, &QShortcut::activated, this, std::move(action));
+// Qt Quick's own shortcut, since that of widgets looks for a widget in front.
+void MainWindow::addCommand(const QString& keys, const char* slot) {
+  QQmlComponent shortcut(engine());
+  shortcut.setData("import QtQuick\nShortcut {}", QUrl());
+  auto* const object = shortcut.createWithInitialProperties({{QStringLiteral("sequence"), keys}});
+  if (!object) qFatal("%s", qUtf8Printable(shortcut.errorString()));
+  object->setParent(this);
+  connect(object, SIGNAL(activated()), this, slot);
 }
+
+void MainWindow::showSettings() {
+  state_.setTab(AppState::Tab::settings);
+  bringForward(*this);
+}
+
+void MainWindow::quit() { QCoreApplication::quit(); }
 
 // What the view can be drawn in depends on the fonts.
 void MainWindow::followMinimumSize() {

@@ -1,10 +1,8 @@
 #pragma once
 
-#include <QKeySequence>
 #include <QQuickView>
 #include <QSize>
-
-#include <functional>
+#include <QString>
 
 class QQmlEngine;
 
@@ -32,9 +30,13 @@ class MainWindow final : public QQuickView {
 
  private Q_SLOTS:
   void followMinimumSize();
+  void showSettings();
+  void quit();
 
  private:
-  void addCommand(const QKeySequence& keys, std::function<void()> action);
+  void addCommand(const QString& keys, const char* slot);
+
+  AppState& state_;
 };
 
 } // namespace tolvera

@@ -50,7 +50,9 @@ MenuBarView::MenuBarView(AppState& state, std::function<void()> openWindow) : st
   open_ = addAction(QString(), this, [open] { open(AppState::Tab::translate); });
   settings_ = addAction(QString(), this, [open] { open(AppState::Tab::settings); });
   addSeparator();
-  quit_ = addAction(QString(), this, [] { QCoreApplication::quit(); });
+  // Not before the menu is done with the click: quitting takes the menu away.
+  quit_ = addAction(QString());
+  connect(quit_, &QAction::triggered, qApp, &QCoreApplication::quit, Qt::QueuedConnection);
   // Some desktops would move these where they keep such entries of their own.
   for (auto* action : actions()) action->setMenuRole(QAction::NoRole);
 

@@ -27,6 +27,7 @@ constexpr auto panelFlags = Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStays
                             Qt::X11BypassWindowManagerHint;
 
 constexpr auto compositorPollInterval = 2s;
+constexpr auto raiseDelay = 100ms;
 constexpr double cardRadius = 12;
 
 // Far beyond any screen, and within what a window server can express.
@@ -57,6 +58,7 @@ QuickCaptionPanel::QuickCaptionPanel(QQmlEngine& engine, AppState& state, platfo
   addGrip(CaptionGrip::Part::edges);
   compositorPoll_.setInterval(compositorPollInterval);
   connect(&compositorPoll_, &QTimer::timeout, this, &QuickCaptionPanel::updateMask);
+  followWindowOrder();
   followScreens();
 }
 
@@ -120,6 +122,22 @@ void QuickCaptionPanel::follow(QPointF pointer) {
     saveSize();
   }
   savePosition();
+}
+
+// Some window managers put a full-screen window above what they do not manage. Menus, and what locks the
+// screen, are not managed either and stay where they are.
+void QuickCaptionPanel::followWindowOrder() {
+  // The announcement may come before the deed.
+  raiseAgain_.setSingleShot(true);
+  raiseAgain_.setInterval(raiseDelay);
+  connect(&raiseAgain_, &QTimer::timeout, this, [this] {
+    if (isVisible()) raise();
+  });
+  connect(&windowOrder_, &X11Desktop::WindowOrder::changed, this, [this] {
+    if (!isVisible()) return;
+    raise();
+    raiseAgain_.start();
+  });
 }
 
 void QuickCaptionPanel::followScreens() {

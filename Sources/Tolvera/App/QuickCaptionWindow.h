@@ -3,6 +3,7 @@
 #include "Platform/UserDefaults.h"
 #include "Tolvera/App/CaptionGrip.h"
 #include "Tolvera/App/ScreenGeometry.h"
+#include "Tolvera/App/X11Desktop.h"
 #include "Tolvera/WindowControllers.h"
 
 #include <QPointF>
@@ -51,6 +52,7 @@ class QuickCaptionPanel final : public QQuickView, public CaptionPanel {
   void begin(Gesture gesture);
   void follow(QPointF pointer);
   void placeOn(const ScreenArea& screen);
+  void followWindowOrder();
   void followScreens();
   void screensChanged();
   void updateMask();
@@ -58,6 +60,8 @@ class QuickCaptionPanel final : public QQuickView, public CaptionPanel {
   platform::UserDefaults& defaults_;
   std::optional<Gesture> gesture_;
   QTimer compositorPoll_; // while the panel is on the screen
+  X11Desktop::WindowOrder windowOrder_;
+  QTimer raiseAgain_;
   bool masked_ = false;
 };
 

@@ -58,4 +58,22 @@ void activate(const QWindow& window) {
   xcb_flush(x);
 }
 
+WindowOrder::WindowOrder() {
+  auto* const x = connection();
+  if (!x) return;
+  stacking_ = atom(x, "_NET_CLIENT_LIST_STACKING");
+  active_ = atom(x, "_NET_ACTIVE_WINDOW");
+  qGuiApp->installNativeEventFilter(this);
+}
+
+WindowOrder::~WindowOrder() { qGuiApp->removeNativeEventFilter(this); }
+
+bool WindowOrder::nativeEventFilter(const QByteArray&, void* message, qintptr*) {
+  const auto* const event = static_cast<const xcb_generic_event_t*>(message);
+  if ((event->response_type & 0x7F) != XCB_PROPERTY_NOTIFY) return false;
+  const auto* const property = static_cast<const xcb_property_notify_event_t*>(message);
+  if (property->atom == stacking_ || property->atom == active_) Q_EMIT changed();
+  return false;
+}
+
 } // namespace tolvera::X11Desktop

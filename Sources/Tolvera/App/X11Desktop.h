@@ -1,5 +1,10 @@
 #pragma once
 
+#include <QAbstractNativeEventFilter>
+#include <QObject>
+
+#include <cstdint>
+
 class QWindow;
 
 // What only the X server and its window manager can tell or do. Elsewhere every question is answered with
@@ -12,5 +17,24 @@ namespace tolvera::X11Desktop {
 [[nodiscard]] bool hasEmbeddingTray();
 // Activates a window at the user's request, whatever program is in front. The window is mapped.
 void activate(const QWindow& window);
+
+// Tells when the window manager has put the windows that it manages into another order, or has activated
+// another one. Silent elsewhere. Main thread.
+class WindowOrder final : public QObject, public QAbstractNativeEventFilter {
+  Q_OBJECT
+
+ public:
+  WindowOrder();
+  ~WindowOrder() override;
+
+  bool nativeEventFilter(const QByteArray& type, void* message, qintptr* result) override;
+
+ Q_SIGNALS:
+  void changed();
+
+ private:
+  std::uint32_t stacking_ = 0; // atoms
+  std::uint32_t active_ = 0;
+};
 
 } // namespace tolvera::X11Desktop
