@@ -12,6 +12,7 @@ find_package(Boost 1.81 REQUIRED COMPONENTS json url)
 
 pkg_check_modules(PipeWire REQUIRED IMPORTED_TARGET libpipewire-0.3)
 pkg_check_modules(Soxr REQUIRED IMPORTED_TARGET soxr)
+pkg_check_modules(ESpeak REQUIRED IMPORTED_TARGET espeak-ng)
 pkg_check_modules(PocketSphinx REQUIRED IMPORTED_TARGET pocketsphinx)
 # Its pkg-config file names a directory that the package does not ship.
 set_target_properties(PkgConfig::PocketSphinx PROPERTIES

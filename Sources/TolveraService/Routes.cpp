@@ -113,7 +113,7 @@ Response Routes::me(const Request& request) {
   return ok({{"secondsLeft", account->secondsLeft},
              {"secondsUsed", account->secondsUsed},
              {"dubMultiplier", dubMultiplier},
-             {"voices", json::array{}},
+             {"voices", json::array(voices_.begin(), voices_.end())},
              {"paymentMethods", json::array{"alipay"}},
              {"loginMethods", json::array{"alipay"}},
              {"signedIn", account->signedIn},

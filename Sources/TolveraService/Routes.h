@@ -10,6 +10,8 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 namespace tolvera::service {
 
@@ -19,7 +21,9 @@ class Routes {
  public:
   static constexpr std::string_view base = "/livetranslate";
 
-  explicit Routes(AccountStore& accounts) : accounts_(accounts), pages_(accounts) {}
+  // `voices`: codes of the voices that speak translations.
+  Routes(AccountStore& accounts, std::vector<std::string> voices)
+      : accounts_(accounts), voices_(std::move(voices)), pages_(accounts) {}
 
   // Never throws: a fault of the store becomes status 503.
   Response answer(const Request& request);
@@ -37,6 +41,7 @@ class Routes {
   std::optional<AccountStore::Account> caller(const Request& request);
 
   AccountStore& accounts_;
+  std::vector<std::string> voices_;
   PageRoutes pages_;
   RateLimit signups_{2000, 4000};
   RateLimit links_{50, 200};

@@ -3,6 +3,8 @@
 #include "TolveraService/RecognizerPool.h"
 #include "TolveraService/Services.h"
 
+#include "Async/SystemClock.h"
+
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/thread_pool.hpp>
@@ -47,8 +49,10 @@ class Server {
   RecognizerPool recognizers_;
   AccountStore accounts_;
   Translator translator_;
-  Routes routes_{accounts_};
+  Speech speech_;
+  Routes routes_{accounts_, speech_.voices()};
   boost::asio::io_context context_{1};
+  SystemClock clock_{context_.get_executor()};
   boost::asio::thread_pool blocking_{1};
   boost::asio::thread_pool warming_{1};
   boost::asio::thread_pool listening_;

@@ -4,8 +4,10 @@
 #include "TolveraService/Connections.h"
 #include "TolveraService/RecognizerPool.h"
 #include "TolveraService/Routes.h"
+#include "TolveraService/Speech.h"
 #include "TolveraService/Translator.h"
 
+#include "Async/Clock.h"
 #include "Async/Task.h"
 
 #include <cstdint>
@@ -23,7 +25,9 @@ struct Services {
   AccountStore& accounts;
   Translator& translator;
   RecognizerPool& recognizers;
+  Speech& speech;
   Routes& routes;
+  Clock& clock;
   Executor blocking;                  // short calls that may wait for the disk
   Executor warming;                   // starts translation engines
   Executor listening;                 // one thread for each stream that can run

@@ -92,6 +92,7 @@ Task<void> StreamConnection::run(Upgrade upgrade) {
     // Closed by either side, gone, or against the protocol: the same to us.
   }
   audio_->abandon();
+  if (dub_) dub_->drop();
   output_->sendLast({});
   const auto run = services_->runs.find(account_);
   if (run != services_->runs.end() && run->second.lock() == self) services_->runs.erase(run);
@@ -140,9 +141,13 @@ void StreamConnection::begin(AccountStore::Account account,
   if (parameters_.target != "en")
     asio::post(services->warming,
                [services, target = parameters_.target] { services->translator.warmUp(target); });
-  Transcription::Job job{parameters_, account.installation, audio_, output_};
-  auto transcription = std::make_shared<Transcription>(std::move(job), std::move(recognizer),
-                                                       services->accounts, services->translator);
+  if (parameters_.dub && services->speech.canSpeak(parameters_.target)) {
+    dub_ = std::make_shared<DubStream>(services->clock, output_);
+    spawn(socket_.get_executor(), "speaking to a stream", DubStream::send(dub_));
+  }
+  Transcription::Job job{parameters_, account.installation, audio_, output_, dub_};
+  auto transcription = std::make_shared<Transcription>(
+      std::move(job), std::move(recognizer), services->accounts, services->translator, services->speech);
   asio::post(services->listening, [services, transcription] { transcription->run(); });
 }
 
@@ -159,6 +164,7 @@ Task<void> StreamConnection::read() {
     } else if (!stopped_ && isStopFrame(frame)) {
       stopped_ = true;
       audio_->finish();
+      if (dub_) dub_->drop(); // whoever stops has had enough of it; the captions still come
       auto bound = [](std::weak_ptr<StreamConnection> connection) -> Task<void> {
         co_await pause(afterStopLimit);
         if (auto alive = connection.lock()) alive->output_->sendLast({});

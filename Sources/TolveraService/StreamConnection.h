@@ -1,6 +1,7 @@
 #pragma once
 
 #include "TolveraService/AudioQueue.h"
+#include "TolveraService/DubStream.h"
 #include "TolveraService/Services.h"
 #include "TolveraService/StreamOutput.h"
 #include "TolveraService/StreamProtocol.h"
@@ -51,6 +52,7 @@ class StreamConnection : public std::enable_shared_from_this<StreamConnection> {
   std::int64_t account_ = 0;
   std::shared_ptr<AudioQueue> audio_ = std::make_shared<AudioQueue>();
   std::shared_ptr<StreamOutput> output_ = std::make_shared<StreamOutput>();
+  std::shared_ptr<DubStream> dub_; // nobody if the translation is not spoken
   bool stopped_ = false;
   bool goingAway_ = false;
 };

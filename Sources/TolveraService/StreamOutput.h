@@ -19,6 +19,8 @@ class StreamOutput {
   };
 
   void send(std::string text) { put({std::move(text), false, false}); }
+  // Signed 16-bit little-endian samples at 24,000 Hz.
+  void sendBinary(std::string samples) { put({std::move(samples), true, false}); }
   void sendLast(std::string text) { put({std::move(text), false, true}); }
 
   // The next frame, waiting for it.

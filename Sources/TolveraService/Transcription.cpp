@@ -17,9 +17,9 @@ constexpr std::chrono::milliseconds patience{1500};
 } // namespace
 
 Transcription::Transcription(Job job, std::unique_ptr<RecognizerPool::Lease> recognizer,
-                             AccountStore& accounts, Translator& translator)
+                             AccountStore& accounts, Translator& translator, const Speech& speech)
     : job_(std::move(job)), recognizer_(std::move(recognizer)), accounts_(accounts), translator_(translator),
-      captionsOnly_(job_.parameters.target == "en") {}
+      speech_(speech), captionsOnly_(job_.parameters.target == "en") {}
 
 void Transcription::run() {
   try {
@@ -102,6 +102,8 @@ void Transcription::grow(Line& line, CaptionKind kind, const std::string& whole)
 
 void Transcription::end(CaptionKind kind, const std::string& whole) {
   job_.output->send(captionFrame(kind, whole, "", true));
+  const bool spoken = kind == CaptionKind::translation && job_.dub && !job_.dub->dropped();
+  if (spoken) job_.dub->say(speech_.say(job_.parameters.target, job_.parameters.voice, whole));
 }
 
 bool Transcription::charge(std::size_t samples, bool last) {
@@ -110,8 +112,7 @@ bool Transcription::charge(std::size_t samples, bool last) {
   if (!due) return true;
   const double heardFor = static_cast<double>(uncharged_) / Recognizer::sampleRate;
   uncharged_ = 0;
-  const double left =
-      accounts_.charge(job_.installation, heardFor * (job_.parameters.dub ? dubMultiplier : 1));
+  const double left = accounts_.charge(job_.installation, heardFor * (job_.dub ? dubMultiplier : 1));
   job_.output->send(balanceFrame(left));
   return left > 0;
 }

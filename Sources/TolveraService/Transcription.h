@@ -2,8 +2,10 @@
 
 #include "TolveraService/AccountStore.h"
 #include "TolveraService/AudioQueue.h"
+#include "TolveraService/DubStream.h"
 #include "TolveraService/RecognizerPool.h"
 #include "TolveraService/SettledText.h"
+#include "TolveraService/Speech.h"
 #include "TolveraService/StreamOutput.h"
 #include "TolveraService/StreamProtocol.h"
 #include "TolveraService/Translator.h"
@@ -15,7 +17,7 @@ namespace tolvera::service {
 
 // The work of one run: sound from its queue becomes frames of captions and balance. Made and owned by the
 // job that runs it on a worker thread, which calls `run` once; it shares the queue and the output with the
-// connection and uses the store and the translator of the server, which outlive it.
+// connection and uses the store, the translator and the speech of the server, which outlive it.
 class Transcription {
  public:
   struct Job {
@@ -23,10 +25,11 @@ class Transcription {
     SecretHash installation{}; // whose time is used
     std::shared_ptr<AudioQueue> audio;
     std::shared_ptr<StreamOutput> output;
+    std::shared_ptr<DubStream> dub; // nobody if the translation is not spoken
   };
 
   Transcription(Job job, std::unique_ptr<RecognizerPool::Lease> recognizer, AccountStore& accounts,
-                Translator& translator);
+                Translator& translator, const Speech& speech);
 
   // Listens until the sound ends or the time on the account does, and sends what it still has. The socket
   // stays open after the former and is closed after the latter. Never throws.
@@ -53,6 +56,7 @@ class Transcription {
   std::unique_ptr<RecognizerPool::Lease> recognizer_;
   AccountStore& accounts_;
   Translator& translator_;
+  const Speech& speech_;
   bool captionsOnly_; // the target is the language that is heard
   std::string lastWords_;
   std::string lastTranslation_;

@@ -62,7 +62,7 @@ class RoutesTest : public testing::Test {
 
   test::TemporaryDirectory directory_;
   AccountStore accounts_{directory_.path() / "state"};
-  Routes routes_{accounts_};
+  Routes routes_{accounts_, {"Tina", "Ethan"}};
 };
 
 TEST_F(RoutesTest, TheAccountHasEveryFieldOfItsRecord) {
@@ -73,6 +73,7 @@ TEST_F(RoutesTest, TheAccountHasEveryFieldOfItsRecord) {
   EXPECT_FALSE(account.at("signedIn").as_bool());
   for (const char* list : {"voices", "paymentMethods", "loginMethods"})
     EXPECT_TRUE(account.at(list).is_array());
+  EXPECT_EQ(account.at("voices"), (boost::json::array{"Tina", "Ethan"}));
   ASSERT_FALSE(account.at("packs").as_array().empty());
   for (const auto& pack : account.at("packs").as_array()) {
     EXPECT_TRUE(pack.at("id").is_string());

@@ -243,6 +243,22 @@ bool StreamClient::waitUntilClosed(std::chrono::milliseconds limit) const {
   return state_->changed.wait_for(lock, limit, [&] { return state_->closed; });
 }
 
+std::unique_ptr<StreamClient> openStream(std::uint16_t port, const std::string& query) {
+  for (int attempt = 0; attempt < 50; ++attempt) {
+    auto client = std::make_unique<StreamClient>(port, query);
+    const auto first = client->waitFor([](const auto&) { return true; });
+    if (first && textOf(*first, "type") == "ready") return client;
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  }
+  return nullptr;
+}
+
+void sendSpeech(StreamClient& client, const std::string& words) {
+  static const std::vector<std::int16_t> silence(16000);
+  client.sendAudio(spoken(words));
+  client.sendAudio(silence);
+}
+
 std::string textOf(const StreamClient::Frame& frame, std::string_view key) {
   const auto* value = frame.json.if_contains(key);
   return value != nullptr && value->is_string() ? std::string(value->get_string()) : std::string();

@@ -82,6 +82,13 @@ class StreamClient {
   std::shared_ptr<State> state_;
 };
 
+// A run that is ready. Tries for some seconds: decoders are given back a moment after a socket has closed.
+// Null if the service stays busy.
+std::unique_ptr<StreamClient> openStream(std::uint16_t port, const std::string& query);
+
+// Speaks a sentence, and a second of silence after it.
+void sendSpeech(StreamClient& client, const std::string& words);
+
 // A member of a frame that is text; empty if it is not there.
 std::string textOf(const StreamClient::Frame& frame, std::string_view key);
 

@@ -21,21 +21,8 @@ class StreamTest : public testing::Test {
   static std::uint16_t port() { return server()->port(); }
   static std::string signUp() { return HTTPClient(port()).signUp(); }
 
-  // Decoders are given back a moment after a socket has closed.
   static std::unique_ptr<StreamClient> openStream(const std::string& token, const std::string& target) {
-    for (int attempt = 0; attempt < 50; ++attempt) {
-      auto client = std::make_unique<StreamClient>(port(), query(token, target));
-      const auto first = client->waitFor([](const auto&) { return true; });
-      if (first && textOf(*first, "type") == "ready") return client;
-      std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    }
-    return nullptr;
-  }
-
-  static void sendSpeech(StreamClient& client, const std::string& words) {
-    static const std::vector<std::int16_t> silence(16000);
-    client.sendAudio(spoken(words));
-    client.sendAudio(silence);
+    return test::openStream(port(), query(token, target));
   }
 
   static std::unique_ptr<RunningServer> server_;
