@@ -1,0 +1,150 @@
+"""A stage for runs of the program with nothing of ours faked: a user without a past, the local service, an
+application that plays a film in English, and a default browser that writes down what it is asked to open.
+For scripts and tests; inside scripts/private-desktop and scripts/private-graph."""
+
+import json
+import os
+import pathlib
+import shutil
+import signal
+import subprocess
+import tempfile
+
+from screen import Program, wait_for
+
+SCRIPTS = pathlib.Path(__file__).resolve().parent
+PLAYER = "Example Player"
+
+SENTENCES = (
+    "The house is very big and the garden is beautiful.",
+    "We want to buy bread and milk in the market.",
+    "The children are playing in the garden behind the house.",
+    "The weather is very good today.",
+    "We are going to walk in the park with our friends.",
+)
+
+
+class Stage:
+    """A context: everything that it started has ended when it is left. `programs` is the folder with the
+    programs."""
+
+    def __init__(self, programs):
+        self.programs = pathlib.Path(programs).resolve()
+        self.service_log = None
+        self._processes = []
+        self._bar = 0
+
+    def __enter__(self):
+        self.home = pathlib.Path(tempfile.mkdtemp(prefix="tolvera-stage."))
+        try:
+            self._furnish()
+        except BaseException:
+            self.__exit__()
+            raise
+        return self
+
+    def __exit__(self, *_):
+        for process in reversed(self._processes):
+            end(process)
+        shutil.rmtree(self.home, ignore_errors=True)
+
+    def _furnish(self):
+        names = ("config", "data", "state", "cache")
+        self.environment = dict(os.environ, HOME=str(self.home), LC_ALL="C.UTF-8",
+                                QT_LINUX_ACCESSIBILITY_ALWAYS_ON="1",
+                                **{f"XDG_{name.upper()}_HOME": str(self.home / name) for name in names})
+        for variable in ("LANGUAGE", "BROWSER", "QT_QPA_PLATFORM", "QT_SCALE_FACTOR"):
+            self.environment.pop(variable, None)
+        for name in (*names, "config/tolvera", "data/applications"):
+            (self.home / name).mkdir()
+        self.opened = self.home / "opened"
+        self._install("org.tolvera.ExampleBrowser", "Example Browser", f'printf "%s\\n" "$1" >>"{self.opened}"',
+                      "MimeType=x-scheme-handler/http;x-scheme-handler/https;\n")
+        (self.home / "config/mimeapps.list").write_text(
+            "[Default Applications]\nx-scheme-handler/http=org.tolvera.ExampleBrowser.desktop\n"
+            "x-scheme-handler/https=org.tolvera.ExampleBrowser.desktop\n")
+
+    def _install(self, identifier, name, script, more=""):
+        program = self.home / identifier
+        program.write_text(f"#!/bin/sh\n{script}\n")
+        program.chmod(0o755)
+        (self.home / f"data/applications/{identifier}.desktop").write_text(
+            f"[Desktop Entry]\nType=Application\nName={name}\nExec={program} %u\n{more}")
+        return program
+
+    def start(self, *command, log):
+        """Starts a program that ends with the stage at the latest."""
+        with open(self.home / log, "ab") as file:
+            process = subprocess.Popen([str(word) for word in command], env=self.environment, stdout=file,
+                                       stderr=subprocess.STDOUT, stdin=subprocess.DEVNULL)
+        self._processes.append(process)
+        return process
+
+    def adopt(self, process):
+        """A process that somebody else started, to end with the stage."""
+        self._processes.append(process)
+
+    def end(self, process):
+        """Ends one of the stage's processes before the stage does."""
+        self._processes.remove(process)
+        return end(process)
+
+    def log(self, name):
+        return (self.home / name).read_text(errors="replace")
+
+    def start_service(self):
+        """The local service on a port of its own, with accounts of its own."""
+        process = self.start(self.programs / "tolvera-service", "--port", "0", "--state",
+                             self.home / "accounts", log="service.log")
+
+        def listening():
+            if process.poll() is not None:
+                raise RuntimeError("the local service has ended: " + self.log("service.log"))
+            return "listening on" in self.log("service.log")
+
+        wait_for("the local service", listening, 60)
+        line = next(line for line in self.log("service.log").splitlines() if "listening on" in line)
+        self.url = f"http://127.0.0.1:{line.rsplit(':', 1)[1]}/livetranslate"
+
+    def start_player(self, lead=0.5, rounds=8):
+        """The application with the film: each sentence after a pause, all of them `rounds` times."""
+        parts = [str(lead)]
+        for index, sentence in enumerate(SENTENCES):
+            file = self.home / f"sentence-{index}.wav"
+            subprocess.run(["flite", "-voice", "rms", "-t", sentence, "-o", file], check=True)
+            parts += [str(file), "2.5"]
+        film = self.home / "film.wav"
+        subprocess.run([SCRIPTS / "join-sounds", film, *(parts[:1] + parts[1:] * rounds)], check=True)
+        player = self._install("org.tolvera.ExamplePlayer", PLAYER,
+                               f'pw-play "{film}" &\ntrap "kill $!" TERM\nwait')
+        process = self.start(player, log="player.log")
+        wait_for("the player's sound", lambda: "pw-play:" in subprocess.run(
+            ["pw-link", "-o"], stdout=subprocess.PIPE, text=True).stdout)
+        return process
+
+    @property
+    def preferences_file(self):
+        return self.home / "config/tolvera/preferences.json"
+
+    def preferences(self):
+        return json.loads(self.preferences_file.read_text())
+
+    def prefer(self, **preferences):
+        """What is in the preference store at the next start of the program, beside the service's address."""
+        self.preferences_file.write_text(json.dumps({"serverURL": self.url, **preferences}))
+
+    def start_program(self):
+        """Starts the program; gives its process and what it shows to assistive technology."""
+        process = self.start(self.programs / "tolvera", log="tolvera.log")
+        return process, Program(process.pid)
+
+
+def end(process, sent=signal.SIGTERM):
+    """Asks a process to end, insists after 10 s; its exit status."""
+    if process.poll() is None:
+        process.send_signal(sent)
+        try:
+            process.wait(10)
+        except subprocess.TimeoutExpired:
+            process.kill()
+    return process.wait()
