@@ -15,8 +15,6 @@ namespace tolvera::service {
 
 namespace {
 
-constexpr std::size_t pauseSamples = Speech::sampleRate * 3 / 20; // 150 ms
-
 // How a voice differs from the synthesiser's plain one.
 struct Profile {
   std::string_view code;
@@ -96,8 +94,10 @@ class Synthesizer {
     espeak_SetParameter(espeakPITCH, profile.pitch, 0);
     espeak_SetParameter(espeakRANGE, profile.range, 0);
     espeak_SetParameter(espeakRATE, profile.wordsPerMinute, 0);
+    // Without the pause the library keeps the last tenth of a second of the sound to itself.
+    constexpr unsigned flags = espeakCHARS_UTF8 | espeakENDPAUSE;
     const espeak_ERROR error =
-        espeak_Synth(text.c_str(), text.size() + 1, 0, POS_CHARACTER, 0, espeakCHARS_UTF8, nullptr, &sound);
+        espeak_Synth(text.c_str(), text.size() + 1, 0, POS_CHARACTER, 0, flags, nullptr, &sound);
     if (error != EE_OK) return {};
     return sound;
   }
@@ -161,9 +161,7 @@ std::vector<std::int16_t> Speech::say(std::string_view language, std::string_vie
   const bool silent =
       std::all_of(sound.begin(), sound.end(), [](std::int16_t sample) { return sample == 0; });
   if (silent) return {};
-  std::vector<std::int16_t> result = resampled(sound, synthesizer.rate());
-  if (!result.empty()) result.resize(result.size() + pauseSamples);
-  return result;
+  return resampled(sound, synthesizer.rate());
 }
 
 } // namespace tolvera::service

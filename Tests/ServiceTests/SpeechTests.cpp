@@ -113,6 +113,8 @@ TEST(SpeechTest, EveryVoiceSpeaksEveryLanguageWithItsOwnRules) {
       const Samples sound = speech.say(language, voice, sentence);
       EXPECT_GT(seconds(sound), 1.5) << language << ' ' << voice;
       EXPECT_LT(seconds(sound), 6) << language << ' ' << voice;
+      const Samples end(sound.end() - Speech::sampleRate / 10, sound.end());
+      EXPECT_LT(level(end), 100) << language << ' ' << voice << " is cut off";
     }
     // French has the silent endings that no other reads over.
     const double asFrench = seconds(speech.say("fr", "Tina", sentence));
