@@ -275,12 +275,12 @@ void measureStarts(test::PrivateGraph& graph, Ear& ear) {
   };
   std::vector<double> missed;
   const std::string file = graph.tone(0.5, level, 0.5);
-  for (int i = 0; i < starts; ++i) {
+  for (int i = 0; i <= starts; ++i) { // the first flushes what the converter holds of another sound
     ear.rest();
     auto player = graph.application(file);
     player.wait(5s);
     std::this_thread::sleep_for(100ms);
-    missed.push_back(ear.first() > 0 ? place(ear.first()) - place(audible) : 500);
+    if (i > 0) missed.push_back(ear.first() > 0 ? place(ear.first()) - place(audible) : 500);
   }
   print("missed of a sound at its program's start, ms", missed);
 }
