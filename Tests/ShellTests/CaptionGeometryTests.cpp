@@ -100,7 +100,9 @@ TEST(ScreenGeometry, choosesTheScreenUnderThePointerAndElseTheMainOne) {
 TEST(ScreenGeometry, raisesTheGreetingAboveTheMiddleAndPutsThePreviewBesideIt) {
   const QRectF visible(1000, 100, 1000, 800);
   EXPECT_EQ(ScreenGeometry::greetingOrigin(visible, {470, 400}), QPointF(1265, 236));
-  EXPECT_EQ(ScreenGeometry::previewOrigin(visible, {340, 760}), QPointF(1330, -10));
+  EXPECT_EQ(ScreenGeometry::previewOrigin(visible, {340, 400}), QPointF(1330, 350));
+  EXPECT_EQ(ScreenGeometry::previewOrigin(visible, {340, 760}), QPointF(1330, 100))
+      << "its title stays in view";
 }
 
 } // namespace

@@ -89,6 +89,7 @@ TEST_F(CaptionPanelTests, floatsAboveAFullScreenProgramAndLeavesItTheFocus) {
 
   xdotool({"set_desktop", "1"});
   settleDesktop();
+  EXPECT_EQ(xdotool({"get_desktop"}), "1");
   promise("on every workspace", !resembles(at({3, 3}), otherColor) && showsText());
   xdotool({"set_desktop", "0"});
   settleDesktop();

@@ -9,7 +9,23 @@
 #include <QCursor>
 #include <QQuickItem>
 
+#include <algorithm>
+
 namespace tolvera {
+
+namespace {
+
+// Has the view's layouts work out now what they would work out for the first frame, from the innermost to
+// the outermost. Widths come to rest in a first round, and heights, which follow from them, in the next.
+void layOut(QQuickItem& view) {
+  auto items = view.findChildren<QQuickItem*>();
+  std::reverse(items.begin(), items.end());
+  for (int round = 0; round < 3; ++round) {
+    for (auto* item : items) item->ensurePolished();
+  }
+}
+
+} // namespace
 
 void QuickOnboardingWindowController::show(AppState& state) {
   if (!window_) make(state);
@@ -35,6 +51,8 @@ void QuickOnboardingWindowController::make(AppState& state) {
   };
   connect(view, &QQuickItem::implicitHeightChanged, window_.get(), fix);
   connect(view, &QQuickItem::implicitWidthChanged, window_.get(), fix);
+  fix();
+  layOut(*view);
   fix();
   place(*window_);
 }

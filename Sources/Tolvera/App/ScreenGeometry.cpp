@@ -40,7 +40,7 @@ QPointF greetingOrigin(const QRectF& visibleFrame, QSizeF window) {
 
 QPointF previewOrigin(const QRectF& visibleFrame, QSizeF window) {
   const auto middle = visibleFrame.center();
-  return {middle.x() - 170, middle.y() + 250 - window.height()};
+  return {middle.x() - 170, std::max(visibleFrame.top(), middle.y() + 250 - window.height())};
 }
 
 } // namespace tolvera::ScreenGeometry

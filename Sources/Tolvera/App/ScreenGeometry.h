@@ -31,7 +31,7 @@ namespace ScreenGeometry {
 // The top left corner of a greeting of this size: in the middle of the screen, raised by 8 % of its height.
 [[nodiscard]] QPointF greetingOrigin(const QRectF& visibleFrame, QSizeF window);
 // The top left corner of the preview of the menu: its lower left corner is 170 to the left of the middle and
-// 250 below it.
+// 250 below it, unless its title would not be seen then.
 [[nodiscard]] QPointF previewOrigin(const QRectF& visibleFrame, QSizeF window);
 
 } // namespace ScreenGeometry

@@ -50,7 +50,12 @@ AppState::Windows TolveraApp::makeWindows() {
   auto onboarding = std::make_unique<QuickOnboardingWindowController>(engine_);
   captionWindow_ = captionWindow.get();
   onboarding_ = onboarding.get();
-  return {.caption = std::move(captionWindow), .onboarding = std::move(onboarding)};
+  auto showPreview = [this](AppState& state) {
+    menuBarPreview_.show(state, [this] { delegate_->openMainWindow(); });
+  };
+  return {.caption = std::move(captionWindow),
+          .onboarding = std::move(onboarding),
+          .panelPreview = std::move(showPreview)};
 }
 
 // The model may live on in tasks that have not ended; the windows are bound to the engine and go before it.
@@ -72,10 +77,6 @@ void TolveraApp::launch() {
 void TolveraApp::openSettings() {
   state_->setTab(AppState::Tab::settings);
   delegate_->openMainWindow();
-}
-
-void TolveraApp::previewPanel() {
-  menuBarPreview_.show(*state_, [this] { delegate_->openMainWindow(); });
 }
 
 } // namespace tolvera

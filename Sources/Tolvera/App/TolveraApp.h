@@ -34,8 +34,6 @@ class TolveraApp {
   void launch();
   // Opens the main window with the settings.
   void openSettings();
-  // A window with the tray's menu, for developers.
-  void previewPanel();
 
   AppDelegate& delegate() { return *delegate_; }
   AppState& state() { return *state_; }
