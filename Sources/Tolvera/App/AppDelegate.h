@@ -26,7 +26,7 @@ class AppDelegate final : public QObject {
  public:
   // All outlive the delegate. `executor` is the main thread's.
   AppDelegate(QQmlEngine& engine, AppState& state, LanguageNames& names, Executor executor);
-  ~AppDelegate();
+  ~AppDelegate() override;
 
   // Opens the main window, or brings it to the front.
   void openMainWindow();

@@ -19,7 +19,7 @@ class SingleInstance final : public QObject {
 
   explicit SingleInstance(QObject* parent = nullptr) : QObject(parent) {}
   // Gives the name up.
-  ~SingleInstance();
+  ~SingleInstance() override;
 
   // Waits for another instance's answer for at most 5 s, and for the end of one that is quitting for at most
   // 10 s. Signals come once the event loop runs.

@@ -14,7 +14,7 @@ class UnixSignals final : public QObject {
  public:
   explicit UnixSignals(QObject* parent = nullptr);
   // Signals have their usual effect again.
-  ~UnixSignals();
+  ~UnixSignals() override;
 
  Q_SIGNALS:
   void received();
