@@ -24,9 +24,9 @@ namespace tolvera::service {
 // which sends, and the worker, which says.
 class DubStream {
  public:
-  static constexpr std::size_t frameSamples = 4800;         // 200 ms
-  static constexpr std::chrono::seconds lead{5};            // sent and not yet heard
-  static constexpr std::size_t waitingSamples = 24000 * 15; // beyond the sentence that is being sent
+  static constexpr std::size_t frameSamples = 4800;           // 200 ms
+  static constexpr std::chrono::seconds lead{5};              // sent and not yet heard
+  static constexpr std::size_t waitingSamples = 15UL * 24000; // beyond the sentence that is being sent
 
   DubStream(Clock& clock, std::shared_ptr<StreamOutput> output) : clock_(clock), output_(std::move(output)) {}
 

@@ -114,14 +114,15 @@ class Synthesizer {
   // The best voice of every language code. A voice lists its languages one after another, each a byte of
   // priority (the lower the better) and a text; an empty one ends the list.
   void listVoices() {
-    std::map<std::string, int, std::less<>> priorities;
+    std::map<std::string, unsigned char, std::less<>> priorities;
     const espeak_VOICE** voice = espeak_ListVoices(nullptr);
     for (; voice != nullptr && *voice != nullptr; ++voice) {
       if ((*voice)->languages == nullptr || (*voice)->identifier == nullptr) continue;
       for (const char* entry = (*voice)->languages; *entry != 0; entry += std::strlen(entry + 1) + 2) {
-        const auto [known, isNew] = priorities.emplace(entry + 1, *entry);
-        if (!isNew && known->second <= *entry) continue;
-        known->second = *entry;
+        const auto priority = static_cast<unsigned char>(*entry);
+        const auto [known, isNew] = priorities.emplace(entry + 1, priority);
+        if (!isNew && known->second <= priority) continue;
+        known->second = priority;
         voices_[entry + 1] = (*voice)->identifier;
       }
     }
