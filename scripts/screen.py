@@ -100,12 +100,26 @@ def top_level(window):
         window = int(parent, 16)
 
 
-def windows_of(pid, only_visible=True):
-    """Numbers of the windows of a process."""
-    flag = ["--onlyvisible"] if only_visible else []
-    found = subprocess.run(["xdotool", "search", *flag, "--pid", str(pid), "--name", ".*"],
-                           stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
+def is_of(window, pid):
+    """Whether the window says that it is that process's."""
+    found = subprocess.run(["xprop", "-id", str(window), "_NET_WM_PID"], stdout=subprocess.PIPE, text=True,
+                           stderr=subprocess.DEVNULL)
+    return found.stdout.strip().endswith(f"= {pid}")
+
+
+def windows_named(title):
+    """Numbers of the windows with that title that are on the screen."""
+    found = subprocess.run(["xdotool", "search", "--onlyvisible", "--name", f"^{title}$"],
+                           stdout=subprocess.PIPE, text=True)
     return [int(line) for line in found.stdout.split()]
+
+
+def fill_screen(window):
+    """Makes a window a full-screen one, in front and with the focus."""
+    output("wmctrl", "-i", "-r", str(window), "-b", "add,fullscreen")
+    wait_for("a full screen", lambda: geometry(window) == (0, 0, 1280, 800))
+    output("wmctrl", "-i", "-a", str(window))
+    wait_for("the focus", lambda: focused_window() == window)
 
 
 def picture(file, area=None):

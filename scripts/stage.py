@@ -2,12 +2,14 @@
 application that plays a film in English, and a default browser that writes down what it is asked to open.
 For scripts and tests; inside scripts/private-desktop and scripts/private-graph."""
 
+import contextlib
 import json
 import os
 import pathlib
 import shutil
 import signal
 import subprocess
+import sys
 import tempfile
 
 from screen import Program, wait_for
@@ -132,6 +134,16 @@ class Stage:
     def prefer(self, **preferences):
         """What is in the preference store at the next start of the program, beside the service's address."""
         self.preferences_file.write_text(json.dumps({"serverURL": self.url, **preferences}))
+
+    @contextlib.contextmanager
+    def dark_desktop(self):
+        """While it lasts, the desktop tells programs that the user prefers dark windows."""
+        process = self.start(sys.executable, SCRIPTS / "dark-desktop", log="desktop.log")
+        wait_for("the desktop's setting", lambda: "ready" in self.log("desktop.log"))
+        try:
+            yield
+        finally:
+            self.end(process)
 
     def start_program(self):
         """Starts the program; gives its process and what it shows to assistive technology."""

@@ -11,6 +11,7 @@ import sys
 import time
 import traceback
 
+sys.dont_write_bytecode = True
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[3] / "scripts"))
 for tool in ("xdotool", "xev", "wmctrl", "xwininfo", "import", "chromedriver", "flite", "trayer"):
     if not shutil.which(tool):
@@ -105,11 +106,8 @@ class Story:
         other = subprocess.Popen(["stdbuf", "-oL", "xev", "-name", "other program", "-event", "keyboard"],
                                  stdout=log)
         self._stage.adopt(other)
-        window = wait_for("another program's window", lambda: self._windows_named("other program"))[0]
-        screen.output("wmctrl", "-i", "-r", str(window), "-b", "add,fullscreen")
-        wait_for("a full screen", lambda: screen.geometry(window) == (0, 0, 1280, 800))
-        screen.output("wmctrl", "-i", "-a", str(window))
-        wait_for("the other program's focus", lambda: screen.focused_window() == window)
+        window = wait_for("another program's window", lambda: screen.windows_named("other program"))[0]
+        screen.fill_screen(window)
         self._other, self._other_window = other, window
 
         panel = self._panel_window()
@@ -219,11 +217,6 @@ class Story:
 
     def _captions(self):
         return [name for _, role, name in self._program.elements(self._panel) if role == "label" and name]
-
-    def _windows_named(self, name):
-        found = subprocess.run(["xdotool", "search", "--onlyvisible", "--name", f"^{name}$"],
-                               stdout=subprocess.PIPE, text=True)
-        return [int(line) for line in found.stdout.split()]
 
     def _tray_icon(self):
         trays = subprocess.run(["xdotool", "search", "--onlyvisible", "--class", "trayer"],
