@@ -12,6 +12,7 @@ import subprocess
 import sys
 import tempfile
 
+import screen
 from screen import Program, wait_for
 
 SCRIPTS = pathlib.Path(__file__).resolve().parent
@@ -149,6 +150,13 @@ class Stage:
         """Starts the program; gives its process and what it shows to assistive technology."""
         process = self.start(self.programs / "tolvera", log="tolvera.log")
         return process, Program(process.pid)
+
+
+def main_window():
+    """The number of the program's one ordinary window. The panel bears the same title, but is not the window
+    manager's."""
+    titled = screen.windows_named("Tolvera|托维拉")
+    return next((window for window in titled if screen.top_level(window) != window), None)
 
 
 def end(process, sent=signal.SIGTERM):
