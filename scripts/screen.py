@@ -2,6 +2,7 @@
 a program tells assistive technology. Needs Debian's own Python (/usr/bin/python3), xdotool, xwininfo and
 ImageMagick, and the display and message bus of the environment."""
 
+import re
 import subprocess
 import time
 
@@ -90,14 +91,17 @@ def geometry(window):
 
 
 def top_level(window):
-    """The window on the screen's own level that contains `window`: with a window manager, its frame."""
+    """The window on the screen's own level that contains `window`: with a window manager, its frame. None if
+    it is gone."""
     while True:
-        tree = output("xwininfo", "-id", str(window), "-tree")
-        parent = next(line.split()[3] for line in tree.splitlines() if "Parent window id:" in line)
-        root = next(line.split()[3] for line in tree.splitlines() if "Root window id:" in line)
-        if int(parent, 16) == int(root, 16):
+        tree = subprocess.run(["xwininfo", "-id", str(window), "-tree"], stdout=subprocess.PIPE,
+                              stderr=subprocess.DEVNULL, text=True).stdout
+        numbers = {key: int(number, 16) for key, number in re.findall(r"(Root|Parent) window id: (0x\w+)", tree)}
+        if len(numbers) < 2:
+            return None
+        if numbers["Parent"] == numbers["Root"]:
             return window
-        window = int(parent, 16)
+        window = numbers["Parent"]
 
 
 def is_of(window, pid):

@@ -61,7 +61,8 @@ class Stage:
         for name in (*names, "config/tolvera", "data/applications"):
             (self.home / name).mkdir()
         self.opened = self.home / "opened"
-        self._install("org.tolvera.ExampleBrowser", "Example Browser", f'printf "%s\\n" "$1" >>"{self.opened}"',
+        write_down = f'printf "%s\\n" "$1" >>"{self.opened}"'
+        self._install("org.tolvera.ExampleBrowser", "Example Browser", write_down,
                       "MimeType=x-scheme-handler/http;x-scheme-handler/https;\n")
         (self.home / "config/mimeapps.list").write_text(
             "[Default Applications]\nx-scheme-handler/http=org.tolvera.ExampleBrowser.desktop\n"
@@ -156,7 +157,8 @@ def main_window():
     """The number of the program's one ordinary window. The panel bears the same title, but is not the window
     manager's."""
     titled = screen.windows_named("Tolvera|托维拉")
-    return next((window for window in titled if screen.top_level(window) != window), None)
+    return next((window for window in titled
+                 if screen.top_level(window) not in (window, None)), None)
 
 
 def end(process, sent=signal.SIGTERM):

@@ -1,7 +1,7 @@
 """One user's first use, from the first launch to Quit, on a real window server with the real service, sound
 server, browser and tray, by pointer and keyboard alone. Prints each promise of the program that it has seen
 kept; ends with 1 at the first that is not, and with 77 if something that it takes is not installed.
-Usage, inside scripts/private-desktop --tray and scripts/private-graph: story.py FOLDER-WITH-THE-PROGRAMS"""
+Usage, inside scripts/private-graph and scripts/private-desktop --tray: story.py FOLDER-WITH-THE-PROGRAMS"""
 
 import pathlib
 import re
@@ -24,11 +24,11 @@ except (ImportError, ValueError):
     sys.exit(77)
 from browser import Browser
 from screen import wait_for
-from stage import PLAYER, Stage
+from stage import PLAYER, Stage, main_window
 
 # Words that the local service makes of the film's sentences.
-SPANISH = {"casa", "grande", "jardín", "hermoso", "comprar", "pan", "leche", "mercado", "niños", "tiempo", "tras",
-           "buen", "parque", "caminar", "amigos"}
+SPANISH = {"casa", "grande", "jardín", "bello", "comprar", "pan", "leche", "lonja", "niños", "tiempo", "bueno",
+           "parque", "andar", "amigos"}
 
 
 class NotKept(Exception):
@@ -43,6 +43,21 @@ def promise(text, kept):
 
 def is_spanish(text):
     return not SPANISH.isdisjoint(re.findall(r"\w+", text.lower()))
+
+
+def captured():
+    """The names of the nodes that the program's tap is linked to."""
+    names, inside = set(), False
+    for line in screen.output("pw-link", "-l").splitlines():
+        if not line.startswith(" "):
+            inside = line.startswith("tolvera-tap:")
+        elif inside:
+            names.add(line.split()[1].partition(":")[0])
+    return sorted(names)
+
+
+def sound_clients():
+    return re.findall(r'application.name = "(.*)"', screen.output("pw-cli", "ls", "Client"))
 
 
 class Story:
@@ -60,6 +75,7 @@ class Story:
         self.stops()
         self.switches_the_language()
         self.signs_in()
+        self.comes_back()
         self.quits()
 
     # --- Chapters -------------------------------------------------------------------------------------------
@@ -83,7 +99,8 @@ class Story:
         self._program.click("To", "combo box")
         self._program.wait("To", "text")
         screen.type_text("spani")
-        wait_for("a shorter list", lambda: self._program.find("Spanish") and not self._program.find("English"))
+        wait_for("a shorter list",
+                 lambda: self._program.find("Spanish") and not self._program.find("English"))
         screen.press_key("Return")
         wait_for("the target", lambda: self._preference("target") == "es")
         promise("the target is found by typing and taken with Return", True)
@@ -94,10 +111,13 @@ class Story:
         promise("start leads to the view of the run", True)
         self._program.wait("Translating", seconds=30)
         promise("the service has been reached, and the view says so", True)
+        promise("the application's sound is tapped, and nothing else's", captured() == ["pw-play"] and
+                "bystander:" in screen.output("pw-link", "-o"))
         self._main = self._window("Tolvera", lambda frame: self._program.find("Stop", under=frame))
         self._panel = wait_for("the panel", self._find_panel)
         caption = self._program.wait(is_spanish, "label", 40, under=self._main)
-        promise(f"captions in the main window, as assistive technology reads them: “{caption.get_name()}”", True)
+        promise("captions in the main window, as assistive technology reads them: "
+                f"“{caption.get_name()}”", True)
         caption = self._program.wait(is_spanish, "label", 40, under=self._panel)
         promise(f"captions in the panel: “{caption.get_name()}”", True)
 
@@ -119,7 +139,8 @@ class Story:
         wait_for("the dark card", lambda: max(screen.pixel(x + width / 2, y + height - 4)) < 90)
         promise("and is what is seen there", min(screen.pixel(x - 10, y + height / 2)) > 200)
         seen = self._captions()
-        wait_for("new captions", lambda: any(is_spanish(text) and text not in seen for text in self._captions()), 30)
+        wait_for("new captions",
+                 lambda: any(is_spanish(text) and text not in seen for text in self._captions()), 30)
         promise("captions go on in it", True)
         promise("the other program keeps the focus", screen.focused_window() == window)
 
@@ -152,8 +173,7 @@ class Story:
         self._stage.end(self._other)
         self._program.wait("Start translating", "push button")
         promise("the form is back", True)
-        links = subprocess.run(["pw-link", "-l"], stdout=subprocess.PIPE, text=True).stdout
-        promise("nothing is captured any more", "tolvera-tap" not in links and "Tolvera" not in links)
+        promise("nothing is captured any more", captured() == [])
 
     def switches_the_language(self):
         self._program.click("Settings", "radio button")
@@ -176,7 +196,20 @@ class Story:
             self._program.wait("已登录", seconds=30)
         promise("confirmed there, the program knows that the user is signed in", True)
 
+    def comes_back(self):
+        window = main_window()
+        screen.output("wmctrl", "-i", "-a", str(window))
+        wait_for("the focus", lambda: screen.focused_window() == window)
+        screen.press_key("alt+F4")
+        wait_for("the window's end", lambda: main_window() is None)
+        promise("the closed window leaves the program running", self._process.poll() is None)
+        again, _ = self._stage.start_program()
+        window = wait_for("the window", main_window)
+        promise("a second launch ends with 0 and brings the first one's window back",
+                again.wait(10) == 0 and screen.is_of(window, self._process.pid))
+
     def quits(self):
+        promise("the sound server has one client of the program's", sound_clients().count("Tolvera") == 1)
         icon = wait_for("the tray's icon", self._tray_icon)
         before = set(screen.stacking())
         x, y, width, height = screen.geometry(icon)
@@ -187,8 +220,7 @@ class Story:
         screen.press_key("Return")
         wait_for("the program's end", lambda: self._process.poll() is not None, 10)
         promise("Quit there ends the program, with 0", self._process.returncode == 0)
-        nodes = subprocess.run(["pw-cli", "ls", "Client"], stdout=subprocess.PIPE, text=True).stdout
-        promise("it leaves nothing with the sound server", "tolvera" not in nodes.lower())
+        promise("it leaves nothing with the sound server", "Tolvera" not in sound_clients())
 
     # --- What it looks at -----------------------------------------------------------------------------------
 
@@ -232,12 +264,14 @@ def main(programs):
     with Stage(programs) as stage:
         stage.start_service()
         stage.start_player()
+        # Another program's sound, which is none of this one's business.
+        stage.start("pw-play", "-P", "{ node.name=bystander }", stage.home / "film.wav", log="bystander.log")
         stage.prefer()
         started = time.monotonic()
         story = Story(stage)
         try:
             story.tell()
-        except (NotKept, TimeoutError, StopIteration, RuntimeError):
+        except (NotKept, TimeoutError, StopIteration, RuntimeError, subprocess.SubprocessError):
             traceback.print_exc()
             screen.picture("desktop-story.png")
             print("the screen is in", pathlib.Path("desktop-story.png").resolve(), "and holds:")
