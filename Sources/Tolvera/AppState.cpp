@@ -241,7 +241,7 @@ Task<bool> AppState::ensureMicrophoneAccess() {
 }
 
 QString AppState::describeCaptureFailure(const std::exception& error) const {
-  const auto description = QString::fromUtf8(error.what());
+  auto description = QString::fromUtf8(error.what());
   const auto* failure = dynamic_cast<const CoreAudioTapBackend::Failure*>(&error);
   if (!failure || failure->status() == 0) return description;
   const auto permission = strings().pick(

@@ -103,7 +103,7 @@ std::vector<Language> sorted(const platform::Locale& locale, std::string_view lo
 }
 
 std::string guessTarget(std::string_view localeIdentifier) {
-  const std::string id = lowerCasedTag(localeIdentifier);
+  std::string id = lowerCasedTag(localeIdentifier);
   if (find(id)) return id;
   if (id.starts_with("zh-hk") || id.starts_with("zh-mo")) return "yue";
 
