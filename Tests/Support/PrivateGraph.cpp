@@ -38,6 +38,33 @@ std::vector<std::string> ports(const std::string& direction, const std::string& 
   return found;
 }
 
+// Suspends an output that idles, as on a desktop, in place of the script of Debian 12's session manager. That
+// one asks it of an output that is gone by then too, and the session manager crashes.
+constexpr const char* suspendScript = R"lua(
+nodes = ObjectManager { Interest { type = "node", Constraint { "media.class", "matches", "Audio/*" } } }
+local timers = {}
+local function stop(id)
+  if timers[id] then timers[id]:destroy() end
+  timers[id] = nil
+end
+nodes:connect("object-added", function(_, node)
+  local id = node["bound-id"]
+  node:connect("pw-proxy-destroyed", function() stop(id) end)
+  node:connect("state-changed", function(_, _, state)
+    stop(id)
+    if state ~= "idle" then return end
+    timers[id] = Core.timeout_add(5000, function()
+      timers[id] = nil
+      node:send_command("Suspend")
+      return false
+    end)
+  end)
+end)
+nodes:activate()
+)lua";
+
+constexpr const char* serverNames[] = {"message bus", "sound server", "session manager", "PulseAudio server"};
+
 } // namespace
 
 bool eventually(const std::function<bool()>& condition, std::chrono::milliseconds limit) {
@@ -57,6 +84,9 @@ PrivateGraph::PrivateGraph() {
        {"XDG_RUNTIME_DIR", "PIPEWIRE_RUNTIME_DIR", "XDG_STATE_HOME", "XDG_CONFIG_HOME", "XDG_CACHE_HOME"}) {
     setEnvironment(name, directory_);
   }
+  const std::string scripts = directory_ + "/wireplumber/scripts";
+  std::filesystem::create_directories(scripts);
+  std::ofstream(scripts + "/suspend-node.lua") << suspendScript;
   setEnvironment("DBUS_SESSION_BUS_ADDRESS", "unix:path=" + directory_ + "/bus");
   setEnvironment("PIPEWIRE_REMOTE", "pipewire-0");
   setEnvironment("PULSE_SERVER", "unix:" + directory_ + "/pulse/native");
@@ -95,9 +125,27 @@ void PrivateGraph::setEnvironment(const std::string& name, const std::string& va
 void PrivateGraph::startServer() {
   processes_.emplace_back(std::vector<std::string>{"pipewire"}, log("pipewire"));
   require(eventually([] { return !listing("Core").empty(); }), "the sound server does not answer");
-  processes_.emplace_back(std::vector<std::string>{"wireplumber"}, log("wireplumber"));
+  processes_.push_back(sessionManager());
+}
+
+ChildProcess PrivateGraph::sessionManager() const {
+  ChildProcess process({"wireplumber"}, log("wireplumber"));
   require(eventually([] { return listing("Metadata").find("\"default\"") != std::string::npos; }),
           "the session manager does not start");
+  return process;
+}
+
+void PrivateGraph::restartSessionManager() {
+  processes_.at(2).kill();
+  require(eventually([] { return listing("Metadata").find("\"default\"") == std::string::npos; }),
+          "the session manager stays");
+  processes_.at(2) = sessionManager();
+}
+
+void PrivateGraph::checkServers() {
+  for (std::size_t i = 0; i < processes_.size(); ++i) {
+    require(processes_[i].running(), std::string("the ") + serverNames[i] + " has ended");
+  }
 }
 
 void PrivateGraph::startPulse() {

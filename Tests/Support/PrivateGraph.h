@@ -33,9 +33,11 @@ class PrivateGraph {
   void setDefaultSource(const std::string& name);
   void setDefaultSink(const std::string& name);
 
-  void killServer();  // SIGKILL to PipeWire; the session manager ends with it
-  void startServer(); // an empty graph again
-  void startPulse();  // the server for PulseAudio's clients, until `killServer`
+  void killServer();            // SIGKILL to PipeWire; the session manager ends with it
+  void startServer();           // an empty graph again
+  void startPulse();            // the server for PulseAudio's clients, until `killServer`
+  void restartSessionManager(); // SIGKILL, and a new one, which takes no notice of the old nodes
+  void checkServers();          // throws if one has ended by itself
 
   // Plays a WAV file into a node, all its inputs, or records one from it, until it is dropped.
   [[nodiscard]] ChildProcess play(const std::string& file, const std::string& target) const;
@@ -54,6 +56,7 @@ class PrivateGraph {
 
  private:
   void setEnvironment(const std::string& name, const std::string& value);
+  [[nodiscard]] ChildProcess sessionManager() const;
   void createNode(const std::string& name, const std::string& mediaClass, const std::string& positions);
   void setDefault(const std::string& key, const std::string& name);
   [[nodiscard]] std::string log(const std::string& name) const { return directory_ + "/" + name + ".log"; }
