@@ -64,6 +64,7 @@ class Monitor {
 class AudioGraphTest : public testing::Test {
  protected:
   AudioGraphTest() { addSink("speaker"); }
+  void TearDown() override { EXPECT_NO_THROW(graph_.checkServers()); }
 
   void addSink(const std::string& name) {
     graph_.createSink(name);

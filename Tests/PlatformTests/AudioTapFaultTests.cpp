@@ -37,6 +37,32 @@ TEST_F(TapFault, ServerThatDiesInterruptsTapDirectoryAndDub) {
   }
 }
 
+// The outputs of a desktop are the session manager's: they go with it, and the new one makes them again.
+TEST_F(TapFault, SessionManagerThatDiesInterruptsTapDirectoryAndOutput) {
+  auto backend = tap(everything());
+  backend.start(recording_.sink());
+  const auto before = play(500);
+  playing(before);
+  ASSERT_TRUE(hears(500));
+  graph_.destroyNode("speaker");
+  graph_.restartSessionManager();
+  addSink("other");
+  const auto output = [this] {
+    const auto object =
+        audioProperty<AudioObjectID>(hardware(), platform::systemAudioObject, fourCharacterCode("dOut"));
+    return object && *object != platform::noAudioObject
+               ? audioProperty<std::string>(hardware(), *object, fourCharacterCode("lnam"))
+               : std::nullopt;
+  };
+  EXPECT_TRUE(eventually([&output] { return output() == "other"; }));
+  const auto after = play(900);
+  auto own = tap(processes({playing(after)}));
+  Recording ownRecording;
+  own.start(ownRecording.sink());
+  EXPECT_TRUE(hears(900));
+  EXPECT_TRUE(eventually([&ownRecording] { return ownRecording.hears(900, 0.2); }));
+}
+
 TEST_F(TapFault, NoServerIsAStatusAndAnEmptyDirectory) {
   graph_.killServer();
   EXPECT_TRUE(audioProperty<std::vector<AudioObjectID>>(hardware(), platform::systemAudioObject,

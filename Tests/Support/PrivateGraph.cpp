@@ -181,10 +181,13 @@ void PrivateGraph::destroyNode(const std::string& name) {
   require(eventually([this, &name] { return !hasNode(name); }), "node " + name + " stays");
 }
 
+// While somebody starts to read the defaults, which the polling does too, the server keeps changes of them
+// from those who listen already: so the session manager is given time.
 void PrivateGraph::setDefault(const std::string& key, const std::string& name) {
   require(eventually([&key, &name] {
             outputOf({"pw-metadata", "0", "default.configured.audio." + key, R"({"name":")" + name + R"("})",
                       "Spa:String:JSON"});
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
             const std::string now = outputOf({"pw-metadata", "0", "default.audio." + key});
             return now.find('"' + name + '"') != std::string::npos;
           }),
