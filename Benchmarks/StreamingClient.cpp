@@ -1,5 +1,7 @@
 #include "StreamingClient.h"
 
+#include "Tolvera/NoWindows.h"
+
 #include <boost/asio/post.hpp>
 
 #include <chrono>
@@ -7,26 +9,12 @@
 
 namespace tolvera::benchmarks {
 
-namespace {
-
-class NoCaptionWindow final : public CaptionWindowController {
- public:
-  void show(AppState&) override {}
-  CaptionPanel* panel() override { return nullptr; }
-};
-class NoOnboarding final : public OnboardingWindowController {
- public:
-  void show(AppState&) override {}
-};
-
-} // namespace
-
 StreamingClient::StreamingClient(const std::string& serverURL) {
   userDefaults_.setObject("serverURL", serverURL);
   userDefaults_.setObject("captureMode", "mic");
   userDefaults_.setObject("seenOnboarding", true);
   audio_.inputFormat = {16000, 1};
-  model_ = AppState::make(platform_, {std::make_unique<NoCaptionWindow>(), std::make_unique<NoOnboarding>()});
+  model_ = AppState::make(platform_, noWindows());
   mainThread_ = std::thread([this] { main_.run(); });
   backgroundThread_ = std::thread([this] { background_.run(); });
 }

@@ -1,6 +1,6 @@
 #include "Platform/Linux/LinuxPlatform.h"
 #include "Terminal/CaptionPrinter.h"
-#include "Tolvera/AppState.h"
+#include "Tolvera/NoWindows.h"
 
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/signal_set.hpp>
@@ -16,17 +16,6 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// A terminal has no windows.
-class NoCaptionWindow final : public CaptionWindowController {
- public:
-  void show(AppState&) override {}
-  CaptionPanel* panel() override { return nullptr; }
-};
-class NoOnboarding final : public OnboardingWindowController {
- public:
-  void show(AppState&) override {}
-};
-
 // How long a failure may stand before the terminal takes the run for lost. A failure that the session
 // survives is followed by other phases well within it.
 constexpr auto failureGrace = 10s;
@@ -37,9 +26,7 @@ class TerminalRun {
  public:
   TerminalRun(platform::Platform& platform, boost::asio::io_context& main)
       : main_(main), clock_(platform.clock), signals_(main, SIGINT, SIGTERM),
-        model_(AppState::make(platform,
-                              {std::make_unique<NoCaptionWindow>(), std::make_unique<NoOnboarding>()})),
-        printer_(*model_, platform.mainExecutor, stdout) {
+        model_(AppState::make(platform, noWindows())), printer_(*model_, platform.mainExecutor, stdout) {
     QObject::connect(model_.get(), &AppState::phaseChanged, &printer_, [this] { followPhase(); });
   }
 
@@ -108,8 +95,8 @@ class TerminalRun {
 
 int usage(std::FILE* to, int status) {
   std::fputs("usage: tolvera-terminal\n\n"
-             "Translates what the microphone hears and prints the captions. Ctrl-C stops politely.\n"
-             "Choices are taken from the preferences, like the program's own.\n",
+             "Translates what is played or spoken and prints the captions. Ctrl-C stops politely.\n"
+             "What to capture and into which language is taken from the preferences, as in the program.\n",
              to);
   return status;
 }

@@ -6,7 +6,7 @@
 #include "Support/InMemoryPlatform.h"
 #include "Support/PrivateGraph.h"
 #include "Support/TemporaryDirectory.h"
-#include "Tolvera/AppState.h"
+#include "Tolvera/NoWindows.h"
 
 #include <boost/asio/executor_work_guard.hpp>
 #include <boost/asio/io_context.hpp>
@@ -36,16 +36,6 @@ class HurriedClock final : public Clock {
   SystemClock clock_;
 };
 
-class NoCaptionWindow final : public CaptionWindowController {
- public:
-  void show(AppState&) override {}
-  CaptionPanel* panel() override { return nullptr; }
-};
-class NoOnboarding final : public OnboardingWindowController {
- public:
-  void show(AppState&) override {}
-};
-
 // A model on the real network and the real sound server, its main thread stepped by the test.
 class RealRun : public testing::Test {
  protected:
@@ -71,8 +61,7 @@ class RealRun : public testing::Test {
 
   AppState& launch(const std::string& serverURL) {
     in_.userDefaults.setObject("serverURL", serverURL);
-    model_ =
-        AppState::make(platform_, {std::make_unique<NoCaptionWindow>(), std::make_unique<NoOnboarding>()});
+    model_ = AppState::make(platform_, noWindows());
     run(model_->bootstrap());
     return *model_;
   }

@@ -11,30 +11,6 @@ namespace json = boost::json;
 
 namespace {
 
-class RecordingCaptionWindow final : public CaptionWindowController, public CaptionPanel {
- public:
-  explicit RecordingCaptionWindow(RecordedWindows& record) : record_(record) {}
-  void show(AppState&) override {
-    ++record_.captionShows;
-    record_.captionOnScreen = true;
-  }
-  CaptionPanel* panel() override { return record_.captionShows > 0 ? this : nullptr; }
-  void savePosition() override {}
-  void orderOut() override { record_.captionOnScreen = false; }
-
- private:
-  RecordedWindows& record_;
-};
-
-class RecordingOnboarding final : public OnboardingWindowController {
- public:
-  explicit RecordingOnboarding(RecordedWindows& record) : record_(record) {}
-  void show(AppState&) override { ++record_.onboardingShows; }
-
- private:
-  RecordedWindows& record_;
-};
-
 std::string me(double secondsLeft, bool signedIn, const std::string& packs) {
   return R"({"secondsLeft":)" + std::to_string(secondsLeft) +
          R"(,"secondsUsed":0,"dubMultiplier":4,"voices":[],"paymentMethods":[],"loginMethods":[],"signedIn":)" +
@@ -54,8 +30,7 @@ InMemoryModel::InMemoryModel() {
   in_.userDefaults.setObject("target", "es");
   in_.network.reply("/api/signup", 200, R"({"token":"secret token","secondsLeft":3600})");
   in_.network.reply("/api/me", 200, me(3600, false, somePacks));
-  app_ = AppState::make(in_.platform, {std::make_unique<RecordingCaptionWindow>(windows_),
-                                       std::make_unique<RecordingOnboarding>(windows_)});
+  app_ = AppState::make(in_.platform, windows_.make());
   settle();
 }
 

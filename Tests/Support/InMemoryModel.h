@@ -1,19 +1,13 @@
 #pragma once
 
 #include "Support/InMemoryPlatform.h"
+#include "Support/RecordedWindows.h"
 #include "Tolvera/AppState.h"
 
 #include <memory>
 #include <string>
 
 namespace tolvera::test {
-
-// What the model asked of its windows.
-struct RecordedWindows {
-  int captionShows = 0;
-  int onboardingShows = 0;
-  bool captionOnScreen = false;
-};
 
 // A model on the in-memory platform for views to show, brought into any state as in real life: by the
 // service's replies and frames. English, microphone mode, a signed-out account with an hour left. Nothing

@@ -4,31 +4,6 @@
 
 namespace tolvera::test {
 
-namespace {
-
-class RecordingCaptionWindow final : public CaptionWindowController, public CaptionPanel {
- public:
-  explicit RecordingCaptionWindow(RecordedWindows& record) : record_(record) {}
-  void show(AppState&) override { ++record_.captionShows; }
-  CaptionPanel* panel() override { return record_.captionShows > 0 ? this : nullptr; }
-  void savePosition() override { ++record_.positionsSaved; }
-  void orderOut() override { ++record_.orderedOut; }
-
- private:
-  RecordedWindows& record_;
-};
-
-class RecordingOnboarding final : public OnboardingWindowController {
- public:
-  explicit RecordingOnboarding(RecordedWindows& record) : record_(record) {}
-  void show(AppState&) override { ++record_.onboardingShows; }
-
- private:
-  RecordedWindows& record_;
-};
-
-} // namespace
-
 ModelFixture::ModelFixture() {
   in_.userDefaults.setObject("seenOnboarding", true);
   in_.userDefaults.setObject("uiLanguage", "english");
@@ -44,8 +19,7 @@ ModelFixture::~ModelFixture() {
 }
 
 AppState& ModelFixture::make() {
-  model_ = AppState::make(in_.platform, {std::make_unique<RecordingCaptionWindow>(windows_),
-                                         std::make_unique<RecordingOnboarding>(windows_)});
+  model_ = AppState::make(in_.platform, windows_.make());
   QObject::connect(model_.get(), &AppState::phaseChanged, [this] { phases_.push_back(phase()); });
   in_.loop.settle();
   return *model_;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Support/InMemoryPlatform.h"
+#include "Support/RecordedWindows.h"
 #include "Tolvera/AppState.h"
 
 #include <gtest/gtest.h>
@@ -9,14 +10,6 @@
 #include <vector>
 
 namespace tolvera::test {
-
-// What the model asked of its windows.
-struct RecordedWindows {
-  int captionShows = 0;
-  int onboardingShows = 0;
-  int positionsSaved = 0;
-  int orderedOut = 0;
-};
 
 // A model on the in-memory platform: English interface, microphone mode, a signed-up account with an hour
 // left on a service that answers and accepts.
