@@ -1,7 +1,8 @@
-// What the client costs: processor time and memory of tolvera-terminal while it streams a microphone in
-// real time, and the memory of its model over half an hour of sound fed as fast as the network takes it.
+// What the client costs: processor time and memory of tolvera-terminal while it streams in real time, first a
+// microphone, then the system's sound with the dub played; and the memory of its model over half an hour of
+// sound fed as fast as the network takes it.
 //
-//   ClientCost TOLVERA-TERMINAL [SECONDS]      streams for 60 s if not told otherwise
+//   ClientCost TOLVERA-TERMINAL [SECONDS]      streams for 60 s each if not told otherwise
 
 #include "StreamingClient.h"
 #include "Support/PrivateGraph.h"
@@ -43,19 +44,38 @@ double memory(pid_t pid, const std::string& key) {
   return 0;
 }
 
-int streamInRealTime(const std::string& terminal, int seconds) {
+// What is captured, as the preferences name it, and whether the service sends speech all the time.
+struct Mode {
+  const char* name;
+  const char* captureMode;
+  bool dub;
+};
+
+int streamInRealTime(const std::string& terminal, int seconds, const Mode& mode) {
   test::PrivateGraph graph;
   graph.createSource("microphone");
   graph.setDefaultSource("microphone");
-  const auto tone = graph.play(graph.tone(440, 0.3, seconds + 15), "microphone");
+  graph.createSink("speaker");
+  graph.setDefaultSink("speaker");
+  const auto sound = graph.tone(440, 0.3, seconds + 15);
+  const auto spoken = graph.play(sound, "microphone");
+  const test::ChildProcess played({"pw-play", sound});
 
   test::LoopbackServer server;
   benchmarks::serveAccount(server);
+  if (mode.dub) {
+    // As much speech as sound: 100 ms at 24 kHz for every chunk of 100 ms.
+    server.onFrame(
+        [](test::LoopbackServer::Connection& connection, const test::LoopbackServer::Frame& frame) {
+          if (!frame.isText) connection.sendBinary(std::string(4800, '\x08'));
+        });
+  }
   ::setenv("XDG_CONFIG_HOME", graph.directory().c_str(), 1);
   ::setenv("XDG_DATA_HOME", graph.directory().c_str(), 1);
   std::system(("mkdir -p " + graph.directory() + "/tolvera").c_str());
   std::ofstream(graph.directory() + "/tolvera/preferences.json")
-      << R"({"captureMode":"mic","seenOnboarding":true,"serverURL":")" << server.url("http", "/livetranslate")
+      << R"({"captureMode":")" << mode.captureMode << R"(","dub":)" << (mode.dub ? "true" : "false")
+      << R"(,"target":"es","seenOnboarding":true,"serverURL":")" << server.url("http", "/livetranslate")
       << "\"}";
 
   test::ChildProcess child({terminal}, graph.directory() + "/terminal.log");
@@ -70,10 +90,9 @@ int streamInRealTime(const std::string& terminal, int seconds) {
   std::this_thread::sleep_for(std::chrono::seconds(seconds));
   const double used = processorTime(child.pid()) - before;
   const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - began;
-  std::printf(
-      "streaming %.0f s in real time: %.2f %% of a core, %.1f MB resident (peak %.1f MB), %zu chunks\n",
-      elapsed.count(), 100 * used / elapsed.count(), memory(child.pid(), "VmRSS"),
-      memory(child.pid(), "VmHWM"), frames() - framesBefore);
+  std::printf("%s, %.0f s in real time: %.2f %% of a core, %.1f MB resident (peak %.1f MB), %zu chunks\n",
+              mode.name, elapsed.count(), 100 * used / elapsed.count(), memory(child.pid(), "VmRSS"),
+              memory(child.pid(), "VmHWM"), frames() - framesBefore);
   ::kill(child.pid(), SIGINT);
   return child.wait(15s) == 0 ? 0 : 1;
 }
@@ -120,6 +139,9 @@ int main(int argc, char** argv) {
     std::fputs("usage: ClientCost TOLVERA-TERMINAL [SECONDS]\n", stderr);
     return 2;
   }
-  const int status = streamInRealTime(argv[1], argc > 2 ? std::atoi(argv[2]) : 60);
-  return status != 0 ? status : fastForward("/proc/self/exe");
+  const int seconds = argc > 2 ? std::atoi(argv[2]) : 60;
+  for (const Mode& mode : {Mode{"microphone", "mic", false}, Mode{"system sound with dub", "all", true}}) {
+    if (const int status = streamInRealTime(argv[1], seconds, mode); status != 0) return status;
+  }
+  return fastForward("/proc/self/exe");
 }
