@@ -50,9 +50,7 @@ TEST_F(RealRun, TwoHundredRunsLeakNoThreadDescriptorOrObjectOfTheSoundServer) {
   for (int i = 0; i < 200; ++i) once();
   ASSERT_TRUE(in_.loop.settleUntil(settled, 10s));
   EXPECT_TRUE(test::eventually([&] { return entries("/proc/self/task") <= threads; }));
-  // The sound server's library loses an event descriptor now and then, when a stream ends while the server
-  // is busy with it; a run that leaked would leave 200.
-  EXPECT_TRUE(test::eventually([&] { return entries("/proc/self/fd") <= descriptors + 10; }))
+  EXPECT_TRUE(test::eventually([&] { return entries("/proc/self/fd") <= descriptors; }))
       << entries("/proc/self/fd") << " descriptors, " << descriptors << " before";
   EXPECT_TRUE(test::eventually([&] { return graph_.objects() == objects; }));
 }

@@ -124,7 +124,7 @@ TEST_F(DesktopProcessOwners, AreTheApplicationWhoseScriptBecameThem) {
   EXPECT_EQ(bundle(10), "org.example.Painter");
 
   // Even if what it became has an entry of its own, as the session knows better.
-  installed.addEntry("org.example.Work", installed.addScript("lib/work/work", "#!/bin/sh\n"));
+  installed.addEntry("org.example.Work", installed.addScript("lib/office/work", "#!/bin/sh\n"));
   processes.add({.pid = 11, .executable = browser, .controlGroup = "/app-org.example.Work-1.scope"});
   EXPECT_EQ(bundle(11), "org.example.Work");
 }
