@@ -10,6 +10,53 @@ using platform::fourCharacterCode;
 
 using Output = AudioGraphTest;
 
+// Changes the default output while it begins to read the defaults, so that the server tells nobody else.
+class Meddler final : adapters::PipeWireConnection::Listener {
+ public:
+  Meddler() {
+    connection_.addListener(*this);
+    EXPECT_TRUE(connection_.open(std::chrono::seconds(10)));
+  }
+  ~Meddler() override {
+    const adapters::LoopLock lock(connection_.loop());
+    disconnected();
+  }
+  Meddler(const Meddler&) = delete;
+  Meddler& operator=(const Meddler&) = delete;
+
+  void setDefaultSink(const std::string& name) {
+    const adapters::LoopLock lock(connection_.loop());
+    ASSERT_TRUE(writer_);
+    pw_metadata_set_property(writer_.get(), PW_ID_CORE, "default.audio.sink", "Spa:String:JSON",
+                             (R"({"name":")" + name + R"("})").c_str());
+    reader_ = bind();
+  }
+
+ private:
+  using Metadata = adapters::Proxy<pw_metadata>;
+
+  void added(const adapters::PipeWireConnection::Global& global) override {
+    const spa_dict* properties = global.properties;
+    const char* name = properties != nullptr ? spa_dict_lookup(properties, PW_KEY_METADATA_NAME) : nullptr;
+    if (name == nullptr || std::string_view(name) != "default") return;
+    id_ = global.id;
+    writer_ = bind();
+  }
+  void disconnected() override {
+    writer_.reset();
+    reader_.reset();
+  }
+  Metadata bind() {
+    return Metadata(static_cast<pw_metadata*>(
+        pw_registry_bind(connection_.registry(), id_, PW_TYPE_INTERFACE_Metadata, PW_VERSION_METADATA, 0)));
+  }
+
+  adapters::PipeWireConnection connection_;
+  std::uint32_t id_ = PW_ID_ANY;
+  Metadata writer_;
+  Metadata reader_;
+};
+
 TEST_F(Output, OfTheDubHasItsLevelAndRateAndNoSeamBetweenBuffers) {
   const Monitor monitor(graph_, "speaker");
   DubPlayer dub(system_.playback(), clock_);
@@ -76,6 +123,14 @@ TEST_F(Output, ThatIsTheDefaultIsNamedAndAChangeIsTold) {
   EXPECT_TRUE(eventually([this] { return AudioRoute::outputName(hardware()) == "speaker"; }));
   graph_.destroyNode("speaker");
   EXPECT_TRUE(eventually([this] { return AudioRoute::outputName(hardware()).empty(); }));
+}
+
+TEST_F(Output, ThatIsTheDefaultIsKnownThoughTheServerKeptItsChangeFromUs) {
+  graph_.createSink("other");
+  ASSERT_EQ(AudioRoute::outputName(hardware()), "speaker");
+  Meddler meddler;
+  meddler.setDefaultSink("other");
+  EXPECT_TRUE(eventually([this] { return AudioRoute::outputName(hardware()) == "other"; }));
 }
 
 TEST(OutputTransport, IsThatOfTheDeviceBehindIt) {
