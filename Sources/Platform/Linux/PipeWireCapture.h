@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Platform/Linux/PipeWireGraph.h"
+#include "Platform/Linux/PipeWireStream.h"
 #include "Platform/Linux/PipeWireWorker.h"
 
 #include <memory>
@@ -10,7 +10,7 @@ namespace tolvera::adapters {
 // A capture of the default input for as long as it lives. It follows the default by itself: to another
 // device, over a device that is unplugged and comes back, over a restart of the sound server. Meanwhile
 // the block is not called. Owned by an input node; main thread.
-class PipeWireCapture final : private PipeWireConnection::Listener {
+class PipeWireCapture final : private PipeWireStream {
  public:
   // Throws PlatformError if there is no server or no input now, or if the input cannot be opened.
   PipeWireCapture(std::shared_ptr<PipeWireGraph> graph, const platform::AudioFormat& format,
@@ -21,23 +21,17 @@ class PipeWireCapture final : private PipeWireConnection::Listener {
   PipeWireCapture& operator=(const PipeWireCapture&) = delete;
 
  private:
-  struct Events;
-
   void settled() override;
   void disconnected() override;
   void follow();
-  void open(const PipeWireSources::Source& source);
-  void close();
+  void openOn(const PipeWireSources::Source& source);
+  void end();
   void awaitOpening();
-  void onState(pw_stream_state state, const char* error);
-  void onProcess() noexcept;
+  void onState(pw_stream_state state, const char* error) override;
+  void onProcess() noexcept override;
 
-  std::shared_ptr<PipeWireGraph> graph_;
-  const platform::AudioFormat format_;
   const std::uint32_t bufferSize_;
   PipeWireWorker worker_;
-  Stream stream_;
-  Hook hook_;
   std::uint64_t openSerial_ = 0; // the source that the stream is on
   bool flowing_ = false;         // the stream has started on its source
   bool failed_ = false;          // the stream has ended by itself

@@ -95,11 +95,7 @@ bool PipeWireConnection::open(std::chrono::milliseconds patience) {
   const LoopLock lock(loop_);
   if (lost_) disconnect();
   if (core_ == nullptr && !connect()) return false;
-  timespec deadline{};
-  pw_thread_loop_get_time(loop_, &deadline, std::chrono::nanoseconds(patience).count());
-  while (core_ != nullptr && !ready_) {
-    if (pw_thread_loop_timed_wait_full(loop_, &deadline) != 0) break;
-  }
+  waitFor([this] { return core_ == nullptr || ready_; }, patience);
   return ready_;
 }
 
@@ -170,15 +166,19 @@ void PipeWireConnection::changed() {
 
 void PipeWireConnection::retryIn(std::chrono::milliseconds delay) { arm(delay); }
 
-void PipeWireConnection::roundTrip(std::chrono::milliseconds patience) {
-  if (core_ == nullptr) return;
+void PipeWireConnection::waitFor(const std::function<bool()>& condition, std::chrono::milliseconds patience) {
   timespec deadline{};
   pw_thread_loop_get_time(loop_, &deadline, std::chrono::nanoseconds(patience).count());
+  while (!condition()) {
+    if (pw_thread_loop_timed_wait_full(loop_, &deadline) != 0) return;
+  }
+}
+
+void PipeWireConnection::roundTrip(std::chrono::milliseconds patience) {
+  if (core_ == nullptr) return;
   const int sequence = pw_core_sync(core_, PW_ID_CORE, 0);
   roundTrips_.insert(sequence);
-  while (roundTrips_.contains(sequence)) {
-    if (pw_thread_loop_timed_wait_full(loop_, &deadline) != 0) break;
-  }
+  waitFor([this, sequence] { return !roundTrips_.contains(sequence); }, patience);
   roundTrips_.erase(sequence);
 }
 

@@ -5,6 +5,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <mutex>
 #include <optional>
 #include <set>
@@ -57,8 +58,11 @@ class PipeWireConnection {
   [[nodiscard]] pw_core* core() const { return core_; } // null without a server
   [[nodiscard]] pw_registry* registry() const { return registry_; }
   void changed(); // `settled` is due after a round trip to the server
-  // Waits until the server has dealt with all that was asked of it, and we with what it said meanwhile. The
-  // lock is released the while. Not on the loop thread.
+  // Waits until the condition holds, looking at it whenever the loop is signalled. The lock is released the
+  // while. Not on the loop thread.
+  void waitFor(const std::function<bool()>& condition, std::chrono::milliseconds patience);
+  // As `waitFor`, until the server has dealt with all that was asked of it, and we with what it said
+  // meanwhile.
   void roundTrip(std::chrono::milliseconds patience);
   // `settled` is due then at the latest. Who finds it too early asks again.
   void retryIn(std::chrono::milliseconds delay);

@@ -2,7 +2,7 @@
 
 #include "Platform/PlatformError.h"
 
-#include <spa/param/audio/format-utils.h>
+#include <spa/param/audio/raw.h>
 
 #include <algorithm>
 #include <array>
@@ -21,53 +21,19 @@ constexpr std::chrono::milliseconds changePatience{500};
 constexpr std::chrono::milliseconds retryInterval{500};
 constexpr double quietSeconds = 2;
 
-spa_audio_info_raw streamFormat(const AudioFormat& format) {
-  spa_audio_info_raw info{};
-  info.format = SPA_AUDIO_FORMAT_F32P;
-  info.rate = static_cast<std::uint32_t>(format.sampleRate);
-  info.channels = std::min<std::uint32_t>(format.channelCount, SPA_AUDIO_MAX_CHANNELS);
-  for (std::uint32_t c = 0; c < info.channels; ++c) info.position[c] = SPA_AUDIO_CHANNEL_START_Aux + c;
-  if (info.channels == 1) info.position[0] = SPA_AUDIO_CHANNEL_MONO;
-  if (info.channels == 2) {
-    info.position[0] = SPA_AUDIO_CHANNEL_FL;
-    info.position[1] = SPA_AUDIO_CHANNEL_FR;
-  }
-  return info;
-}
-
 } // namespace
-
-struct PipeWireOutputStream::Events {
-  static void state(void* data, pw_stream_state /*old*/, pw_stream_state state, const char* /*error*/) {
-    static_cast<PipeWireOutputStream*>(data)->onState(state);
-  }
-  static void process(void* data) { static_cast<PipeWireOutputStream*>(data)->onProcess(); }
-  static void quiet(void* data, std::uint64_t /*count*/) {
-    static_cast<PipeWireOutputStream*>(data)->onQuiet();
-  }
-  static const pw_stream_events& all() {
-    static const pw_stream_events events = [] {
-      pw_stream_events made{};
-      made.version = PW_VERSION_STREAM_EVENTS;
-      made.state_changed = state;
-      made.process = process;
-      return made;
-    }();
-    return events;
-  }
-};
 
 PipeWireOutputStream::PipeWireOutputStream(std::shared_ptr<PipeWireGraph> graph, const AudioFormat& format,
                                            std::shared_ptr<PipeWireVoice> voice)
-    : graph_(std::move(graph)), format_(format), voice_(std::move(voice)) {
+    : PipeWireStream(std::move(graph), format), voice_(std::move(voice)) {
   PipeWireConnection& connection = graph_->connection;
   if (!connection.open(snapshotPatience)) {
     throw PlatformError("PipeWire", ECONNREFUSED, "The sound server does not answer.");
   }
   const LoopLock lock(connection.loop());
   pw_loop* loop = pw_thread_loop_get_loop(connection.loop());
-  quiet_ = pw_loop_add_event(loop, Events::quiet, this);
-  if (quiet_ == nullptr || !open()) {
+  quiet_ = pw_loop_add_event(loop, onQuiet, this);
+  if (quiet_ == nullptr || !begin()) {
     if (quiet_ != nullptr) pw_loop_destroy_source(loop, quiet_);
     throw PlatformError("PipeWire", EIO, "The sound server takes no stream.");
   }
@@ -79,76 +45,56 @@ PipeWireOutputStream::~PipeWireOutputStream() {
   const LoopLock lock(connection.loop());
   connection.removeListener(*this);
   awaitChange();
-  close();
+  end();
   pw_loop_destroy_source(pw_thread_loop_get_loop(connection.loop()), quiet_);
 }
 
 // The library loses a descriptor with a stream that is dropped while the server links it.
 void PipeWireOutputStream::awaitChange() {
-  pw_thread_loop* loop = graph_->connection.loop();
-  timespec deadline{};
-  pw_thread_loop_get_time(loop, &deadline, std::chrono::nanoseconds(changePatience).count());
-  while (stream_ && active_ != flowing_ && !failed_) {
-    if (pw_thread_loop_timed_wait_full(loop, &deadline) != 0) break;
-  }
+  graph_->connection.waitFor([this] { return stream() == nullptr || active_ == flowing_ || failed_; },
+                             changePatience);
 }
 
 void PipeWireOutputStream::settled() {
-  if (graph_->connection.core() == nullptr || (stream_ && !failed_)) return;
-  close();
-  if (!open()) graph_->connection.retryIn(retryInterval);
+  if (graph_->connection.core() == nullptr || (stream() != nullptr && !failed_)) return;
+  end();
+  if (!begin()) graph_->connection.retryIn(retryInterval);
 }
 
-void PipeWireOutputStream::disconnected() { close(); }
+void PipeWireOutputStream::disconnected() { end(); }
 
-bool PipeWireOutputStream::open() {
-  stream_.reset(pw_stream_new(graph_->connection.core(), "Tolvera Dub",
-                              pw_properties_new(PW_KEY_MEDIA_TYPE, "Audio", PW_KEY_MEDIA_CATEGORY, "Playback",
-                                                PW_KEY_MEDIA_NAME, "Tolvera Dub", PW_KEY_NODE_NAME,
-                                                "tolvera-dub", PW_KEY_APP_NAME, "Tolvera", nullptr)));
-  if (!stream_) return false;
-  open_ = true;
-  pw_stream_add_listener(stream_.get(), hook_.get(), &Events::all(), this);
-  std::array<std::uint8_t, 1024> storage{};
-  spa_pod_builder builder{};
-  spa_pod_builder_init(&builder, storage.data(), static_cast<std::uint32_t>(storage.size()));
-  spa_audio_info_raw info = streamFormat(format_);
-  const spa_pod* params[] = {spa_format_audio_raw_build(&builder, SPA_PARAM_EnumFormat, &info)};
-  const auto flags = static_cast<pw_stream_flags>(PW_STREAM_FLAG_AUTOCONNECT | PW_STREAM_FLAG_MAP_BUFFERS |
-                                                  PW_STREAM_FLAG_RT_PROCESS);
+bool PipeWireOutputStream::begin() {
   active_ = true;
-  const bool connected =
-      pw_stream_connect(stream_.get(), PW_DIRECTION_OUTPUT, PW_ID_ANY, flags, params, 1) >= 0;
-  if (!connected) close();
-  return connected;
+  pw_properties* properties =
+      pw_properties_new(PW_KEY_MEDIA_TYPE, "Audio", PW_KEY_MEDIA_CATEGORY, "Playback", PW_KEY_MEDIA_NAME,
+                        "Tolvera Dub", PW_KEY_NODE_NAME, "tolvera-dub", PW_KEY_APP_NAME, "Tolvera", nullptr);
+  const bool begun = open(PW_DIRECTION_OUTPUT, "Tolvera Dub", properties) >= 0;
+  if (!begun) end();
+  return begun;
 }
 
-void PipeWireOutputStream::close() {
-  open_ = false;
-  // Disconnecting ends the real-time callback; only then may what it uses go.
-  if (stream_) pw_stream_disconnect(stream_.get());
-  hook_.remove();
-  stream_.reset();
+void PipeWireOutputStream::end() {
+  close();
   active_ = flowing_ = failed_ = false;
 }
 
 void PipeWireOutputStream::wake() {
   const LoopLock lock(graph_->connection.loop());
-  if (!stream_ || active_) return;
+  if (stream() == nullptr || active_) return;
   active_ = true;
-  pw_stream_set_active(stream_.get(), true);
+  pw_stream_set_active(stream(), true);
 }
 
-void PipeWireOutputStream::onQuiet() {
-  if (!stream_ || !active_ || voice_->queue.hasSound()) return;
-  active_ = false;
-  pw_stream_set_active(stream_.get(), false);
+void PipeWireOutputStream::onQuiet(void* data, std::uint64_t /*count*/) {
+  auto* self = static_cast<PipeWireOutputStream*>(data);
+  if (self->stream() == nullptr || !self->active_ || self->voice_->queue.hasSound()) return;
+  self->active_ = false;
+  pw_stream_set_active(self->stream(), false);
 }
 
 // A stream without an output says that it has failed, and goes on when there is one. If it does not, another
 // is tried.
-void PipeWireOutputStream::onState(pw_stream_state state) {
-  if (!open_) return;
+void PipeWireOutputStream::onState(pw_stream_state state, const char* /*error*/) {
   failed_ = state == PW_STREAM_STATE_ERROR || state == PW_STREAM_STATE_UNCONNECTED;
   if (failed_) graph_->connection.retryIn(retryInterval);
   flowing_ = state == PW_STREAM_STATE_STREAMING;
@@ -156,7 +102,7 @@ void PipeWireOutputStream::onState(pw_stream_state state) {
 }
 
 void PipeWireOutputStream::onProcess() noexcept {
-  pw_buffer* taken = pw_stream_dequeue_buffer(stream_.get());
+  pw_buffer* taken = pw_stream_dequeue_buffer(stream());
   if (taken == nullptr) return;
   spa_buffer& buffer = *taken->buffer;
   std::array<float*, SPA_AUDIO_MAX_CHANNELS> planes{};
@@ -182,7 +128,7 @@ void PipeWireOutputStream::onProcess() noexcept {
     chunk.stride = sizeof(float);
     chunk.size = static_cast<std::uint32_t>(frames * sizeof(float));
   }
-  pw_stream_queue_buffer(stream_.get(), taken);
+  pw_stream_queue_buffer(stream(), taken);
 
   const auto limit = static_cast<std::size_t>(format_.sampleRate * quietSeconds);
   silentFrames_ = sound > 0 ? 0 : silentFrames_ + frames;

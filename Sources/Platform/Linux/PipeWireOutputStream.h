@@ -1,7 +1,7 @@
 #pragma once
 
-#include "Platform/Linux/PipeWireGraph.h"
 #include "Platform/Linux/PipeWireSoundQueue.h"
+#include "Platform/Linux/PipeWireStream.h"
 
 #include <atomic>
 #include <cstdint>
@@ -21,7 +21,7 @@ struct PipeWireVoice {
 // changes; over a restart of the sound server it comes back by itself. It runs only while there is something
 // to play, and for a moment after, so that the output can sleep. Owned by an output engine; one thread at a
 // time.
-class PipeWireOutputStream final : private PipeWireConnection::Listener {
+class PipeWireOutputStream final : private PipeWireStream {
  public:
   // Throws PlatformError if there is no server, or if it does not take a stream.
   PipeWireOutputStream(std::shared_ptr<PipeWireGraph> graph, const platform::AudioFormat& format,
@@ -34,26 +34,17 @@ class PipeWireOutputStream final : private PipeWireConnection::Listener {
   void wake(); // there is something to play
 
  private:
-  struct Events;
-
-  // Loop lock.
   void settled() override;
   void disconnected() override;
-  bool open();
-  void close();
+  bool begin();
+  void end();
   void awaitChange();
-  void onState(pw_stream_state state);
-  void onQuiet();
+  void onState(pw_stream_state state, const char* error) override;
+  void onProcess() noexcept override;
+  static void onQuiet(void* self, std::uint64_t count);
 
-  void onProcess() noexcept; // real-time thread
-
-  std::shared_ptr<PipeWireGraph> graph_;
-  const platform::AudioFormat format_;
   const std::shared_ptr<PipeWireVoice> voice_;
   spa_source* quiet_ = nullptr; // signalled when there has been nothing to play for a while
-  Stream stream_;
-  Hook hook_;
-  bool open_ = false; // what the stream says counts
   bool active_ = false;
   bool flowing_ = false; // the server has followed `active_`
   bool failed_ = false;

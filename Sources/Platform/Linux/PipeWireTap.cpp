@@ -178,12 +178,7 @@ PipeWireTap::~PipeWireTap() {
 // What is played from now on is heard when it returns. With a server that is slow the tap goes on opening by
 // itself.
 void PipeWireTap::awaitOpening() {
-  pw_thread_loop* loop = graph_->connection.loop();
-  timespec deadline{};
-  pw_thread_loop_get_time(loop, &deadline, std::chrono::nanoseconds(openingPatience).count());
-  while (filter_ && !failed_ && !standing_) {
-    if (pw_thread_loop_timed_wait_full(loop, &deadline) != 0) break;
-  }
+  graph_->connection.waitFor([this] { return !filter_ || failed_ || standing_; }, openingPatience);
 }
 
 // Linked as soon as a stream has its ports, as the session manager does it: neither comes late for the first
