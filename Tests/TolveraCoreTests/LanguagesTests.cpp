@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <span>
 #include <unordered_set>
 
 namespace tolvera {
@@ -27,24 +28,16 @@ TEST(Languages, HasSixtyDistinctRowsOfWhichTheFirstTwentyNineCanBeDubbed) {
 TEST(Languages, HasEightVoicesLabelledInBothLanguages) {
   EXPECT_EQ(Languages::voices.front(), (Voice{"Tina", "甜甜（女）", "Tina (female)"}));
   EXPECT_EQ(Languages::voices.back(), (Voice{"Aiden", "艾登（男·美音）", "Aiden (male, US)"}));
-  for (const Voice& voice : Languages::voices) {
-    EXPECT_TRUE(voice.en.starts_with(voice.code)) << voice.code;
-    EXPECT_NE(voice.zh.find("（"), std::string_view::npos) << voice.code;
-  }
 }
 
 TEST(Languages, FindsOnlyExactCodes) {
-  const auto chinese = Languages::find("zh");
-  ASSERT_TRUE(chinese);
-  EXPECT_EQ(chinese->englishName, "Chinese (Mandarin)");
-  EXPECT_EQ(chinese->id(), "zh");
+  EXPECT_EQ(Languages::find("zh").value().englishName, "Chinese (Mandarin)");
   for (const char* code : {"auto", "", "EN", "zh-Hans", "en "}) {
     EXPECT_FALSE(Languages::find(code)) << code;
     EXPECT_FALSE(Languages::canDub(code)) << code;
   }
   EXPECT_TRUE(Languages::canDub("fa"));
   EXPECT_FALSE(Languages::canDub("yue"));
-  EXPECT_FALSE(Languages::canDub("el"));
 }
 
 TEST(Languages, GuessesTheTargetFromALocale) {
@@ -55,35 +48,22 @@ TEST(Languages, GuessesTheTargetFromALocale) {
       {"", "en"},           {"__", "en"},      {"_pt_BR", "pt"},  {"JA", "ja"},         {"auto", "en"},
       {"ceb", "ceb"},       {"cebu", "en"},    {"en@x=zh", "en"},
   };
-  for (const auto& [identifier, code] : guesses) {
+  for (const auto& [identifier, code] : guesses)
     EXPECT_EQ(Languages::guessTarget(identifier), code) << identifier;
-    EXPECT_TRUE(Languages::find(Languages::guessTarget(identifier))) << identifier;
-  }
 }
 
-TEST(Languages, AreNamedInTitleCaseOrElseInEnglish) {
-  const FixedLocale locale;
-  EXPECT_EQ(Languages::find("ja")->displayName(locale, "en"), "Japanese");
+TEST(Languages, AreNamedInTitleCaseOrElseInEnglishAndSortedByThatName) {
+  FixedLocale locale;
   EXPECT_EQ(Languages::find("ja")->displayName(locale, "zh-Hans"), "日语");
   EXPECT_EQ(Languages::find("zh")->displayName(locale, "en"), "Chinese");
   EXPECT_EQ(Languages::find("ast")->displayName(locale, "zh-Hans"), "Asturian");
-}
 
-TEST(Languages, AreSortedByTheirNamesAndOtherwiseByTheTable) {
-  FixedLocale locale;
-  const auto codes = [&locale](std::string_view identifier) {
-    std::vector<std::string_view> sorted;
-    for (const Language& language : Languages::sorted(locale, identifier)) sorted.push_back(language.code);
-    return sorted;
-  };
-  const auto english = codes("en");
-  EXPECT_EQ(english.size(), 60u);
-  EXPECT_THAT((std::vector(english.begin(), english.begin() + 4)),
-              testing::ElementsAre("af", "ar", "ast", "az"));
-
+  std::vector<std::string_view> codes;
+  for (const Language& language : Languages::sorted(locale, "zh-Hans")) codes.push_back(language.code);
+  ASSERT_EQ(codes.size(), 60u);
+  EXPECT_THAT(std::span(codes).first(4), testing::ElementsAre("af", "ar", "ast", "az"));
   // Bytes of Chinese names come after all English ones.
-  const auto chinese = codes("zh-Hans");
-  EXPECT_THAT((std::vector(chinese.end() - 4, chinese.end())), testing::ElementsAre("zh", "ja", "en", "es"));
+  EXPECT_THAT(std::span(codes).last(4), testing::ElementsAre("zh", "ja", "en", "es"));
 
   for (const Language& language : Languages::all)
     locale.names[{"same", std::string(language.code)}] = "one name";

@@ -7,21 +7,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <ostream>
-
 namespace tolvera {
-
-// What a failed expectation prints for an event.
-void PrintTo(const TranslateSession::Event& event, std::ostream* out) {
-  static constexpr std::array names{"ready",  "caption",    "balance",      "dub",
-                                    "failed", "connecting", "reconnecting", "ended"};
-  *out << names.at(event.index());
-  if (const auto* failure = std::get_if<TranslateSession::Failed>(&event)) {
-    *out << "(" << failure->message << ", " << failure->code << ")";
-  }
-  if (const auto* caption = std::get_if<TranslateSession::Caption>(&event))
-    *out << "(" << caption->text << ")";
-}
 
 namespace {
 
@@ -51,13 +37,16 @@ class SessionTest : public testing::Test {
   test::TestLoop loop_;
   test::ScriptedURLSession network_{loop_.clock()};
   const WallTime origin_ = loop_.clock().now();
-  std::shared_ptr<Session> session_ = Session::make(
-      loop_.executor(), loop_.clock(), platform::URL("http://h/base"), "token",
-      {.target = "es", .source = "en", .dub = false, .showSource = true, .voice = {}}, network_);
+  std::shared_ptr<Session> session_ = make();
   std::vector<Event> events_;
   std::vector<double> times_;
   bool streamOver_ = false;
 
+  std::shared_ptr<Session> make() {
+    return Session::make(loop_.executor(), loop_.clock(), platform::URL("http://h/base"), "token",
+                         {.target = "es", .source = "en", .dub = false, .showSource = true, .voice = {}},
+                         network_);
+  }
   void start() {
     auto read = [](AsyncStream<Event> stream, SessionTest& test) -> Task<void> {
       while (auto event = co_await stream.next()) {
@@ -80,9 +69,6 @@ class SessionTest : public testing::Test {
     return handle;
   }
   double seconds() { return std::chrono::duration<double>(loop_.clock().now() - origin_).count(); }
-  std::shared_ptr<ScriptedConnection> connection(std::size_t index) {
-    return network_.connections().at(index);
-  }
   std::shared_ptr<ScriptedConnection> current() { return network_.connection(); }
   void fail(const std::string& why = "线路断了") {
     current()->fail(why);
@@ -104,7 +90,6 @@ TEST_F(SessionTest, TriesARefusingServerSevenTimesWithGrowingWaits) {
   EXPECT_TRUE(streamOver_);
   EXPECT_EQ(network_.connections().size(), 7U);
   for (const auto& each : network_.connections()) {
-    EXPECT_EQ(each->url(), network_.connections().front()->url());
     EXPECT_EQ(each->url().buffer(), "ws://h/base/ws?token=token&target=es&source=en&dub=0&src=1");
   }
   EXPECT_EQ(loop_.clock().sleepers(), 0U);
@@ -145,41 +130,30 @@ TEST_F(SessionTest, SendsChunksAtOnceAndDeliversWhatComes) {
                                    Event(Session::Dub{})));
 }
 
-TEST_F(SessionTest, DropsGarbageAndGoesOn) {
+TEST_F(SessionTest, FramesWithoutSenseErrorsAndStatusLeaveTheLineAlone) {
   start();
-  for (const auto& garbage : {std::string("{"), std::string("[1]"), std::string(), std::string(1 << 20, '['),
-                              std::string("\xff\xfe\0\x01", 4), std::string(R"({"type":"nonsense"})")}) {
-    deliver(garbage);
-  }
+  deliver("{");
   deliver(R"({"type":"error"})");
-  deliver(line("still here"));
-  EXPECT_THAT(events_, ElementsAre(connecting, Event(Session::Failed{"翻译服务出错", "upstream"}),
-                                   lineEvent("still here")));
-  EXPECT_TRUE(current()->closes().empty());
-}
-
-TEST_F(SessionTest, AStatusFrameOnlyTellsTheApplication) {
-  start();
   deliver(R"({"type":"status","state":"reconnecting"})");
+  deliver(line("still here"));
   fail();
-  loop_.advance(500ms);
-  EXPECT_THAT(events_, ElementsAre(connecting, reconnecting, reconnecting));
+  loop_.advance(500ms); // the first wait: a status does not count
+  EXPECT_THAT(events_, ElementsAre(connecting, Event(Session::Failed{"翻译服务出错", "upstream"}),
+                                   reconnecting, lineEvent("still here"), reconnecting));
   EXPECT_EQ(network_.connections().size(), 2U);
 }
 
 TEST_F(SessionTest, EndsAtOnceOnAFatalError) {
   for (const std::string code : {"quota_exhausted", "replaced", "upstream_rejected"}) {
     events_.clear();
-    session_ = Session::make(loop_.executor(), loop_.clock(), platform::URL("http://h"), "t", {}, network_);
+    session_ = make();
     start();
     current()->deliver(R"({"type":"error","code":")" + code + R"(","message":"no"})");
     current()->deliver(line("too late"));
     loop_.settle();
     EXPECT_THAT(events_, ElementsAre(connecting, Event(Session::Failed{"no", code}), ended));
     EXPECT_TRUE(streamOver_);
-    ASSERT_EQ(current()->closes().size(), 1U);
-    EXPECT_EQ(current()->closes()[0].code, 1000);
-
+    EXPECT_EQ(current()->closes().size(), 1U);
     EXPECT_TRUE(send().finished());
     EXPECT_TRUE(stop().finished()) << "nothing is left to say goodbye to";
     EXPECT_TRUE(current()->sent().empty());
@@ -193,8 +167,7 @@ TEST_F(SessionTest, SaysGoodbyeAndListensForFiveSeconds) {
   deliver(readyFrame);
   send();
   const auto stopping = stop();
-  const auto again = stop();
-  EXPECT_TRUE(again.finished());
+  EXPECT_TRUE(stop().finished());
   EXPECT_TRUE(send().finished());
   EXPECT_THAT(current()->sentTexts(), ElementsAre(R"({"type":"stop"})"));
   EXPECT_EQ(current()->sentAudio().size(), 1U) << "no audio after the goodbye";
@@ -216,20 +189,8 @@ TEST_F(SessionTest, SaysGoodbyeAndListensForFiveSeconds) {
   EXPECT_EQ(network_.connections().size(), 1U);
 }
 
-TEST_F(SessionTest, EndsEarlyIfTheServerClosesDuringTheGoodbye) {
-  start();
-  const auto stopping = stop();
-  loop_.advance(1s);
-  fail("对方关闭了连接");
-  EXPECT_THAT(events_, ElementsAre(connecting, ended));
-  EXPECT_FALSE(stopping.finished());
-  loop_.advance(4s);
-  EXPECT_TRUE(stopping.finished());
-  EXPECT_EQ(events_.size(), 2U);
-  EXPECT_EQ(network_.connections().size(), 1U);
-}
-
 TEST_F(SessionTest, StopsWhereverItStands) {
+  EXPECT_TRUE(send().finished());
   EXPECT_TRUE(stop().finished()) << "before it began";
   start();
   EXPECT_TRUE(streamOver_);
@@ -237,7 +198,7 @@ TEST_F(SessionTest, StopsWhereverItStands) {
   EXPECT_TRUE(network_.connections().empty());
 
   // While it waits to connect again: nothing is sent, and no connection follows.
-  session_ = Session::make(loop_.executor(), loop_.clock(), platform::URL("http://h"), "t", {}, network_);
+  session_ = make();
   start();
   fail();
   const auto stopping = stop();
@@ -246,10 +207,10 @@ TEST_F(SessionTest, StopsWhereverItStands) {
   EXPECT_THAT(events_, ElementsAre(connecting, ended));
   EXPECT_EQ(network_.connections().size(), 1U);
 
-  // Before the handshake is done: the frame waits, and a failure of it is no matter.
+  // Before the handshake is done: the frame waits. A server that fails or closes ends it early.
   events_.clear();
   network_.onConnection([](ScriptedConnection&) {});
-  session_ = Session::make(loop_.executor(), loop_.clock(), platform::URL("http://h"), "t", {}, network_);
+  session_ = make();
   start();
   const auto early = stop();
   EXPECT_EQ(current()->waitingSends(), 1U);
@@ -257,12 +218,8 @@ TEST_F(SessionTest, StopsWhereverItStands) {
   EXPECT_THAT(events_, ElementsAre(connecting, ended));
   loop_.advance(5s);
   EXPECT_TRUE(early.finished());
-}
-
-TEST_F(SessionTest, DropsAudioWithoutAConnection) {
-  EXPECT_TRUE(send().finished());
-  start();
-  EXPECT_TRUE(current()->sent().empty());
+  EXPECT_EQ(events_.size(), 2U);
+  EXPECT_EQ(network_.connections().size(), 2U);
 }
 
 // The receive loop and the pump both notice, each with its own wait and its own attempt.
@@ -281,7 +238,7 @@ TEST_F(SessionTest, CountsALossTwiceWhenAudioFlows) {
   EXPECT_THAT(events_, ElementsAre(connecting, ready, reconnecting, reconnecting));
   EXPECT_THAT(times_, ElementsAre(0, 0, 1.5, 2.1));
 
-  const auto replaced = connection(1);
+  const auto replaced = network_.connections().at(1);
   EXPECT_TRUE(replaced->closes().empty());
   EXPECT_TRUE(replaced->sent().empty()) << "a lost chunk is not sent again";
   replaced->deliver(line("from the past"));
@@ -320,25 +277,20 @@ TEST_F(SessionTest, HoldsThePumpWhileTheServerDoesNotRead) {
               ElementsAre(connecting, ready, lineEvent("reading goes on"), reconnecting, reconnecting));
 }
 
-TEST_F(SessionTest, FinishesAFrameWhoseSenderWasCancelled) {
+TEST_F(SessionTest, FinishesAFrameOrItsFailureThoughTheSenderWasCancelled) {
   start();
-  current()->stall();
-  const auto pump = send();
-  pump.cancel();
-  loop_.settle();
-  EXPECT_FALSE(pump.finished());
-  current()->goOn();
-  loop_.settle();
-  EXPECT_TRUE(pump.finished());
-  EXPECT_THAT(current()->sentAudio(), ElementsAre(chunk));
-
-  current()->stall(); // and deals with the failure of one
-  const auto another = send();
-  another.cancel();
-  loop_.settle();
-  fail();
-  loop_.advance(1s);
-  EXPECT_TRUE(another.finished());
+  for (const bool lost : {false, true}) {
+    current()->stall();
+    const auto pump = send();
+    pump.cancel();
+    loop_.settle();
+    EXPECT_FALSE(pump.finished());
+    if (lost) fail();
+    current()->goOn();
+    loop_.advance(1s);
+    EXPECT_TRUE(pump.finished());
+  }
+  EXPECT_THAT(network_.connections().front()->sentAudio(), ElementsAre(chunk));
   EXPECT_THAT(events_, ElementsAre(connecting, reconnecting, reconnecting));
 }
 
@@ -354,32 +306,28 @@ TEST_F(SessionTest, LeavesNothingBehindWhenItIsDropped) {
   EXPECT_TRUE(weak.expired());
   loop_.settle();
   EXPECT_TRUE(streamOver_);
-  for (const auto& each : {connection(1), connection(2)}) {
-    ASSERT_EQ(each->closes().size(), 1U);
-    EXPECT_EQ(each->closes()[0].code, 1000);
+  for (const auto& each : {network_.connections().at(1), network_.connections().at(2)}) {
+    EXPECT_EQ(each->closes().size(), 1U);
     EXPECT_EQ(each.use_count(), 2) << "the network and this loop";
   }
 }
 
-TEST_F(SessionTest, DoesNotConnectAgainOnceItIsDropped) {
+TEST_F(SessionTest, IsFreeAndSilentOnceItIsDroppedWhileItWaitsOrWhenItHasFinished) {
   start();
   fail();
-  const std::weak_ptr<Session> weak = session_;
-  session_.reset();
-  EXPECT_TRUE(weak.expired());
+  const std::weak_ptr<Session> waiting = std::exchange(session_, make());
+  EXPECT_TRUE(waiting.expired());
   loop_.advance(10s);
-  EXPECT_EQ(network_.connections().size(), 1U);
   EXPECT_TRUE(streamOver_);
-}
 
-TEST_F(SessionTest, IsFreeOnceItHasFinished) {
   start();
   loop_.run(session_->stop());
   loop_.settle();
-  const std::weak_ptr<Session> weak = session_;
-  session_.reset();
-  EXPECT_TRUE(weak.expired());
-  EXPECT_EQ(current().use_count(), 2);
+  const std::weak_ptr<Session> finished = std::exchange(session_, nullptr);
+  EXPECT_TRUE(finished.expired());
+  loop_.advance(10s);
+  EXPECT_EQ(network_.connections().size(), 2U);
+  for (const auto& each : network_.connections()) EXPECT_EQ(each.use_count(), 2);
 }
 
 // Real threads: the strand on a pool, the application here, and a server that fails when it likes. The
@@ -387,6 +335,14 @@ TEST_F(SessionTest, IsFreeOnceItHasFinished) {
 TEST(SessionOnThreads, SurvivesRunsThatFailAndStopAtAnyMoment) {
   test::TestLoop loop;
   boost::asio::thread_pool pool(2);
+  auto read = [](std::shared_ptr<Session> of, std::vector<Event>& into) -> Task<void> {
+    auto stream = co_await of->start();
+    while (auto event = co_await stream.next()) into.push_back(std::move(*event));
+  };
+  auto feed = [](std::shared_ptr<Session> into) -> Task<void> {
+    for (int i = 0; i < 50; ++i) co_await into->send(chunk);
+  };
+  auto finish = [](std::shared_ptr<Session> what) -> Task<void> { co_await what->stop(); };
   for (int run = 0; run < 60; ++run) {
     test::ScriptedURLSession network(loop.clock());
     network.onConnection([run](ScriptedConnection& connection) {
@@ -396,31 +352,17 @@ TEST(SessionOnThreads, SurvivesRunsThatFailAndStopAtAnyMoment) {
     auto session =
         Session::make(pool.get_executor(), loop.clock(), platform::URL("http://h"), "t", {}, network);
     std::vector<Event> events;
-    bool over = false;
-    bool stopped = false;
-    auto read = [](std::shared_ptr<Session> of, std::vector<Event>& into, bool& end) -> Task<void> {
-      auto stream = co_await of->start();
-      while (auto event = co_await stream.next()) into.push_back(std::move(*event));
-      end = true;
-    };
-    auto feed = [](std::shared_ptr<Session> into) -> Task<void> {
-      for (int i = 0; i < 50; ++i) co_await into->send(chunk);
-    };
-    auto finish = [](std::shared_ptr<Session> what, bool& done) -> Task<void> {
-      co_await what->stop();
-      done = true;
-    };
-    spawn(loop.executor(), "reader", read(session, events, over));
+    const auto reader = spawn(loop.executor(), "reader", read(session, events));
     ASSERT_TRUE(loop.settleUntil([&] { return !events.empty(); }));
     const auto pump = spawn(loop.executor(), "pump", feed(session));
     for (int i = 0; i < run; ++i) loop.settle();
     network.connection()->deliver(line("x"));
     if (run % 2 == 0) network.connection()->fail();
     pump.cancel();
-    spawn(loop.executor(), "stop", finish(std::move(session), stopped));
+    const auto stopping = spawn(loop.executor(), "stop", finish(std::move(session)));
     ASSERT_TRUE(loop.settleUntil([&] {
       if (const auto due = loop.clock().nextDue()) loop.clock().moveTo(*due);
-      return over && stopped && pump.finished();
+      return reader.finished() && stopping.finished() && pump.finished();
     }));
     EXPECT_EQ(events.back(), ended);
   }
