@@ -63,6 +63,8 @@ std::int64_t now() { return static_cast<std::int64_t>(std::time(nullptr)); }
 std::int64_t milliseconds(double seconds) { return static_cast<std::int64_t>(std::llround(seconds * 1000)); }
 double seconds(std::int64_t milliseconds) { return static_cast<double>(milliseconds) / 1000; }
 
+std::int64_t firstInteger(const Database::Statement& row) { return row.integer(0); }
+
 } // namespace
 
 AccountStore::AccountStore(const std::filesystem::path& directory)
@@ -89,8 +91,6 @@ AccountStore::AccountStore(const std::filesystem::path& directory)
       useLink_(database_, "UPDATE links SET used = 1 WHERE code_hash = ?1"),
       findLocalAccount_(database_, "SELECT account FROM local_account"),
       insertLocalAccount_(database_, "INSERT INTO local_account (one, account) VALUES (1, ?1)"),
-      findOwnAccount_(database_, "SELECT own_account, granted_ms - used_ms FROM installations"
-                                 " JOIN accounts ON id = own_account WHERE token_hash = ?1"),
       takeAll_(database_, "UPDATE accounts SET granted_ms = used_ms WHERE id = ?1"),
       grant_(database_, "UPDATE accounts SET granted_ms = granted_ms + ?2 WHERE id = ?1") {}
 
@@ -112,21 +112,16 @@ std::optional<AccountStore::Account> AccountStore::find(std::string_view token) 
 }
 
 std::optional<AccountStore::Account> AccountStore::account(const SecretHash& installation) {
-  if (!findInstallation_.with(installation).step()) return std::nullopt;
-  const std::int64_t granted = findInstallation_.integer(1);
-  const std::int64_t used = findInstallation_.integer(2);
-  const Account account{installation, findInstallation_.integer(0), seconds(granted - used), seconds(used),
-                        findInstallation_.integer(3) != 0};
-  findInstallation_.reset();
-  return account;
+  return findInstallation_.with(installation).first([&installation](const auto& row) {
+    const std::int64_t granted = row.integer(1);
+    const std::int64_t used = row.integer(2);
+    return Account{installation, row.integer(0), seconds(granted - used), seconds(used), row.integer(3) != 0};
+  });
 }
 
 double AccountStore::charge(const SecretHash& installation, double used) {
   std::scoped_lock lock(mutex_);
-  if (!chargeAccount_.with(installation, milliseconds(used)).step()) return 0;
-  const double left = seconds(chargeAccount_.integer(0));
-  chargeAccount_.run();
-  return left;
+  return seconds(chargeAccount_.with(installation, milliseconds(used)).first(firstInteger).value_or(0));
 }
 
 AccountStore::Account AccountStore::signOut(const SecretHash& installation) {
@@ -156,64 +151,57 @@ std::optional<AccountStore::Link> AccountStore::findLink(std::string_view code) 
 }
 
 std::optional<AccountStore::Link> AccountStore::link(const SecretHash& code) {
-  if (!findLink_.with(code, now() - linkLifetime).step()) return std::nullopt;
-  Link link;
-  link.purpose = static_cast<Purpose>(findLink_.integer(0));
-  const std::string hash = findLink_.text(1);
-  std::copy_n(hash.begin(), std::min(hash.size(), link.installation.size()), link.installation.begin());
-  link.pack = findLink_.text(2);
-  link.order = findLink_.text(3);
-  link.used = findLink_.integer(4) != 0;
-  link.signedIn = findLink_.integer(5) != 0;
-  findLink_.reset();
-  return link;
+  return findLink_.with(code, now() - linkLifetime).first([](const auto& row) {
+    Link link;
+    link.purpose = static_cast<Purpose>(row.integer(0));
+    const std::string hash = row.text(1);
+    std::copy_n(hash.begin(), std::min(hash.size(), link.installation.size()), link.installation.begin());
+    link.pack = row.text(2);
+    link.order = row.text(3);
+    link.used = row.integer(4) != 0;
+    link.signedIn = row.integer(5) != 0;
+    return link;
+  });
 }
 
 std::int64_t AccountStore::localAccount() {
-  if (findLocalAccount_.with().step()) {
-    const std::int64_t known = findLocalAccount_.integer(0);
-    findLocalAccount_.reset();
-    return known;
-  }
+  if (const auto known = findLocalAccount_.with().first(firstInteger)) return *known;
   insertAccount_.with(std::int64_t{0}).run();
   const std::int64_t made = database_.lastInsertedRow();
   insertLocalAccount_.with(made).run();
   return made;
 }
 
-AccountStore::Outcome AccountStore::confirmSignIn(std::string_view code) {
+template<typename Effect>
+AccountStore::Outcome AccountStore::confirm(std::string_view code, Purpose purpose, Effect effect) {
   const SecretHash hash = hashOf(code);
   std::scoped_lock lock(mutex_);
   Database::Transaction transaction(database_);
   const auto found = link(hash);
-  if (!found || found->purpose != Purpose::signIn) return Outcome::unknownCode;
+  if (!found || found->purpose != purpose) return Outcome::unknownCode;
   if (found->used) return Outcome::usedBefore;
+  if (purpose == Purpose::purchase && !found->signedIn) return Outcome::signInFirst;
   useLink_.with(hash).run();
-  if (!found->signedIn && findOwnAccount_.with(found->installation).step()) {
-    const std::int64_t own = findOwnAccount_.integer(0);
-    const std::int64_t left = findOwnAccount_.integer(1);
-    findOwnAccount_.reset();
-    const std::int64_t local = localAccount();
-    takeAll_.with(own).run();
-    grant_.with(local, left).run();
-    bindInstallation_.with(found->installation, local).run();
-  }
+  effect(*found);
   transaction.commit();
   return Outcome::done;
 }
 
+AccountStore::Outcome AccountStore::confirmSignIn(std::string_view code) {
+  return confirm(code, Purpose::signIn, [this](const Link& link) {
+    if (link.signedIn) return;
+    const auto own = account(link.installation).value();
+    const std::int64_t local = localAccount();
+    takeAll_.with(own.id).run();
+    grant_.with(local, milliseconds(own.secondsLeft)).run();
+    bindInstallation_.with(link.installation, local).run();
+  });
+}
+
 AccountStore::Outcome AccountStore::confirmPurchase(std::string_view code, double granted) {
-  const SecretHash hash = hashOf(code);
-  std::scoped_lock lock(mutex_);
-  Database::Transaction transaction(database_);
-  const auto found = link(hash);
-  if (!found || found->purpose != Purpose::purchase) return Outcome::unknownCode;
-  if (found->used) return Outcome::usedBefore;
-  if (!found->signedIn) return Outcome::signInFirst;
-  useLink_.with(hash).run();
-  grant_.with(account(found->installation).value().id, milliseconds(granted)).run();
-  transaction.commit();
-  return Outcome::done;
+  return confirm(code, Purpose::purchase, [this, granted](const Link& link) {
+    grant_.with(account(link.installation).value().id, milliseconds(granted)).run();
+  });
 }
 
 } // namespace tolvera::service

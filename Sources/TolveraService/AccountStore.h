@@ -74,6 +74,9 @@ class AccountStore {
   std::optional<Account> account(const SecretHash& installation);
   std::optional<Link> link(const SecretHash& code);
   std::int64_t localAccount();
+  // Uses a link up for what it is meant for, in one transaction with `effect`.
+  template<typename Effect>
+  Outcome confirm(std::string_view code, Purpose purpose, Effect effect);
 
   std::mutex mutex_;
   Database database_;
@@ -89,7 +92,6 @@ class AccountStore {
   Database::Statement useLink_;
   Database::Statement findLocalAccount_;
   Database::Statement insertLocalAccount_;
-  Database::Statement findOwnAccount_;
   Database::Statement takeAll_;
   Database::Statement grant_;
 };

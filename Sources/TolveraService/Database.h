@@ -3,10 +3,12 @@
 #include <cstdint>
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <span>
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <utility>
 
 struct sqlite3;
 struct sqlite3_stmt;
@@ -24,7 +26,7 @@ class Database {
   // Opens or creates the file, readable by its owner alone, with a write-ahead log. Throws DatabaseError.
   explicit Database(const std::filesystem::path& file);
 
-  // A prepared statement, used again and again: bind, step, read columns, reset.
+  // A prepared statement, used again and again: bind, then run, or read the rows.
   class Statement {
    public:
     Statement(Database& database, std::string_view sql);
@@ -41,6 +43,14 @@ class Database {
     bool step();
     // Runs to the end.
     void run();
+    // What `read` makes of the first row, nothing if there is none; the statement has run to the end then.
+    template<typename Read>
+    auto first(Read read) -> std::optional<decltype(read(std::as_const(*this)))> {
+      if (!step()) return std::nullopt;
+      auto result = read(std::as_const(*this));
+      run();
+      return result;
+    }
     void reset();
 
     [[nodiscard]] std::int64_t integer(int column) const;
