@@ -2,10 +2,14 @@
 
 #include "Platform/PlatformError.h"
 
+#include <boost/describe/class.hpp>
+#include <boost/describe/members.hpp>
+#include <boost/describe/modifiers.hpp>
 #include <boost/json/object.hpp>
 #include <boost/json/parse.hpp>
 #include <boost/json/serialize.hpp>
 #include <boost/json/value.hpp>
+#include <boost/mp11/algorithm.hpp>
 #include <boost/url/parse.hpp>
 
 #include <cerrno>
@@ -15,6 +19,15 @@
 namespace json = boost::json;
 
 namespace tolvera {
+
+BOOST_DESCRIBE_STRUCT(API::Pack, (), (id, hours, cents, fen, popular))
+BOOST_DESCRIBE_STRUCT(API::Signup, (), (token, secondsLeft))
+BOOST_DESCRIBE_STRUCT(API::Me, (),
+                      (secondsLeft, secondsUsed, dubMultiplier, voices, paymentMethods, loginMethods,
+                       signedIn, packs))
+BOOST_DESCRIBE_STRUCT(API::AuthURL, (), (url))
+BOOST_DESCRIBE_STRUCT(API::SignOut, (), (signedIn, secondsLeft))
+BOOST_DESCRIBE_STRUCT(API::Checkout, (), (url, orderId, signIn))
 
 namespace {
 
@@ -55,7 +68,6 @@ void read(const json::value& from, std::string_view name, std::int64_t& into) {
 
 template<typename T>
 void read(const json::value& from, std::string_view name, std::vector<T>& into);
-void read(const json::value& from, std::string_view name, API::Pack& into);
 
 const json::object& object(const json::value& from, std::string_view name) {
   if (!from.is_object()) reject(name);
@@ -63,60 +75,30 @@ const json::object& object(const json::value& from, std::string_view name) {
 }
 
 template<typename T>
-void require(const json::object& from, std::string_view name, T& into) {
+void readMember(const json::object& from, std::string_view name, T& into) {
   const auto* value = from.if_contains(name);
   if (!value) reject(name);
   read(*value, name, into);
 }
 
 template<typename T>
-void allow(const json::object& from, std::string_view name, std::optional<T>& into) {
+void readMember(const json::object& from, std::string_view name, std::optional<T>& into) {
   const auto* value = from.if_contains(name);
   if (value && !value->is_null()) read(*value, name, into.emplace());
 }
 
-void read(const json::value& from, std::string_view name, API::Pack& into) {
-  const auto& fields = object(from, name);
-  require(fields, "id", into.id);
-  require(fields, "hours", into.hours);
-  require(fields, "cents", into.cents);
-  require(fields, "fen", into.fen);
-  allow(fields, "popular", into.popular);
+// A record: a member of the object for each of its fields, by the same name.
+template<typename Record>
+void read(const json::value& from, std::string_view name, Record& into) {
+  const auto& members = object(from, name);
+  boost::mp11::mp_for_each<boost::describe::describe_members<Record, boost::describe::mod_public>>(
+      [&](auto field) { readMember(members, field.name, into.*field.pointer); });
 }
 
 template<typename T>
 void read(const json::value& from, std::string_view name, std::vector<T>& into) {
   if (!from.is_array()) reject(name);
   for (const auto& element : from.get_array()) read(element, name, into.emplace_back());
-}
-
-void decode(const json::object& from, API::Signup& into) {
-  require(from, "token", into.token);
-  require(from, "secondsLeft", into.secondsLeft);
-}
-
-void decode(const json::object& from, API::Me& into) {
-  require(from, "secondsLeft", into.secondsLeft);
-  require(from, "secondsUsed", into.secondsUsed);
-  require(from, "dubMultiplier", into.dubMultiplier);
-  require(from, "voices", into.voices);
-  require(from, "paymentMethods", into.paymentMethods);
-  require(from, "loginMethods", into.loginMethods);
-  require(from, "signedIn", into.signedIn);
-  require(from, "packs", into.packs);
-}
-
-void decode(const json::object& from, API::AuthURL& into) { require(from, "url", into.url); }
-
-void decode(const json::object& from, API::SignOut& into) {
-  require(from, "signedIn", into.signedIn);
-  require(from, "secondsLeft", into.secondsLeft);
-}
-
-void decode(const json::object& from, API::Checkout& into) {
-  require(from, "url", into.url);
-  allow(from, "orderId", into.orderId);
-  allow(from, "signIn", into.signIn);
 }
 
 // What the service says about a refusal: the "error" of an object that holds nothing but texts.
@@ -178,7 +160,7 @@ Task<Reply> API::send(API self, std::string path, std::string method, std::optio
   }
   const auto parsed = parse(response.body);
   Reply reply;
-  decode(object(parsed, "object"), reply);
+  read(parsed, "object", reply);
   co_return reply;
 }
 
