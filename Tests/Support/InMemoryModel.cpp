@@ -9,27 +9,27 @@ namespace tolvera::test {
 
 namespace json = boost::json;
 
-namespace {
+const std::string somePacks =
+    R"([{"id":"small","hours":1.5,"cents":199,"fen":1999},{"id":"medium","hours":10,"cents":1299,"fen":8800},)"
+    R"({"id":"large","hours":100,"cents":9900,"fen":68800}])";
 
-std::string me(double secondsLeft, bool signedIn, const std::string& packs) {
+std::string accountReply(double secondsLeft, bool signedIn, const std::string& packs) {
   return R"({"secondsLeft":)" + std::to_string(secondsLeft) +
          R"(,"secondsUsed":0,"dubMultiplier":4,"voices":[],"paymentMethods":[],"loginMethods":[],"signedIn":)" +
          (signedIn ? "true" : "false") + R"(,"packs":)" + packs + "}";
 }
 
-} // namespace
-
-const std::string InMemoryModel::somePacks =
-    R"([{"id":"small","hours":1.5,"cents":199,"fen":1999},{"id":"medium","hours":10,"cents":1299,"fen":8800},)"
-    R"({"id":"large","hours":100,"cents":9900,"fen":68800}])";
+void prepare(InMemoryPlatform& in) {
+  in.userDefaults.setObject("seenOnboarding", true);
+  in.userDefaults.setObject("uiLanguage", "english");
+  in.userDefaults.setObject("captureMode", "mic");
+  in.userDefaults.setObject("target", "es");
+  in.network.reply("/api/signup", 200, R"({"token":"secret token","secondsLeft":3600})");
+  in.network.reply("/api/me", 200, accountReply(3600));
+}
 
 InMemoryModel::InMemoryModel() {
-  in_.userDefaults.setObject("seenOnboarding", true);
-  in_.userDefaults.setObject("uiLanguage", "english");
-  in_.userDefaults.setObject("captureMode", "mic");
-  in_.userDefaults.setObject("target", "es");
-  in_.network.reply("/api/signup", 200, R"({"token":"secret token","secondsLeft":3600})");
-  in_.network.reply("/api/me", 200, me(3600, false, somePacks));
+  prepare(in_);
   app_ = AppState::make(in_.platform, windows_.make());
   settle();
 }
@@ -41,7 +41,7 @@ InMemoryModel::~InMemoryModel() {
 }
 
 void InMemoryModel::account(double secondsLeft, bool signedIn, const std::string& packs) {
-  in_.network.reply("/api/me", 200, me(secondsLeft, signedIn, packs));
+  in_.network.reply("/api/me", 200, accountReply(secondsLeft, signedIn, packs));
   in_.loop.run(app_->refreshAccount());
 }
 

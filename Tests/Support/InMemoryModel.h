@@ -9,9 +9,17 @@
 
 namespace tolvera::test {
 
+extern const std::string somePacks; // three, as the service lists them
+
+// The service's reply about an account.
+std::string accountReply(double secondsLeft, bool signedIn = false, const std::string& packs = somePacks);
+
+// English, microphone mode and past the onboarding, with a service that signs up and has an hour left.
+void prepare(InMemoryPlatform& in);
+
 // A model on the in-memory platform for views to show, brought into any state as in real life: by the
-// service's replies and frames. English, microphone mode, a signed-out account with an hour left. Nothing
-// has been asked of the service before `launch`. One thread.
+// service's replies and frames. Prepared as above. Nothing has been asked of the service before `launch`. One
+// thread.
 class InMemoryModel {
  public:
   InMemoryModel();
@@ -44,8 +52,6 @@ class InMemoryModel {
 
   // Lets everything that is ready happen.
   void settle() { in_.loop.settle(); }
-
-  static const std::string somePacks;
 
  private:
   void begin();

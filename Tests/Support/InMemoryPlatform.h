@@ -20,7 +20,7 @@ namespace tolvera::test {
 // Its parts are open to the test. One thread.
 struct InMemoryPlatform {
   TestLoop loop;
-  ScriptedURLSession network{loop.clock()};
+  ScriptedURLSession network;
   InMemoryAudio audio;
   InMemoryAudioHardware audioHardware;
   InMemoryPlayback playback;

@@ -23,9 +23,6 @@ constexpr auto ignoreCancellation = [](const Resumption&, boost::asio::cancellat
 
 } // namespace
 
-ScriptedConnection::ScriptedConnection(const Clock& clock, platform::URL url)
-    : clock_(clock), url_(std::move(url)), openedAt_(clock.now()) {}
-
 // Applies a change of state under the lock, and resumes whoever it lets go on.
 template<typename Change>
 void ScriptedConnection::change(Change apply) {
@@ -37,7 +34,7 @@ void ScriptedConnection::change(Change apply) {
       const auto frame = std::move(outgoing_.front());
       outgoing_.pop_front();
       frame->failure = failure_;
-      if (!failure_) sent_.push_back({clock_.now(), std::move(frame->message)});
+      if (!failure_) sent_.push_back(std::move(frame->message));
       ready.push_back(*std::exchange(frame->resume, std::nullopt));
     }
     if (reader_ && (failure_ || !incoming_.empty())) ready.push_back(*std::exchange(reader_, std::nullopt));
@@ -45,7 +42,7 @@ void ScriptedConnection::change(Change apply) {
   for (const auto& resumption : ready) resumption();
 }
 
-std::vector<ScriptedConnection::Sent> ScriptedConnection::sent() const {
+std::vector<platform::WebSocketTask::Message> ScriptedConnection::sent() const {
   std::scoped_lock lock(mutex_);
   return sent_;
 }
@@ -53,7 +50,7 @@ std::vector<ScriptedConnection::Sent> ScriptedConnection::sent() const {
 std::vector<platform::Data> ScriptedConnection::sentAudio() const {
   std::vector<platform::Data> audio;
   for (const auto& frame : sent()) {
-    if (const auto* data = std::get_if<platform::Data>(&frame.message)) audio.push_back(*data);
+    if (const auto* data = std::get_if<platform::Data>(&frame)) audio.push_back(*data);
   }
   return audio;
 }
@@ -61,7 +58,7 @@ std::vector<platform::Data> ScriptedConnection::sentAudio() const {
 std::vector<std::string> ScriptedConnection::sentTexts() const {
   std::vector<std::string> texts;
   for (const auto& frame : sent()) {
-    if (const auto* text = std::get_if<std::string>(&frame.message)) texts.push_back(*text);
+    if (const auto* text = std::get_if<std::string>(&frame)) texts.push_back(*text);
   }
   return texts;
 }
@@ -114,7 +111,7 @@ void ScriptedConnection::resume() {
 
 void ScriptedConnection::cancel(std::uint16_t closeCode, std::string reason) {
   change([&] {
-    closes_.push_back({clock_.now(), closeCode, std::move(reason)});
+    closes_.push_back({closeCode, std::move(reason)});
     if (!failure_) failure_ = "已关闭";
     incoming_.clear();
   });
@@ -192,7 +189,7 @@ std::size_t ScriptedURLSession::requestCount(std::string_view path) const {
 
 std::shared_ptr<platform::WebSocketTask> ScriptedURLSession::webSocketTask(const platform::URL& url) {
   std::scoped_lock lock(mutex_);
-  auto connection = std::make_shared<ScriptedConnection>(clock_, url);
+  auto connection = std::make_shared<ScriptedConnection>(url);
   connection->onResume_ = rule_;
   connections_.push_back(connection);
   return connection;

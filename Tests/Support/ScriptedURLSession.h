@@ -1,6 +1,5 @@
 #pragma once
 
-#include "Async/Clock.h"
 #include "Async/Suspension.h"
 #include "Platform/URLSession.h"
 
@@ -21,22 +20,16 @@ namespace tolvera::test {
 class ScriptedConnection final : public platform::WebSocketTask,
                                  public std::enable_shared_from_this<ScriptedConnection> {
  public:
-  struct Sent {
-    WallTime at;
-    Message message;
-  };
   struct Close {
-    WallTime at;
     std::uint16_t code;
     std::string reason;
   };
 
-  ScriptedConnection(const Clock& clock, platform::URL url);
+  explicit ScriptedConnection(platform::URL url) : url_(std::move(url)) {}
 
   // What the client has done.
   [[nodiscard]] const platform::URL& url() const { return url_; }
-  [[nodiscard]] WallTime openedAt() const { return openedAt_; } // when it was made
-  [[nodiscard]] std::vector<Sent> sent() const;                 // frames handed over, in order
+  [[nodiscard]] std::vector<Message> sent() const; // frames handed over, in order
   [[nodiscard]] std::vector<platform::Data> sentAudio() const;
   [[nodiscard]] std::vector<std::string> sentTexts() const;
   [[nodiscard]] std::vector<Close> closes() const; // each call of `cancel`
@@ -69,9 +62,7 @@ class ScriptedConnection final : public platform::WebSocketTask,
   template<typename Change>
   void change(Change apply);
 
-  const Clock& clock_;
   const platform::URL url_;
-  const WallTime openedAt_;
   std::function<void(ScriptedConnection&)> onResume_;
 
   mutable std::mutex mutex_;
@@ -81,7 +72,7 @@ class ScriptedConnection final : public platform::WebSocketTask,
   std::deque<Message> incoming_;
   std::optional<Resumption> reader_;
   std::deque<std::shared_ptr<Outgoing>> outgoing_;
-  std::vector<Sent> sent_;
+  std::vector<Message> sent_;
   std::vector<Close> closes_;
 };
 
@@ -91,7 +82,6 @@ class ScriptedURLSession final : public platform::URLSession {
  public:
   using Answer = std::function<Task<platform::HTTPResponse>(platform::HTTPRequest)>;
 
-  explicit ScriptedURLSession(const Clock& clock) : clock_(clock) {}
   ~ScriptedURLSession() override;
 
   // What happens to each connection as it is begun, such as `accept` (which is the rule at first), `fail`,
@@ -114,7 +104,6 @@ class ScriptedURLSession final : public platform::URLSession {
   Task<platform::HTTPResponse> data(platform::HTTPRequest request) override;
 
  private:
-  const Clock& clock_;
   mutable std::mutex mutex_;
   std::function<void(ScriptedConnection&)> rule_ = [](ScriptedConnection& connection) {
     connection.accept();

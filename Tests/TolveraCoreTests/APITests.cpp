@@ -16,7 +16,7 @@ namespace {
 class APITest : public testing::Test {
  protected:
   test::TestLoop loop_;
-  test::ScriptedURLSession network_{loop_.clock()};
+  test::ScriptedURLSession network_;
   API api_{platform::URL("http://h:1/base"), network_};
 
   platform::HTTPRequest lastRequest() { return network_.requests().back(); }

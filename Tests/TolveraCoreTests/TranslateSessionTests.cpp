@@ -35,7 +35,7 @@ Event lineEvent(const std::string& text) {
 class SessionTest : public testing::Test {
  protected:
   test::TestLoop loop_;
-  test::ScriptedURLSession network_{loop_.clock()};
+  test::ScriptedURLSession network_;
   const WallTime origin_ = loop_.clock().now();
   std::shared_ptr<Session> session_ = make();
   std::vector<Event> events_;
@@ -344,7 +344,7 @@ TEST(SessionOnThreads, SurvivesRunsThatFailAndStopAtAnyMoment) {
   };
   auto finish = [](std::shared_ptr<Session> what) -> Task<void> { co_await what->stop(); };
   for (int run = 0; run < 60; ++run) {
-    test::ScriptedURLSession network(loop.clock());
+    test::ScriptedURLSession network;
     network.onConnection([run](ScriptedConnection& connection) {
       connection.deliver(readyFrame);
       if (run % 3 == 0) connection.fail();

@@ -1,5 +1,7 @@
 #include "TolveraTests/ModelFixture.h"
 
+#include <QSignalSpy>
+
 namespace tolvera {
 namespace {
 
@@ -30,14 +32,6 @@ TEST_F(Events, CaptionsGrowInPlaceAndGoWholeToThePreviousLine) {
   EXPECT_EQ(lines(), (Lines{"", "", "", ""}));
 }
 
-TEST_F(Events, ABalanceChangesTheBalanceAndNothingElse) {
-  auto& model = launchLive();
-  say(R"({"type":"balance","secondsLeft":0})");
-  EXPECT_EQ(model.secondsLeft(), 0);
-  EXPECT_EQ(phase(), "live");
-  EXPECT_EQ(model.overlayStatus(), "Listening…");
-}
-
 TEST_F(Events, AFailureThatTheSessionSurvivesKeepsItsCaptionsComing) {
   auto& model = launchLive();
   say(R"({"type":"error","message":"hiccup","code":"upstream"})");
@@ -50,17 +44,13 @@ TEST_F(Events, AFailureThatTheSessionSurvivesKeepsItsCaptionsComing) {
 }
 
 TEST_F(Events, FatalCodesAreWordedHereAndStayOnScreen) {
-  const std::vector<std::pair<std::string, std::string>> worded = {
-      {R"({"type":"error","code":"quota_exhausted","message":"x"})",
-       "failed(Out of time. Buy more to continue.)"},
-      {R"({"type":"error","code":"replaced","message":"x"})",
-       "failed(Translation started on another device, so this session stopped.)"},
-      {R"({"type":"error","code":"upstream_rejected","message":"no Klingon here"})",
-       "failed(no Klingon here)"},
-  };
-  for (const auto& [frame, expected] : worded) {
+  const std::pair<std::string, std::string> worded[] = {
+      {"quota_exhausted", "failed(Out of time. Buy more to continue.)"},
+      {"replaced", "failed(Translation started on another device, so this session stopped.)"},
+      {"upstream_rejected", "failed(no Klingon here)"}};
+  for (const auto& [code, expected] : worded) {
     launchLive();
-    say(frame);
+    say(R"({"type":"error","message":"no Klingon here","code":")" + code + R"("})");
     in_.loop.advance(5s);
     EXPECT_EQ(phase(), expected);
     EXPECT_TRUE(in_.audio.capturing());
@@ -84,29 +74,25 @@ TEST_F(Events, ASessionThatEndsByItselfStopsTheRun) {
 
 TEST_F(Events, EachFieldAnnouncesAChangeOnceAndNothingWhenItDidNotChange) {
   auto& model = launchLive();
-  int phases = 0;
-  int balances = 0;
-  int current = 0;
-  int stash = 0;
-  int status = 0;
-  const QObject observer; // ends the connections with the counters
-  QObject::connect(&model, &AppState::phaseChanged, &observer, [&] { ++phases; });
-  QObject::connect(&model, &AppState::secondsLeftChanged, &observer, [&] { ++balances; });
-  QObject::connect(&model, &AppState::currentLineChanged, &observer, [&] { ++current; });
-  QObject::connect(&model, &AppState::currentStashChanged, &observer, [&] { ++stash; });
-  QObject::connect(&model, &AppState::overlayStatusChanged, &observer, [&] { ++status; });
+  const QSignalSpy phases(&model, &AppState::phaseChanged);
+  const QSignalSpy balances(&model, &AppState::secondsLeftChanged);
+  const QSignalSpy current(&model, &AppState::currentLineChanged);
+  const QSignalSpy stash(&model, &AppState::currentStashChanged);
+  const QSignalSpy status(&model, &AppState::overlayStatusChanged);
   for (int i = 0; i < 3; ++i) {
     say(R"({"type":"ready","secondsLeft":3000})");
     say(R"({"type":"balance","secondsLeft":3000})");
   }
-  EXPECT_EQ(phases + balances + status, 0);
+  EXPECT_EQ(phases.count() + balances.count() + status.count(), 0);
+  say(R"({"type":"balance","secondsLeft":0})");
+  EXPECT_EQ(model.secondsLeft(), 0);
   for (int i = 0; i < 3; ++i) say(R"({"type":"tr","text":"uno","stash":"dos"})");
-  EXPECT_EQ(current, 1);
-  EXPECT_EQ(stash, 1);
-  EXPECT_EQ(status, 1);
   say(R"({"type":"tr","text":"uno","stash":"tres"})");
-  EXPECT_EQ(current, 1);
-  EXPECT_EQ(stash, 2);
+  EXPECT_EQ(phases.count(), 0);
+  EXPECT_EQ(balances.count(), 1);
+  EXPECT_EQ(current.count(), 1);
+  EXPECT_EQ(status.count(), 1);
+  EXPECT_EQ(stash.count(), 2);
 }
 
 TEST_F(Events, OldCaptionsGoEightSecondsAfterTheLastOne) {
@@ -134,12 +120,6 @@ TEST_F(Events, NoLateClearingAfterAStop) {
   const auto status = model.overlayStatus();
   in_.loop.advance(20s);
   EXPECT_EQ(model.overlayStatus(), status);
-}
-
-TEST_F(Events, AMicrophoneRunIsNeverCalledSilent) {
-  auto& model = launchLive();
-  in_.loop.advance(60s);
-  EXPECT_EQ(model.overlayStatus(), "Listening…");
 }
 
 } // namespace

@@ -4,14 +4,7 @@
 
 namespace tolvera::test {
 
-ModelFixture::ModelFixture() {
-  in_.userDefaults.setObject("seenOnboarding", true);
-  in_.userDefaults.setObject("uiLanguage", "english");
-  in_.userDefaults.setObject("captureMode", "mic");
-  in_.userDefaults.setObject("target", "es");
-  in_.network.reply("/api/signup", 200, R"({"token":"secret token","secondsLeft":3600})");
-  in_.network.reply("/api/me", 200, me(3600));
-}
+ModelFixture::ModelFixture() { prepare(in_); }
 
 ModelFixture::~ModelFixture() {
   if (model_) in_.loop.run(model_->stop());
@@ -53,12 +46,6 @@ void ModelFixture::speak(double seconds, float level) {
 void ModelFixture::say(const std::string& frame) {
   connection().deliver(frame);
   in_.loop.settle();
-}
-
-std::string ModelFixture::me(double secondsLeft, bool signedIn) {
-  return R"({"secondsLeft":)" + std::to_string(secondsLeft) +
-         R"(,"secondsUsed":0,"dubMultiplier":4,"voices":[],"paymentMethods":[],"loginMethods":[],"signedIn":)" +
-         (signedIn ? "true" : "false") + R"(,"packs":[{"id":"p1","hours":1.5,"cents":199,"fen":1999}]})";
 }
 
 } // namespace tolvera::test

@@ -1,7 +1,6 @@
 #pragma once
 
-#include "Support/InMemoryPlatform.h"
-#include "Support/RecordedWindows.h"
+#include "Support/InMemoryModel.h"
 #include "Tolvera/AppState.h"
 
 #include <gtest/gtest.h>
@@ -11,8 +10,7 @@
 
 namespace tolvera::test {
 
-// A model on the in-memory platform: English interface, microphone mode, a signed-up account with an hour
-// left on a service that answers and accepts.
+// A model on a prepared in-memory platform, whose service answers and accepts.
 class ModelFixture : public testing::Test {
  protected:
   ModelFixture();
@@ -35,8 +33,6 @@ class ModelFixture : public testing::Test {
 
   [[nodiscard]] ScriptedConnection& connection() { return *in_.network.connection(); }
   [[nodiscard]] std::string phase() const { return model_->phase().description().toStdString(); }
-
-  static std::string me(double secondsLeft, bool signedIn = false);
 
   InMemoryPlatform in_;
   RecordedWindows windows_;

@@ -26,15 +26,12 @@ TEST(TokenStore, KeepsOneFileForEachServer) {
 
 TEST(TokenStore, TrimsWhatItReadsAndTellsBlankFromAbsent) {
   test::InMemoryFileManager files;
-  EXPECT_FALSE(TokenStore::load(files, local));
-  files.files[localFile] = " \t to ken\r\n\n";
-  EXPECT_EQ(TokenStore::load(files, local), "to ken");
-  files.files[localFile] = "";
-  EXPECT_EQ(TokenStore::load(files, local), "");
-  files.files[localFile] = "\n \n";
-  EXPECT_EQ(TokenStore::load(files, local), "");
-  files.files[localFile] = "\xff\xfe token";
-  EXPECT_FALSE(TokenStore::load(files, local));
+  const std::pair<const char*, std::optional<std::string>> contents[] = {
+      {" \t to ken\r\n\n", "to ken"}, {"", ""}, {"\n \n", ""}, {"\xff\xfe token", std::nullopt}};
+  for (const auto& [content, token] : contents) {
+    files.files[localFile] = content;
+    EXPECT_EQ(TokenStore::load(files, local), token) << content;
+  }
 }
 
 TEST(TokenStore, FailsInSilence) {
