@@ -1,5 +1,7 @@
 #include "ShellTests/DesktopFixture.h"
 
+#include "ShellTests/DesktopControl.h"
+
 #include <QColor>
 #include <QCoreApplication>
 #include <QElapsedTimer>
@@ -21,7 +23,11 @@ namespace tolvera::test {
 
 namespace {
 
-constexpr int patience = 10'000; // milliseconds
+// Milliseconds.
+constexpr int patience = 10'000;
+constexpr int dragStep = 8;
+
+constexpr int dragSteps = 16;
 
 struct Line {
   std::string text;
@@ -52,6 +58,16 @@ class OtherWindow final : public QRasterWindow {
   QFile keys_;
 };
 
+// Runs the event loop for that many milliseconds.
+void runFor(int milliseconds) {
+  QElapsedTimer timer;
+  timer.start();
+  while (timer.elapsed() < milliseconds) {
+    QCoreApplication::processEvents();
+    usleep(500);
+  }
+}
+
 } // namespace
 
 bool eventually(const std::function<bool()>& condition) {
@@ -79,37 +95,35 @@ void settleDesktop() {
   });
 }
 
-std::string xdotool(std::vector<std::string> words) {
-  words.insert(words.begin(), "xdotool");
-  auto output = outputOf(std::move(words));
-  while (!output.empty() && output.back() == '\n') output.pop_back();
-  return output;
-}
-
 void movePointer(QPoint to) {
-  xdotool({"mousemove", std::to_string(to.x()), std::to_string(to.y())});
+  desktop().movePointer(to);
   settleDesktop();
 }
 
 void press(QPoint at) {
+  // As a hand does, which comes near before it is there.
+  movePointer(at - QPoint(1, 1));
   movePointer(at);
-  xdotool({"mousedown", "1"});
+  desktop().pressButton();
   settleDesktop();
 }
 
 void release() {
-  xdotool({"mouseup", "1"});
+  desktop().releaseButton();
   settleDesktop();
 }
 
 void drag(QPoint from, QPoint to) {
   press(from);
-  movePointer((from + to) / 2);
-  movePointer(to);
+  for (int left = dragSteps - 1; left >= 0; --left) {
+    desktop().movePointer(to - (to - from) * left * left / (dragSteps * dragSteps));
+    runFor(dragStep);
+  }
+  settleDesktop();
   release();
 }
 
-QImage screenshot() { return QGuiApplication::primaryScreen()->grabWindow(0).toImage(); }
+QImage screenshot() { return desktop().screenshot(); }
 
 bool resembles(const QColor& color, const QColor& other) {
   const auto near = [](int a, int b) { return std::abs(a - b) <= 3; };
@@ -127,8 +141,8 @@ void printPromises() {
   for (const auto& [text, kept] : table()) std::printf("  %-4s %s\n", kept ? "yes" : "NO", text.c_str());
 }
 
-ChildProcess startOtherProgram(const std::string& keys) {
-  ChildProcess other({"/proc/self/exe", "--other-program", keys});
+ChildProcess startOtherProgram(const std::string& keys, const std::string& platform) {
+  ChildProcess other({"/proc/self/exe", "--other-program", keys, "-platform", platform});
   const auto fillsTheScreen = [] {
     const auto image = screenshot();
     return resembles(image.pixelColor(3, 3), otherColor) &&

@@ -19,12 +19,10 @@ bool eventually(const std::function<bool()>& condition);
 // Lets everything that is under way come to rest: windows, the window manager, drawing.
 void settleDesktop();
 
-// Runs xdotool with these words and gives what it prints, without the line feed.
-std::string xdotool(std::vector<std::string> words);
 void movePointer(QPoint to);
 void press(QPoint at);
 void release();
-// Presses at a point, moves and lets go.
+// Presses at a point, moves as a hand does and lets go.
 void drag(QPoint from, QPoint to);
 
 // What is on the screen.
@@ -40,8 +38,8 @@ void printPromises();
 // The colour of the window of another program that fills the screen.
 inline const QColor otherColor(200, 40, 160);
 // This program again, as another one with a full-screen window that has the focus, once its window is there.
-// The keys that it is given are written to `keys`.
-ChildProcess startOtherProgram(const std::string& keys);
+// The keys that it is given are written to `keys`. Its windows are made by Qt's platform of that name.
+ChildProcess startOtherProgram(const std::string& keys, const std::string& platform = "xcb");
 // What such a program does instead of the tests.
 int runOtherProgram(const char* keys);
 

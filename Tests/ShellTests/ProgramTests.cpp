@@ -1,3 +1,4 @@
+#include "ShellTests/DesktopControl.h"
 #include "ShellTests/DesktopFixture.h"
 #include "Support/ChildProcess.h"
 #include "Support/TemporaryDirectory.h"

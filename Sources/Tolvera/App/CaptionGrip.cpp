@@ -6,20 +6,6 @@
 
 namespace tolvera {
 
-namespace {
-
-Qt::CursorShape cursorFor(Qt::Edges edges) {
-  if (edges == (Qt::LeftEdge | Qt::TopEdge) || edges == (Qt::RightEdge | Qt::BottomEdge)) {
-    return Qt::SizeFDiagCursor;
-  }
-  if (edges == (Qt::RightEdge | Qt::TopEdge) || edges == (Qt::LeftEdge | Qt::BottomEdge)) {
-    return Qt::SizeBDiagCursor;
-  }
-  return edges & (Qt::LeftEdge | Qt::RightEdge) ? Qt::SizeHorCursor : Qt::SizeVerCursor;
-}
-
-} // namespace
-
 CaptionGrip::CaptionGrip(Part part, QQuickItem& scene) : QQuickItem(&scene), part_(part) {
   setZ(part == Part::ground ? -1 : 1);
   setAcceptedMouseButtons(Qt::LeftButton);
@@ -28,6 +14,16 @@ CaptionGrip::CaptionGrip(Part part, QQuickItem& scene) : QQuickItem(&scene), par
   connect(&scene, &QQuickItem::widthChanged, this, fill);
   connect(&scene, &QQuickItem::heightChanged, this, fill);
   fill();
+}
+
+Qt::CursorShape CaptionGrip::cursorFor(Qt::Edges edges) {
+  if (edges == (Qt::LeftEdge | Qt::TopEdge) || edges == (Qt::RightEdge | Qt::BottomEdge)) {
+    return Qt::SizeFDiagCursor;
+  }
+  if (edges == (Qt::RightEdge | Qt::TopEdge) || edges == (Qt::LeftEdge | Qt::BottomEdge)) {
+    return Qt::SizeBDiagCursor;
+  }
+  return edges & (Qt::LeftEdge | Qt::RightEdge) ? Qt::SizeHorCursor : Qt::SizeVerCursor;
 }
 
 Qt::Edges CaptionGrip::edgesAt(QPointF point) const {
@@ -40,7 +36,10 @@ bool CaptionGrip::contains(const QPointF& point) const {
 
 void CaptionGrip::hoverMoveEvent(QHoverEvent* event) {
   const auto edges = edgesAt(event->position());
-  if (edges) setCursor(cursorFor(edges));
+  if (edges) {
+    setCursor(cursorFor(edges));
+    Q_EMIT hovered();
+  }
   event->ignore(); // what lies below is hovered over as well
 }
 

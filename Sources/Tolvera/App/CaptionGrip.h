@@ -16,9 +16,14 @@ class CaptionGrip final : public QQuickItem {
 
   CaptionGrip(Part part, QQuickItem& scene);
 
+  // What the pointer looks like at these edges.
+  [[nodiscard]] static Qt::CursorShape cursorFor(Qt::Edges edges);
+
   [[nodiscard]] bool contains(const QPointF& point) const override;
 
  Q_SIGNALS:
+  // The pointer, not pressed, is at an edge.
+  void hovered();
   // Points of the desktop. Without edges the whole panel has been taken hold of.
   void pressed(Qt::Edges edges, QPointF pointer);
   void moved(QPointF pointer);

@@ -91,15 +91,31 @@ void QuickCaptionPanel::orderFrontRegardless() {
 void QuickCaptionPanel::orderOut() {
   compositorPoll_.stop();
   gesture_.reset();
+  net_.reset();
   hide();
 }
 
 void QuickCaptionPanel::addGrip(CaptionGrip::Part part) {
   auto* const grip = new CaptionGrip(part, *contentItem());
-  connect(grip, &CaptionGrip::pressed, this,
+  connect(grip, &CaptionGrip::hovered, this, &QuickCaptionPanel::spreadNet);
+  takeGestures(*grip);
+}
+
+void QuickCaptionPanel::spreadNet() {
+  if (!EdgeNet::isNeeded() || gesture_) return;
+  if (!net_) {
+    net_.emplace([this](QPointF point) { return CaptionGeometry::edgesAt(size(), point - position()); });
+    takeGestures(*net_);
+  }
+  net_->spread();
+}
+
+template<typename Source>
+void QuickCaptionPanel::takeGestures(Source& source) {
+  connect(&source, &Source::pressed, this,
           [this](Qt::Edges edges, QPointF pointer) { begin({edges, pointer, QRectF(geometry())}); });
-  connect(grip, &CaptionGrip::moved, this, &QuickCaptionPanel::follow);
-  connect(grip, &CaptionGrip::released, this, [this] { gesture_.reset(); });
+  connect(&source, &Source::moved, this, &QuickCaptionPanel::follow);
+  connect(&source, &Source::released, this, [this] { gesture_.reset(); });
 }
 
 void QuickCaptionPanel::begin(Gesture gesture) {

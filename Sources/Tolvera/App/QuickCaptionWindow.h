@@ -2,6 +2,7 @@
 
 #include "Platform/UserDefaults.h"
 #include "Tolvera/App/CaptionGrip.h"
+#include "Tolvera/App/EdgeNet.h"
 #include "Tolvera/App/ScreenGeometry.h"
 #include "Tolvera/App/X11Desktop.h"
 #include "Tolvera/WindowControllers.h"
@@ -49,6 +50,10 @@ class QuickCaptionPanel final : public QQuickView, public CaptionPanel {
   };
 
   void addGrip(CaptionGrip::Part part);
+  void spreadNet();
+  // `source` has the signals of a grip.
+  template<typename Source>
+  void takeGestures(Source& source);
   void begin(Gesture gesture);
   void follow(QPointF pointer);
   void placeOn(const ScreenArea& screen);
@@ -59,7 +64,8 @@ class QuickCaptionPanel final : public QQuickView, public CaptionPanel {
 
   platform::UserDefaults& defaults_;
   std::optional<Gesture> gesture_;
-  QTimer compositorPoll_; // while the panel is on the screen
+  std::optional<EdgeNet> net_; // once it is needed
+  QTimer compositorPoll_;      // while the panel is on the screen
   X11Desktop::WindowOrder windowOrder_;
   QTimer raiseAgain_;
   bool masked_ = false;

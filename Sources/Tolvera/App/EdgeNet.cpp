@@ -1,0 +1,67 @@
+#include "Tolvera/App/EdgeNet.h"
+
+#include "Tolvera/App/CaptionGrip.h"
+
+#include <QGuiApplication>
+#include <QMouseEvent>
+#include <QScreen>
+
+#include <utility>
+
+namespace tolvera {
+
+EdgeNet::EdgeNet(std::function<Qt::Edges(QPointF)> edgesAt) : edgesAt_(std::move(edgesAt)) {
+  setFlags(Qt::ToolTip | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint | Qt::WindowDoesNotAcceptFocus |
+           Qt::NoDropShadowWindowHint | Qt::X11BypassWindowManagerHint);
+  auto format = requestedFormat();
+  format.setAlphaBufferSize(8);
+  setFormat(format);
+}
+
+// The X server of a Wayland compositor calls its screens after itself.
+bool EdgeNet::isNeeded() {
+  const auto* const screen = QGuiApplication::primaryScreen();
+  return screen && QGuiApplication::platformName() == QStringLiteral("xcb") &&
+         screen->name().startsWith(QStringLiteral("XWAYLAND"));
+}
+
+void EdgeNet::spread() {
+  if (isVisible()) return;
+  setGeometry(QGuiApplication::primaryScreen()->virtualGeometry());
+  show();
+}
+
+void EdgeNet::mousePressEvent(QMouseEvent* event) {
+  const auto edges = edgesAt_(event->globalPosition());
+  if (event->button() == Qt::LeftButton && edges) Q_EMIT pressed(edges, event->globalPosition());
+}
+
+void EdgeNet::mouseMoveEvent(QMouseEvent* event) {
+  if (event->buttons() & Qt::LeftButton) {
+    Q_EMIT moved(event->globalPosition());
+  } else {
+    watch(event->globalPosition());
+  }
+}
+
+void EdgeNet::mouseReleaseEvent(QMouseEvent* event) {
+  if (event->button() != Qt::LeftButton) return;
+  Q_EMIT released();
+  watch(event->globalPosition());
+}
+
+bool EdgeNet::event(QEvent* event) {
+  if (event->type() == QEvent::Leave) hide();
+  return QRasterWindow::event(event);
+}
+
+void EdgeNet::watch(QPointF pointer) {
+  const auto edges = edgesAt_(pointer);
+  if (edges) {
+    setCursor(CaptionGrip::cursorFor(edges));
+  } else {
+    hide();
+  }
+}
+
+} // namespace tolvera
