@@ -98,6 +98,21 @@ TEST_F(CaptionViewTest, AChangeOfTheSentenceUnderWayCostsOneLayoutAndMovesNothin
   EXPECT_EQ(earlier.mapToScene(QPointF(0, 0)), place) << "the controls do not push the captions down";
 }
 
+TEST_F(CaptionViewTest, APanelTooLowForAllLosesTheOldestWords) {
+  model_.live();
+  for (const auto size : {QSize(780, 132), QSize(360, 72)}) {
+    open(size);
+    model_.source("spoken");
+    model_.finish("Earlier.");
+    model_.translation(longText.toStdString());
+    host_->grab();
+    const auto& current = line(longText);
+    EXPECT_EQ(current.mapRectToScene(current.boundingRect()).bottom(), size.height() - 12);
+    EXPECT_EQ(line("spoken").color().alpha(), 0) << "no half of it is seen";
+    EXPECT_EQ(line("Earlier.").color().alpha() > 0, size.height() > 100);
+  }
+}
+
 TEST_F(CaptionViewTest, ShowsItsControlsOnlyUnderThePointer) {
   model_.live();
   model_.balance(700);

@@ -235,6 +235,17 @@ std::vector<Picture> captionPictures() {
          m.live();
          speaksAtLength(m);
        }},
+      {"caption-crowded", Kind::caption, panel,
+       [](auto& m) {
+         m.live();
+         speaksAtLength(m);
+       }},
+      {"caption-crowded-by-large-text", Kind::caption, panel,
+       [](auto& m) {
+         m.settings().setOverlayFontSize(32);
+         m.live();
+         speaks(m);
+       }},
       {"caption-smallest", Kind::caption, QSize(360, 72),
        [](auto& m) {
          m.live();

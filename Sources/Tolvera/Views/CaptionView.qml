@@ -37,50 +37,76 @@ Item {
         selectionColor: "#6679a7ff"
     }
 
-    Column {
-        anchors.fill: parent
+    CaptionTopRow {
+        id: topRow
+
+        anchors.left: parent.left
+        anchors.right: parent.right
+        anchors.top: parent.top
         anchors.leftMargin: 16
         anchors.rightMargin: 16
         anchors.topMargin: 10
+        app: view.app
+        controlsShown: view.hovering
+        onFontStep: step => view.adjustFont(step)
+    }
+
+    Item {
+        id: captions
+
+        // Whether a line is seen whole at this distance from the top. What is not stays in the accessibility
+        // tree, so that it can be read.
+        function hasRoomAt(y: real): bool {
+            return rows.y + y > -1;
+        }
+
+        anchors.left: topRow.left
+        anchors.right: topRow.right
+        anchors.top: topRow.bottom
+        anchors.topMargin: 6
+        anchors.bottom: parent.bottom
         anchors.bottomMargin: 12
-        spacing: 6
         clip: true
 
-        CaptionTopRow {
-            width: parent.width
-            app: view.app
-            controlsShown: view.hovering
-            onFontStep: step => view.adjustFont(step)
-        }
-
-        Line {
-            visible: view.app.settings.showSource && text !== ""
-            text: view.app.sourceLine
-            elidesHead: true
-            color: CaptionViewRules.white(0.62)
-            font.pixelSize: view.fontSize * 0.68
-        }
-
         Column {
+            id: rows
+
+            // In a panel too low for all of them it is the oldest words that go, never the newest.
+            y: Math.min(0, captions.height - height)
             width: parent.width
-            spacing: 2
+            spacing: 6
 
             Line {
-                visible: text !== ""
-                text: view.app.previousLine
+                visible: view.app.settings.showSource && text !== ""
+                text: view.app.sourceLine
                 elidesHead: true
-                color: CaptionViewRules.white(0.45)
-                font.pixelSize: view.fontSize
-                font.weight: Font.Medium
+                color: captions.hasRoomAt(y) ? CaptionViewRules.white(0.62) : "transparent"
+                font.pixelSize: view.fontSize * 0.68
             }
-            Line {
-                text: view.app.currentLine
-                tail: view.app.currentStash
-                maximumLineCount: 2
-                color: CaptionViewRules.white(1)
-                tailColor: CaptionViewRules.white(0.55)
-                font.pixelSize: view.fontSize
-                font.weight: Font.Medium
+
+            Column {
+                id: sentences
+
+                width: parent.width
+                spacing: 2
+
+                Line {
+                    visible: text !== ""
+                    text: view.app.previousLine
+                    elidesHead: true
+                    color: captions.hasRoomAt(sentences.y + y) ? CaptionViewRules.white(0.45) : "transparent"
+                    font.pixelSize: view.fontSize
+                    font.weight: Font.Medium
+                }
+                Line {
+                    text: view.app.currentLine
+                    tail: view.app.currentStash
+                    maximumLineCount: 2
+                    color: CaptionViewRules.white(1)
+                    tailColor: CaptionViewRules.white(0.55)
+                    font.pixelSize: view.fontSize
+                    font.weight: Font.Medium
+                }
             }
         }
     }
