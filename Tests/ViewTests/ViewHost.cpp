@@ -171,6 +171,14 @@ QStringList ViewHost::faults() {
     }
     if (scene.left() < -1 || scene.right() > bounds.right() + 1) faults.append(text + ": beyond the window");
   });
+  forEachInterface([&](QAccessibleInterface& element) {
+    const auto state = element.state();
+    const bool isControl = state.focusable || state.checkable || element.role() == QAccessible::Button;
+    if (!isControl || element.role() == QAccessible::StaticText) return;
+    const QString kind = element.object()->metaObject()->className();
+    if (element.text(QAccessible::Name).isEmpty()) faults.append(kind + ": has no name");
+    if (element.role() == QAccessible::Client) faults.append(kind + ": has no role");
+  });
   return faults;
 }
 

@@ -50,7 +50,8 @@ class ViewHost {
   // The name of what has the keyboard's focus.
   QString focused();
 
-  // Texts that are cut off or that stand outside of the window, each as the text and why.
+  // Texts that are cut off or stand outside of the window, and controls that the accessibility tree does not
+  // tell apart: each as what it is and why.
   QStringList faults();
 
   // Warnings of Qt and QML since the last call.

@@ -97,6 +97,7 @@ FocusScope {
                 autoExclusive: false
                 checked: isSelected
                 Accessible.name: text
+                Accessible.checkable: true
                 Accessible.checked: isSelected
                 Keys.onReturnPressed: control.choose(index)
                 Keys.onEnterPressed: control.choose(index)

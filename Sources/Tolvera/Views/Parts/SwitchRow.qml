@@ -22,6 +22,7 @@ FormRow {
         enabled: row.enabled
         checked: row.on
         Accessible.name: text
+        Accessible.checkable: true
         Accessible.checked: row.on
         hoverEnabled: true
         focusPolicy: Qt.StrongFocus
