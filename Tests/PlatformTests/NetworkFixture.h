@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Async/On.h"
+#include "Async/Spawn.h"
 #include "Platform/Linux/BeastURLSession.h"
 #include "Platform/PlatformError.h"
 #include "Support/LoopbackServer.h"
@@ -8,8 +8,10 @@
 #include <boost/asio/co_spawn.hpp>
 #include <boost/asio/executor_work_guard.hpp>
 #include <boost/asio/io_context.hpp>
+#include <boost/asio/use_future.hpp>
 #include <gtest/gtest.h>
 
+#include <future>
 #include <stdexcept>
 #include <thread>
 
@@ -22,6 +24,10 @@ using platform::HTTPRequest;
 using platform::HTTPResponse;
 using platform::PlatformError;
 using platform::WebSocketTask;
+using Connection = LoopbackServer::Connection;
+using Frame = LoopbackServer::Frame;
+using Message = WebSocketTask::Message;
+using Reply = LoopbackServer::Reply;
 using namespace std::chrono_literals;
 
 // A task begun by a test on its main thread, and how it ended.
@@ -29,29 +35,24 @@ template<typename T>
 class Started {
  public:
   Started(boost::asio::io_context& main, Task<T> task)
-      : main_(&main), crossing_(std::make_shared<detail::Crossing<T>>()) {
-    boost::asio::co_spawn(main, detail::runInto<T>(crossing_, std::move(task)),
-                          [crossing = crossing_](std::exception_ptr failure) {
-                            crossing->failure = std::move(failure);
-                            crossing->ended = true;
-                          });
-    main.restart();
-    main.poll();
+      : main_(&main), future_(boost::asio::co_spawn(main, std::move(task), boost::asio::use_future)) {
+    ended();
   }
 
-  [[nodiscard]] bool ended() {
+  bool ended() {
     main_->restart();
     main_->poll();
-    return crossing_->ended;
+    return future_.wait_for(0s) == std::future_status::ready;
   }
   // Waits for the end, and gives the result or throws.
   T result(std::chrono::milliseconds limit = 20s) {
     const auto end = std::chrono::steady_clock::now() + limit;
-    main_->restart();
-    while (!crossing_->ended && std::chrono::steady_clock::now() < end) main_->run_one_for(50ms);
-    if (!crossing_->ended) throw std::runtime_error("the task did not end in time");
-    if (crossing_->failure) std::rethrow_exception(crossing_->failure);
-    if constexpr (!std::is_void_v<T>) return std::move(*crossing_->value);
+    while (!ended()) {
+      if (std::chrono::steady_clock::now() > end) throw std::runtime_error("the task did not end in time");
+      main_->restart();
+      main_->run_one_for(50ms);
+    }
+    return future_.get();
   }
   // The failure it ends with; another end, or none in time, throws.
   PlatformError failure(std::chrono::milliseconds limit = 20s) {
@@ -65,15 +66,24 @@ class Started {
 
  private:
   boost::asio::io_context* main_;
-  std::shared_ptr<detail::Crossing<T>> crossing_;
+  std::future<T> future_;
 };
 
-// Two network threads as the program has them, and a main thread: the test's.
+inline int code(TransportError error) { return static_cast<int>(error); }
+
+inline platform::Data bytes(std::size_t count) { return platform::Data(count, std::byte{42}); }
+
+// A server, two network threads as the program has them, and a main thread: the test's.
 class NetworkTest : public testing::Test {
  protected:
   ~NetworkTest() override {
+    joinThreads();
+    main_.restart();
+    main_.poll(); // what a failed test left waiting ends
+  }
+  void joinThreads() { // whatever was closed ends by itself
     work_.reset();
-    for (auto& thread : threads_) thread.join(); // whatever was closed ends by itself
+    threads_.clear();
   }
 
   template<typename T>
@@ -84,6 +94,11 @@ class NetworkTest : public testing::Test {
   T run(Task<T> task) {
     return start(std::move(task)).result();
   }
+  bool finished(const TaskHandle& task) {
+    main_.restart();
+    main_.poll();
+    return task.finished();
+  }
 
   std::shared_ptr<WebSocketTask> open(BeastURLSession& session, const std::string& url) {
     auto socket = session.webSocketTask(platform::URL(url));
@@ -91,6 +106,24 @@ class NetworkTest : public testing::Test {
     return socket;
   }
   std::shared_ptr<WebSocketTask> open(const std::string& url) { return open(session_, url); }
+  // Open for both sides.
+  std::shared_ptr<WebSocketTask> connect(BeastURLSession& session) {
+    auto socket = open(session, server_.url("ws", "/?token=secret"));
+    EXPECT_TRUE(server_.waitFor([this] { return server_.connection(0) != nullptr; }));
+    return socket;
+  }
+  std::shared_ptr<WebSocketTask> connect() { return connect(session_); }
+  bool allClosed() {
+    return server_.waitFor([this] { return server_.liveCount() == 0; });
+  }
+  std::optional<std::uint16_t> closeCode() {
+    server_.waitFor([this] { return server_.connection(0)->closeCode().has_value(); });
+    return server_.connection(0)->closeCode();
+  }
+  template<typename T>
+  static void expectCancelled(Started<T>& pending) {
+    EXPECT_EQ(pending.failure(2s).code(), code(TransportError::cancelled));
+  }
 
   static HTTPRequest get(const std::string& url) {
     HTTPRequest request;
@@ -98,14 +131,15 @@ class NetworkTest : public testing::Test {
     request.url = platform::URL(url);
     return request;
   }
+  PlatformError failureOf(HTTPRequest request) { return start(session_.data(std::move(request))).failure(); }
 
-  static int code(TransportError error) { return static_cast<int>(error); }
-
+  LoopbackServer server_;
+  std::string where_ = "127.0.0.1:" + std::to_string(server_.port());
   boost::asio::io_context main_;
   boost::asio::io_context network_;
   boost::asio::executor_work_guard<boost::asio::io_context::executor_type> work_{network_.get_executor()};
-  std::vector<std::thread> threads_ = [this] {
-    std::vector<std::thread> two;
+  std::vector<std::jthread> threads_ = [this] {
+    std::vector<std::jthread> two;
     for (int i = 0; i < 2; ++i) two.emplace_back([this] { network_.run(); });
     return two;
   }();
