@@ -27,30 +27,27 @@ TEST(AudioQueueTest, GivesSamplesInOrderAndSaysWhenTheyEnd) {
   EXPECT_TRUE(samples.empty());
 }
 
-TEST(AudioQueueTest, HoldsTheNetworkBackUntilTheWorkerHasTakenSome) {
+TEST(AudioQueueTest, HoldsTheNetworkBackUntilTheWorkerHasTakenSomeOrIsGone) {
   test::TestLoop loop;
   AudioQueue queue;
-  bool room = false;
-  auto wait = [](AudioQueue& full, bool& result) -> Task<void> {
-    co_await full.untilRoom();
-    result = true;
+  auto wait = [](AudioQueue& full) -> Task<void> { co_await full.untilRoom(); };
+  const auto fill = [&] {
+    queue.push(std::string(AudioQueue::capacity * 2, 'x'));
+    auto waiting = spawn(loop.executor(), "waiting for room", wait(queue));
+    loop.settle();
+    EXPECT_FALSE(waiting.finished());
+    return waiting;
   };
-  queue.push(std::string(AudioQueue::capacity * 2, 'x'));
-  spawn(loop.executor(), "waiting for room", wait(queue, room));
-  loop.settle();
-  EXPECT_FALSE(room);
+  const auto waiting = fill();
   std::vector<std::int16_t> samples;
-  std::thread worker([&] { queue.take(samples, 1600, soon); });
-  worker.join();
+  std::thread([&] { queue.take(samples, 1600, soon); }).join();
   loop.settle();
-  EXPECT_TRUE(room);
+  EXPECT_TRUE(waiting.finished());
 
-  room = false;
-  queue.push(std::string(AudioQueue::capacity * 2, 'x'));
-  spawn(loop.executor(), "waiting for room", wait(queue, room));
+  const auto again = fill();
   queue.abandon();
   loop.settle();
-  EXPECT_TRUE(room);
+  EXPECT_TRUE(again.finished());
   EXPECT_EQ(queue.take(samples, 1600, soon), State::abandoned);
 }
 

@@ -1,70 +1,45 @@
 // The program itself, as a person or a unit starts it.
 
 #include "ServiceTests/StreamClient.h"
+#include "Support/ChildProcess.h"
 #include "Support/TemporaryDirectory.h"
 
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <array>
-#include <cstdio>
 #include <fstream>
-#include <sstream>
 #include <thread>
 
 namespace tolvera::test {
 namespace {
 
+using namespace std::chrono_literals;
+
 class Program {
  public:
-  explicit Program(const std::filesystem::path& state) {
-    std::array<int, 2> pipe{};
-    if (::pipe(pipe.data()) != 0) throw std::runtime_error("no pipe");
-    posix_spawn_file_actions_t actions;
-    ::posix_spawn_file_actions_init(&actions);
-    ::posix_spawn_file_actions_adddup2(&actions, pipe[1], STDOUT_FILENO);
-    ::posix_spawn_file_actions_adddup2(&actions, pipe[1], STDERR_FILENO);
-    ::posix_spawn_file_actions_addclose(&actions, pipe[0]);
-    std::vector<std::string> words = {TOLVERA_SERVICE_PROGRAM, "--port", "0", "--state", state.string()};
-    std::vector<char*> arguments;
-    for (std::string& word : words) arguments.push_back(word.data());
-    arguments.push_back(nullptr);
-    const int result =
-        ::posix_spawn(&process_, words[0].c_str(), &actions, nullptr, arguments.data(), environ);
-    ::posix_spawn_file_actions_destroy(&actions);
-    ::close(pipe[1]);
-    output_ = ::fdopen(pipe[0], "r");
-    if (result != 0) throw std::runtime_error("cannot start the service");
-    std::array<char, 200> line{};
-    if (std::fgets(line.data(), line.size(), output_) != nullptr) ready_ = line.data();
+  explicit Program(const std::filesystem::path& directory)
+      : log_(directory / "log"),
+        process_({TOLVERA_SERVICE_PROGRAM, "--port", "0", "--state", (directory / "state").string()},
+                 log_.string()) {
+    for (int look = 0; look < 500 && !output().ends_with('\n'); ++look) std::this_thread::sleep_for(20ms);
   }
-  ~Program() {
-    if (process_ > 0) end(SIGKILL);
-    std::fclose(output_);
-  }
-  // Ends it, and gives its status as wait does.
+  // Ends it, and gives its status as a shell does.
   int end(int signal) {
-    ::kill(process_, signal);
-    int status = 0;
-    ::waitpid(std::exchange(process_, 0), &status, 0);
-    return status;
+    ::kill(process_.pid(), signal);
+    return process_.wait(10s);
   }
-  [[nodiscard]] const std::string& ready() const { return ready_; }
+  // What it has printed.
+  [[nodiscard]] std::string output() const {
+    std::ifstream file(log_);
+    return {std::istreambuf_iterator<char>(file), {}};
+  }
   [[nodiscard]] std::uint16_t port() const {
-    return static_cast<std::uint16_t>(std::stoi(ready_.substr(ready_.rfind(':') + 1)));
-  }
-  // Whatever else it printed, once it has ended.
-  std::string rest() {
-    std::string all;
-    for (int c = std::fgetc(output_); c != EOF; c = std::fgetc(output_)) all += static_cast<char>(c);
-    return all;
+    const std::string ready = output();
+    return static_cast<std::uint16_t>(std::stoi(ready.substr(ready.rfind(':') + 1)));
   }
   [[nodiscard]] std::vector<pid_t> children() const {
     std::vector<pid_t> all;
-    const auto tasks = std::filesystem::path("/proc") / std::to_string(process_) / "task";
+    const auto tasks = std::filesystem::path("/proc") / std::to_string(process_.pid()) / "task";
     for (const auto& task : std::filesystem::directory_iterator(tasks)) {
       std::ifstream file(task.path() / "children");
       for (pid_t child = 0; file >> child;) all.push_back(child);
@@ -73,79 +48,71 @@ class Program {
   }
 
  private:
-  pid_t process_ = 0;
-  std::FILE* output_ = nullptr;
-  std::string ready_;
+  std::filesystem::path log_;
+  ChildProcess process_;
 };
 
-double secondsLeft(std::uint16_t port, const std::string& token) {
-  return HTTPClient(port).get("/livetranslate/api/me", token).json().at("secondsLeft").to_number<double>();
-}
-
 TEST(ProgramTest, SaysWhereItListensAndEndsPolitelyAtASignal) {
-  TemporaryDirectory directory;
   for (const int signal : {SIGTERM, SIGINT}) {
+    const TemporaryDirectory directory;
     Program program(directory.path());
-    EXPECT_TRUE(program.ready().starts_with("tolvera-service: listening on 127.0.0.1:")) << program.ready();
+    const std::string ready = program.output();
     const std::string token = HTTPClient(program.port()).signUp();
     StreamClient run(program.port(), "token=" + token + "&target=es&source=en&dub=0&src=1");
     ASSERT_TRUE(run.waitForType("ready"));
     run.sendAudio(spoken("we need more time"));
     ASSERT_TRUE(run.waitForType("tr"));
-    const int status = program.end(signal);
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+    EXPECT_EQ(program.end(signal), 0);
     EXPECT_TRUE(run.waitUntilClosed());
-    EXPECT_EQ(program.rest(), ""); // neither token nor speech
+    EXPECT_TRUE(ready.starts_with("tolvera-service: listening on 127.0.0.1:")) << ready;
+    EXPECT_EQ(program.output(), ready) << "neither token nor speech";
   }
 }
 
 TEST(ProgramTest, TimeSurvivesAKillAndNothingIsLeftRunning) {
-  TemporaryDirectory directory;
-  std::string token;
+  const TemporaryDirectory directory;
+  Program program(directory.path());
+  const std::string token = HTTPClient(program.port()).signUp();
+  StreamClient run(program.port(), "token=" + token + "&target=es&source=en&dub=1&src=1");
+  run.sendAudio(spoken("many people in this country do not have clean water"));
+  ASSERT_TRUE(run.waitForType("tr"));
+  const auto balance = run.waitForType("balance");
+  ASSERT_TRUE(balance);
+  EXPECT_EQ(balance->json.at("secondsLeft"), 3596.0) << "a second of sound costs four with dub";
+  const auto children = program.children();
+  EXPECT_FALSE(children.empty());
+  program.end(SIGKILL);
+  EXPECT_TRUE(run.waitUntilClosed());
   double told = 0;
-  std::vector<pid_t> children;
-  {
-    Program program(directory.path());
-    token = HTTPClient(program.port()).signUp();
-    StreamClient run(program.port(), "token=" + token + "&target=es&source=en&dub=1&src=1");
-    const auto speech = spoken("many people in this country do not have clean water");
-    run.sendAudio(speech);
-    ASSERT_TRUE(run.waitForType("tr"));
-    const auto balance = run.waitForType("balance");
-    ASSERT_TRUE(balance);
-    told = balance->json.at("secondsLeft").to_number<double>();
-    EXPECT_EQ(told, 3596); // a second of sound costs four with dub
-    children = program.children();
-    EXPECT_FALSE(children.empty());
-    program.end(SIGKILL);
-    for (const auto& frame : run.frames())
-      if (textOf(frame, "type") == "balance") told = frame.json.at("secondsLeft").to_number<double>();
-  }
+  for (const auto& frame : run.frames())
+    if (textOf(frame, "type") == "balance") told = frame.json.at("secondsLeft").to_number<double>();
+
   for (const pid_t child : children) {
-    for (int look = 0; look < 250 && ::kill(child, 0) == 0; ++look)
-      std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    for (int look = 0; look < 250 && ::kill(child, 0) == 0; ++look) std::this_thread::sleep_for(20ms);
     std::ifstream state("/proc/" + std::to_string(child) + "/stat");
     std::string line;
     std::getline(state, line);
     EXPECT_TRUE(line.empty() || line.find(") Z ") != std::string::npos) << "still running: " << line;
   }
-  Program again(directory.path());
-  const double left = secondsLeft(again.port(), token);
+  std::filesystem::remove(directory / "log");
+  const Program again(directory.path());
+  const auto me = HTTPClient(again.port()).get("/livetranslate/api/me", token).json();
+  const double left = me.at("secondsLeft").to_number<double>();
   EXPECT_LE(left, told);         // what was told is kept
   EXPECT_GE(left, told - 2 * 4); // and no sound is charged that was not heard
 }
 
 TEST(ProgramTest, SaysWhatIsWrongWhenThePortIsTaken) {
-  TemporaryDirectory directory;
-  Program first(directory.path() / "a");
-  const std::string command = std::string(TOLVERA_SERVICE_PROGRAM) + " --port " +
-                              std::to_string(first.port()) + " --state " + (directory.path() / "b").string() +
-                              " 2>&1";
-  std::FILE* second = ::popen(command.c_str(), "r");
-  std::array<char, 300> line{};
-  ASSERT_NE(std::fgets(line.data(), line.size(), second), nullptr);
-  EXPECT_NE(std::string(line.data()).find("Cannot listen"), std::string::npos) << line.data();
-  EXPECT_EQ(WEXITSTATUS(::pclose(second)), 1);
+  const TemporaryDirectory directory;
+  const Program first(directory.path());
+  const auto log = directory / "second";
+  ChildProcess second({TOLVERA_SERVICE_PROGRAM, "--port", std::to_string(first.port()), "--state",
+                       (directory / "other").string()},
+                      log.string());
+  EXPECT_EQ(second.wait(10s), 1);
+  std::string line;
+  std::getline(std::ifstream(log), line);
+  EXPECT_NE(line.find("Cannot listen"), std::string::npos) << line;
 }
 
 } // namespace

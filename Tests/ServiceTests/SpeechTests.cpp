@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <cmath>
 #include <map>
+#include <numeric>
+#include <span>
 #include <thread>
 
 namespace tolvera::service {
@@ -27,25 +29,16 @@ double seconds(const Samples& samples) {
   return static_cast<double>(samples.size()) / static_cast<double>(Speech::sampleRate);
 }
 
-double level(const Samples& samples) {
+double level(std::span<const std::int16_t> samples) {
   double sum = 0;
   for (const double sample : samples) sum += sample * sample;
   return std::sqrt(sum / static_cast<double>(samples.size()));
 }
 
-// How alike the window and itself `lag` samples later are: 1 for a period.
-double likeness(const std::int16_t* window, std::size_t size, std::size_t lag) {
-  double both = 0;
-  double first = 1;
-  double second = 1;
-  for (std::size_t i = 0; i < size; ++i) {
-    const double a = window[i];
-    const double b = window[i + lag];
-    both += a * b;
-    first += a * a;
-    second += b * b;
-  }
-  return both / std::sqrt(first * second);
+// How alike a window and itself `lag` samples later are: 1 for a period.
+double likeness(std::span<const std::int16_t> window, std::span<const std::int16_t> later) {
+  const auto product = [](auto a, auto b) { return std::inner_product(a.begin(), a.end(), b.begin(), 1.0); };
+  return product(window, later) / std::sqrt(product(window, window) * product(later, later));
 }
 
 // The median pitch of the voiced parts, in Hz.
@@ -54,22 +47,22 @@ double pitch(const Samples& samples) {
   constexpr std::size_t shortest = Speech::sampleRate / 400;
   constexpr std::size_t longest = Speech::sampleRate / 55;
   std::vector<double> pitches;
+  const std::span all(samples);
   for (std::size_t at = 0; at + window + longest < samples.size(); at += window) {
+    const auto here = all.subspan(at, window);
+    if (level(here) <= 500) continue;
     double best = 0.8;
     std::size_t period = 0;
     for (std::size_t lag = shortest; lag <= longest; ++lag) {
-      const double alike = likeness(samples.data() + at, window, lag);
+      const double alike = likeness(here, all.subspan(at + lag, window));
       if (alike <= best * 1.02) continue; // twice a period is as good, and is not one
       best = alike;
       period = lag;
     }
-    if (period > 0 && level({samples.begin() + static_cast<std::ptrdiff_t>(at),
-                             samples.begin() + static_cast<std::ptrdiff_t>(at + window)}) > 500)
-      pitches.push_back(static_cast<double>(Speech::sampleRate) / static_cast<double>(period));
+    if (period > 0) pitches.push_back(static_cast<double>(Speech::sampleRate) / static_cast<double>(period));
   }
   if (pitches.empty()) return 0;
-  std::nth_element(pitches.begin(), pitches.begin() + static_cast<std::ptrdiff_t>(pitches.size() / 2),
-                   pitches.end());
+  std::sort(pitches.begin(), pitches.end());
   return pitches[pitches.size() / 2];
 }
 
@@ -85,24 +78,22 @@ TEST(SpeechTest, TheEightVoicesDifferAsTheirNamesSay) {
     heard[voice] = {pitch(sound), seconds(sound)};
     EXPECT_GT(level(sound), 1000) << voice;
     EXPECT_LT(*std::max_element(sound.begin(), sound.end()), 32767) << voice << " is clipped";
-    RecordProperty(voice, std::to_string(heard[voice].pitch) + " Hz " + std::to_string(heard[voice].seconds));
   }
   ASSERT_EQ(heard.size(), 8U);
   for (const auto& [one, a] : heard)
     for (const auto& [other, b] : heard) {
       if (one == other) continue;
-      const double byPitch = std::abs(std::log(a.pitch / b.pitch));
-      const double byPace = std::abs(std::log(a.seconds / b.seconds));
-      EXPECT_GT(byPitch + byPace, 0.05) << one << " and " << other;
+      const double apart = std::abs(std::log(a.pitch / b.pitch)) + std::abs(std::log(a.seconds / b.seconds));
+      EXPECT_GT(apart, 0.05) << one << " and " << other;
     }
-  for (const char* woman : {"Tina", "Serena", "Jennifer", "Katerina"})
-    for (const char* man : {"Ethan", "Raymond", "Harvey", "Aiden"})
-      EXPECT_GT(heard[woman].pitch, heard[man].pitch * 1.05) << woman << " and " << man;
-  for (const auto& [voice, sound] : heard) {
-    EXPECT_LE(heard["Harvey"].pitch, sound.pitch) << voice;
-    if (voice == "Tina" || voice == "Serena" || voice == "Jennifer")
-      EXPECT_LT(heard["Katerina"].pitch, sound.pitch) << voice;
+  // From the highest to the lowest; the women, and among them the deep one, above all men.
+  const auto pitchOf = [&](const char* voice) { return heard.at(voice).pitch; };
+  for (const char* man : {"Ethan", "Raymond", "Aiden", "Harvey"}) {
+    EXPECT_GT(pitchOf("Katerina"), pitchOf(man) * 1.05) << man;
+    EXPECT_GE(pitchOf(man), pitchOf("Harvey")) << man;
   }
+  for (const char* woman : {"Tina", "Serena", "Jennifer"})
+    EXPECT_GT(pitchOf(woman), pitchOf("Katerina")) << woman;
 }
 
 TEST(SpeechTest, EveryVoiceSpeaksEveryLanguageWithItsOwnRules) {
@@ -113,8 +104,8 @@ TEST(SpeechTest, EveryVoiceSpeaksEveryLanguageWithItsOwnRules) {
       const Samples sound = speech.say(language, voice, sentence);
       EXPECT_GT(seconds(sound), 1.5) << language << ' ' << voice;
       EXPECT_LT(seconds(sound), 6) << language << ' ' << voice;
-      const Samples end(sound.end() - Speech::sampleRate / 10, sound.end());
-      EXPECT_LT(level(end), 100) << language << ' ' << voice << " is cut off";
+      EXPECT_LT(level(std::span(sound).last(Speech::sampleRate / 10)), 100)
+          << language << ' ' << voice << " is cut off";
     }
     // French has the silent endings that no other reads over.
     const double asFrench = seconds(speech.say("fr", "Tina", sentence));
@@ -123,18 +114,12 @@ TEST(SpeechTest, EveryVoiceSpeaksEveryLanguageWithItsOwnRules) {
   }
 }
 
-TEST(SpeechTest, ALanguageWithoutAVoiceIsNotSpokenByAnother) {
+TEST(SpeechTest, ALanguageWithoutAVoiceIsSilentAndAVoiceThatIsNotKnownIsTheFirst) {
   const Speech speech;
-  const double spanish = seconds(speech.say("es", "Tina", sentences.at("es")));
   for (const char* language : {"gl", "ast", "", "es+f9", "../es"}) {
     EXPECT_FALSE(speech.canSpeak(language)) << language;
     EXPECT_TRUE(speech.say(language, "Tina", sentences.at("es")).empty()) << language;
   }
-  EXPECT_NEAR(seconds(speech.say("es", "Tina", sentences.at("es"))), spanish, spanish * sameLength);
-}
-
-TEST(SpeechTest, AVoiceThatIsNotKnownIsTheFirst) {
-  const Speech speech;
   const Samples first = speech.say("fr", speech.voices().front(), sentences.at("fr"));
   for (const char* voice : {"", "tina", "Nobody", "m3"}) {
     const Samples sound = speech.say("fr", voice, sentences.at("fr"));

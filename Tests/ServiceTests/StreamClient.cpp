@@ -1,5 +1,8 @@
 #include "ServiceTests/StreamClient.h"
 
+#include "Support/ChildProcess.h"
+#include "Support/TemporaryDirectory.h"
+
 #include <boost/asio/connect.hpp>
 #include <boost/asio/executor_work_guard.hpp>
 #include <boost/asio/io_context.hpp>
@@ -10,17 +13,12 @@
 #include <boost/beast/core/buffers_to_string.hpp>
 #include <boost/beast/core/flat_buffer.hpp>
 #include <boost/beast/websocket.hpp>
-#include <spawn.h>
-#include <sys/wait.h>
 
 #include <condition_variable>
-#include <cstdlib>
-#include <cstring>
-#include <deque>
 #include <filesystem>
 #include <fstream>
+#include <future>
 #include <mutex>
-#include <stdexcept>
 #include <thread>
 
 namespace tolvera::test {
@@ -30,23 +28,14 @@ namespace beast = boost::beast;
 using asio::ip::tcp;
 
 std::vector<std::int16_t> spoken(const std::string& sentence) {
-  std::string file = (std::filesystem::temp_directory_path() / "tolvera-speech-XXXXXX").string();
-  ::close(::mkstemp(file.data()));
-  std::vector<std::string> words = {"flite", "-voice", "rms", "-t", sentence, "-o", file};
-  std::vector<char*> arguments;
-  for (std::string& word : words) arguments.push_back(word.data());
-  arguments.push_back(nullptr);
-  pid_t child = 0;
-  int status = 1;
-  if (::posix_spawnp(&child, "flite", nullptr, nullptr, arguments.data(), environ) == 0)
-    ::waitpid(child, &status, 0);
-  std::ifstream stream(file, std::ios::binary);
-  const std::string bytes((std::istreambuf_iterator<char>(stream)), {});
-  std::filesystem::remove(file);
+  const TemporaryDirectory directory;
+  const auto file = directory / "speech.wav";
+  outputOf({"flite", "-voice", "rms", "-t", sentence, "-o", file.string()});
   constexpr std::size_t header = 44;
-  if (status != 0 || bytes.size() <= header) throw std::runtime_error("flite does not speak");
-  std::vector<std::int16_t> samples((bytes.size() - header) / 2);
-  std::memcpy(samples.data(), bytes.data() + header, samples.size() * 2);
+  std::vector<std::int16_t> samples((std::filesystem::file_size(file) - header) / 2);
+  std::ifstream stream(file, std::ios::binary);
+  stream.seekg(header);
+  stream.read(reinterpret_cast<char*>(samples.data()), static_cast<std::streamsize>(samples.size() * 2));
   return samples;
 }
 
@@ -71,26 +60,15 @@ bool isWhole(const std::string& answer) {
 
 } // namespace
 
-HTTPReply HTTPClient::raw(std::string_view bytes) const {
+HTTPReply HTTPClient::raw(std::string_view bytes, bool more) const {
   asio::io_context context;
   tcp::socket socket(context);
   socket.connect({asio::ip::address_v4::loopback(), port_});
   boost::system::error_code error;
   asio::write(socket, asio::buffer(bytes.data(), bytes.size()), error);
-  socket.shutdown(tcp::socket::shutdown_send, error);
+  if (!more) socket.shutdown(tcp::socket::shutdown_send, error);
   std::string answer;
-  asio::read(socket, asio::dynamic_buffer(answer), error);
-  return replyOf(answer);
-}
-
-HTTPReply HTTPClient::exchange(std::string_view bytes) const {
-  asio::io_context context;
-  tcp::socket socket(context);
-  socket.connect({asio::ip::address_v4::loopback(), port_});
-  boost::system::error_code error;
-  asio::write(socket, asio::buffer(bytes.data(), bytes.size()), error);
-  std::string answer;
-  while (!error && !isWhole(answer))
+  while (!error && !(more && isWhole(answer)))
     asio::read(socket, asio::dynamic_buffer(answer), asio::transfer_at_least(1), error);
   return replyOf(answer);
 }
@@ -110,33 +88,28 @@ HTTPReply HTTPClient::request(std::string_view method, std::string_view target, 
   if (!body.empty() || method == "POST") message += "Content-Length: " + std::to_string(body.size()) + "\r\n";
   message += "\r\n";
   message += body;
-  return exchange(message);
+  return raw(message, true);
 }
 
 HTTPReply HTTPClient::get(std::string_view target, std::string_view token) const {
-  Headers headers;
-  if (!token.empty()) headers.emplace_back("Authorization", "Bearer " + std::string(token));
-  return request("GET", target, headers);
+  return request("GET", target, {{"Authorization", "Bearer " + std::string(token)}});
 }
 
 HTTPReply HTTPClient::post(std::string_view target, std::string_view token, std::string_view body) const {
-  Headers headers;
-  if (!token.empty()) headers.emplace_back("Authorization", "Bearer " + std::string(token));
-  if (!body.empty()) headers.emplace_back("Content-Type", "application/json");
-  return request("POST", target, headers, body);
+  return request("POST", target,
+                 {{"Authorization", "Bearer " + std::string(token)}, {"Content-Type", "application/json"}},
+                 body);
 }
 
 std::string HTTPClient::signUp() const {
   return std::string(post("/livetranslate/api/signup").json().at("token").as_string());
 }
 
-struct StreamClient::State : std::enable_shared_from_this<State> {
+struct StreamClient::State {
   asio::io_context context;
   asio::executor_work_guard<asio::io_context::executor_type> work{context.get_executor()};
   beast::websocket::stream<tcp::socket> socket{context};
   beast::flat_buffer buffer;
-  std::deque<std::pair<std::string, bool>> outgoing; // client thread
-  bool closing = false;
   mutable std::mutex mutex;
   mutable std::condition_variable changed;
   std::vector<Frame> frames;
@@ -162,25 +135,6 @@ struct StreamClient::State : std::enable_shared_from_this<State> {
       read();
     });
   }
-
-  void write() {
-    socket.binary(outgoing.front().second);
-    socket.async_write(asio::buffer(outgoing.front().first),
-                       [this](boost::system::error_code error, std::size_t) {
-                         outgoing.pop_front();
-                         if (error) {
-                           outgoing.clear();
-                         } else if (!outgoing.empty()) {
-                           write();
-                         } else if (closing) {
-                           close();
-                         }
-                       });
-  }
-
-  void close() {
-    socket.async_close(beast::websocket::close_code::normal, [](boost::system::error_code) {});
-  }
 };
 
 StreamClient::StreamClient(std::uint16_t port, const std::string& query) : state_(std::make_shared<State>()) {
@@ -201,16 +155,18 @@ void StreamClient::sendAudio(std::span<const std::int16_t> samples) {
 }
 
 void StreamClient::sendBytes(std::string bytes, bool binary) {
-  asio::post(state_->context, [state = state_.get(), bytes = std::move(bytes), binary]() mutable {
-    state->outgoing.emplace_back(std::move(bytes), binary);
-    if (state->outgoing.size() == 1) state->write();
+  std::promise<void> done;
+  asio::post(state_->context, [&] {
+    state_->socket.binary(binary);
+    state_->socket.async_write(asio::buffer(bytes),
+                               [&done](boost::system::error_code, std::size_t) { done.set_value(); });
   });
+  done.get_future().wait();
 }
 
 void StreamClient::close() {
   asio::post(state_->context, [state = state_.get()] {
-    state->closing = true;
-    if (state->outgoing.empty()) state->close();
+    state->socket.async_close(beast::websocket::close_code::normal, [](boost::system::error_code) {});
   });
 }
 

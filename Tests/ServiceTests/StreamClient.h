@@ -38,18 +38,16 @@ class HTTPClient {
   [[nodiscard]] HTTPReply get(std::string_view target, std::string_view token = {}) const;
   [[nodiscard]] HTTPReply post(std::string_view target, std::string_view token = {},
                                std::string_view body = {}) const;
-  // Sends the bytes as they are.
-  [[nodiscard]] HTTPReply raw(std::string_view bytes) const;
+  // Sends the bytes as they are, and nothing after them unless there is more to come.
+  [[nodiscard]] HTTPReply raw(std::string_view bytes, bool more = false) const;
   // A new installation's token.
   [[nodiscard]] std::string signUp() const;
 
  private:
-  [[nodiscard]] HTTPReply exchange(std::string_view bytes) const;
-
   std::uint16_t port_;
 };
 
-// A plain client of one run, on a thread of its own. Any thread.
+// A plain client of one run, on a thread of its own. Any thread; one that sends waits until it is sent.
 class StreamClient {
  public:
   using Clock = std::chrono::steady_clock;
