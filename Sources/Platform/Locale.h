@@ -3,6 +3,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace tolvera::platform {
 
@@ -14,6 +15,8 @@ class Locale {
 
   // Identifier of the user's current locale; may be empty.
   [[nodiscard]] virtual std::string currentIdentifier() const = 0;
+  // The languages that the user wants to read, the dearest first, such as "zh_CN"; may be empty.
+  [[nodiscard]] virtual std::vector<std::string> preferredLanguages() const = 0;
   // Language code of the current locale; absent if it has none.
   [[nodiscard]] virtual std::optional<std::string> currentLanguageCode() const = 0;
   // The name of a language in a locale, as the locale data has it; absent if it has none.

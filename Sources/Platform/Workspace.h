@@ -2,6 +2,8 @@
 
 #include "Platform/URLSession.h"
 
+#include <string>
+
 namespace tolvera::platform {
 
 // The user's desktop. Main thread.
@@ -12,6 +14,8 @@ class Workspace {
   // Opens an http or https address in the default browser, without waiting for it. False for any other
   // scheme, or if there is nothing to open it with.
   virtual bool openURL(const URL& url) = 0;
+  // Opens a folder in the desktop's file browser, without waiting for it. False if there is none.
+  virtual bool openFolder(const std::string& path) = 0;
   // Opens the system's settings at its microphones, without waiting for them. False if there are none.
   virtual bool openMicrophoneSettings() = 0;
 };

@@ -83,6 +83,44 @@ TEST_F(AppDelegateTests, keepsTheWindowToItselfOnceItQuits) {
   EXPECT_FALSE(delegate_.mainWindow()->isVisible());
 }
 
+TEST_F(AppDelegateTests, endsWhereItWasStartedFromATemporaryPlace) {
+  auto& workspace = model_.in().workspace;
+  auto& locale = model_.in().locale;
+  std::vector<Alert> alerts;
+  const auto launchAt = [&](const char* path, bool first) {
+    delegate_.applicationDidFinishLaunching(path, locale, workspace, [&](const Alert& alert) {
+      alerts.push_back(alert);
+      return first;
+    });
+  };
+  const char* const temporary = "/private/AppTranslocation/3F/d/Tolvera.app";
+  launchAt("/usr/bin/tolvera", true);
+  EXPECT_TRUE(alerts.empty());
+  EXPECT_FALSE(delegate_.isTerminating());
+
+  EXPECT_EQ(run([&] { launchAt(temporary, false); }), 0);
+  EXPECT_TRUE(delegate_.isTerminating());
+  EXPECT_TRUE(workspace.opened.empty());
+  launchAt(temporary, true);
+  EXPECT_EQ(workspace.opened, std::vector<std::string>{"/Applications"});
+
+  // The language is the system's, whatever the setting says.
+  model_.settings().setUILanguage(UILanguage::english);
+  locale.languages = {"zh-Hans-CN", "en"};
+  launchAt(temporary, false);
+  locale.languages = {"fr"};
+  locale.identifier = "zh_TW";
+  launchAt(temporary, false);
+  std::vector<QString> quit;
+  for (const auto& alert : alerts) quit.push_back(alert.secondButton);
+  EXPECT_EQ(quit, (std::vector<QString>{"Quit", "Quit", "退出", "退出"}));
+  EXPECT_EQ(
+      alerts[2].detail,
+      "macOS "
+      "正在只读的临时位置运行托维拉，这种状态下窗口无法显示。\n\n打开下载到的磁盘映像，把托维拉拖到旁边的"
+      "「应用程序」文件夹，再从那里打开即可。");
+}
+
 TEST_F(AppDelegateTests, makesAClosedWindowAnewAtTheSizeThatItHad) {
   delegate_.openMainWindow();
   EXPECT_EQ(delegate_.mainWindow()->size(), QSize(660, 620));

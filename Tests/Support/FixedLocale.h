@@ -5,6 +5,7 @@
 #include <map>
 #include <string>
 #include <utility>
+#include <vector>
 
 namespace tolvera::test {
 
@@ -17,6 +18,7 @@ class FixedLocale final : public platform::Locale {
 
   // May be changed at any time. The language code is its first piece; an empty one is absent.
   std::string identifier;
+  std::vector<std::string> languages; // that the user prefers
   // Names by locale identifier and language code.
   std::map<std::pair<std::string, std::string>, std::string> names = {
       {{"en", "en"}, "english"},   {{"en", "zh"}, "chinese"},       {{"en", "ja"}, "japanese"},
@@ -25,6 +27,7 @@ class FixedLocale final : public platform::Locale {
   };
 
   [[nodiscard]] std::string currentIdentifier() const override { return identifier; }
+  [[nodiscard]] std::vector<std::string> preferredLanguages() const override { return languages; }
   [[nodiscard]] std::optional<std::string> currentLanguageCode() const override;
   [[nodiscard]] std::optional<std::string> localizedString(std::string_view languageCode,
                                                            std::string_view locale) const override;

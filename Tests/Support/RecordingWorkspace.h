@@ -15,6 +15,10 @@ class RecordingWorkspace final : public platform::Workspace {
     opened.emplace_back(url.buffer());
     return hasBrowser;
   }
+  bool openFolder(const std::string& path) override {
+    opened.push_back(path);
+    return true;
+  }
   bool openMicrophoneSettings() override {
     opened.emplace_back("microphone settings");
     return true;

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
+#include <ranges>
 
 namespace tolvera::adapters {
 
@@ -34,6 +35,15 @@ std::string identifierFromEnvironment() {
   return identifierFromPosixName("C");
 }
 
+std::vector<std::string> languagesFromEnvironment() {
+  std::vector<std::string> languages;
+  const char* const names = std::getenv("LANGUAGE");
+  for (const auto name : std::views::split(std::string_view(names ? names : ""), ':')) {
+    if (!name.empty()) languages.push_back(identifierFromPosixName({name.begin(), name.end()}));
+  }
+  return languages;
+}
+
 icu::Locale locale(std::string_view identifier) {
   return icu::Locale::createCanonical(std::string(identifier).c_str());
 }
@@ -51,9 +61,12 @@ int compare(const icu::Collator* collator, std::string_view left, std::string_vi
 
 } // namespace
 
-IcuLocale::IcuLocale() : IcuLocale(identifierFromEnvironment()) {}
+IcuLocale::IcuLocale() : IcuLocale(identifierFromEnvironment()) {
+  if (auto languages = languagesFromEnvironment(); !languages.empty()) preferredLanguages_ = languages;
+}
 
-IcuLocale::IcuLocale(std::string identifier) : identifier_(std::move(identifier)) {
+IcuLocale::IcuLocale(std::string identifier)
+    : identifier_(std::move(identifier)), preferredLanguages_{identifier_} {
   UErrorCode status = U_ZERO_ERROR;
   collator_.reset(icu::Collator::createInstance(locale(identifier_), status));
   if (!collator_) return;

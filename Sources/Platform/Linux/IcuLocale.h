@@ -12,12 +12,14 @@ namespace tolvera::adapters {
 class IcuLocale final : public platform::Locale {
  public:
   // The user's locale as the process's environment names it: LC_ALL, LC_MESSAGES, LANG, the first that is
-  // not empty. None, and the "C" and "POSIX" locales, count as American English.
+  // not empty. None, and the "C" and "POSIX" locales, count as American English. The preferred languages are
+  // those of LANGUAGE, or else that locale's.
   IcuLocale();
   // As if `identifier` were the user's locale.
   explicit IcuLocale(std::string identifier);
 
   [[nodiscard]] std::string currentIdentifier() const override { return identifier_; }
+  [[nodiscard]] std::vector<std::string> preferredLanguages() const override { return preferredLanguages_; }
   [[nodiscard]] std::optional<std::string> currentLanguageCode() const override;
   [[nodiscard]] std::optional<std::string> localizedString(std::string_view languageCode,
                                                            std::string_view locale) const override;
@@ -28,6 +30,7 @@ class IcuLocale final : public platform::Locale {
 
  private:
   std::string identifier_;
+  std::vector<std::string> preferredLanguages_;
   std::unique_ptr<const icu::Collator> collator_;                // null if ICU has no data at all
   std::unique_ptr<const icu::Collator> caseInsensitiveCollator_; // likewise
 };

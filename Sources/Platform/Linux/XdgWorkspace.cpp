@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -17,6 +18,12 @@ bool XdgWorkspace::openURL(const platform::URL& url) {
   // No shell takes part: the browser's desktop entry is split by GIO and started with the address as one
   // argument.
   return g_app_info_launch_default_for_uri(address.c_str(), nullptr, nullptr);
+}
+
+bool XdgWorkspace::openFolder(const std::string& path) {
+  const std::unique_ptr<char, decltype(&g_free)> address(g_filename_to_uri(path.c_str(), nullptr, nullptr),
+                                                         &g_free);
+  return address && g_app_info_launch_default_for_uri(address.get(), nullptr, nullptr);
 }
 
 bool XdgWorkspace::openMicrophoneSettings() {

@@ -8,6 +8,7 @@ namespace tolvera::adapters {
 class XdgWorkspace final : public platform::Workspace {
  public:
   bool openURL(const platform::URL& url) override;
+  bool openFolder(const std::string& path) override;
   // The sound settings of the desktop that runs, or else a mixer.
   bool openMicrophoneSettings() override;
 };

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Async/Spawn.h"
+#include "Tolvera/App/LocationCheck.h"
 #include "Tolvera/App/MainWindow.h"
 
 #include <QObject>
@@ -27,6 +28,11 @@ class AppDelegate final : public QObject {
   // All outlive the delegate. `executor` is the main thread's.
   AppDelegate(QQmlEngine& engine, AppState& state, LanguageNames& names, Executor executor);
   ~AppDelegate() override;
+
+  // Once the windows are there: ends the application, after it has told the user why, if it stands where it
+  // cannot work. `path` is where it stands.
+  void applicationDidFinishLaunching(const QString& path, const platform::Locale& locale,
+                                     platform::Workspace& workspace, const RunAlert& runAlert);
 
   // Opens the main window, or brings it to the front.
   void openMainWindow();

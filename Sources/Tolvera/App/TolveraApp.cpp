@@ -2,16 +2,36 @@
 
 #include "Tolvera/App/QuickCaptionWindow.h"
 #include "Tolvera/App/QuickOnboardingWindow.h"
+#include "Tolvera/App/WindowActivation.h"
 #include "Tolvera/Views/AppLogo.h"
 #include "Tolvera/Views/Desktop.h"
 #include "Tolvera/Views/Views.h"
 
 #include <QGuiApplication>
 #include <QIcon>
+#include <QMessageBox>
 #include <QPixmap>
+#include <QPushButton>
 #include <QQuickWindow>
+#include <QTimer>
 
 namespace tolvera {
+
+namespace {
+
+bool runModal(const Alert& alert) {
+  QMessageBox box(QMessageBox::Warning, QString(), alert.message);
+  box.setTextFormat(Qt::PlainText);
+  box.setInformativeText(alert.detail);
+  const QPushButton* const first = box.addButton(alert.firstButton, QMessageBox::AcceptRole);
+  box.addButton(alert.secondButton, QMessageBox::RejectRole);
+  box.show();
+  bringForward(*box.windowHandle());
+  box.exec();
+  return box.clickedButton() == first;
+}
+
+} // namespace
 
 void TolveraApp::prepareProcess() {
   // Only X lets a window float above full-screen ones, and desktops without it of their own offer it beside.
@@ -34,7 +54,7 @@ void TolveraApp::prepareApplication() {
   Views::prepareApplication();
 }
 
-TolveraApp::TolveraApp(platform::Platform& platform) : languageNames_(platform.locale) {
+TolveraApp::TolveraApp(platform::Platform& platform) : platform_(platform), languageNames_(platform.locale) {
   Views::prepareEngine(engine_);
   state_ = AppState::make(platform, makeWindows());
   delegate_ = std::make_unique<AppDelegate>(engine_, *state_, languageNames_, platform.mainExecutor);
@@ -72,6 +92,10 @@ void TolveraApp::launch() {
   const int desktopType = qmlTypeId("Tolvera.Views", 1, 0, "Desktop");
   const auto* const desktop = engine_.singletonInstance<Desktop*>(desktopType);
   menuBarExtra_ = std::make_unique<MenuBarExtra>(*state_, *desktop, [this] { delegate_->openMainWindow(); });
+  QTimer::singleShot(0, delegate_.get(), [this] {
+    delegate_->applicationDidFinishLaunching(QCoreApplication::applicationFilePath(), platform_.locale,
+                                             platform_.workspace, runModal);
+  });
 }
 
 void TolveraApp::openSettings() {

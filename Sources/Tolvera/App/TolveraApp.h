@@ -20,6 +20,7 @@ class QuickOnboardingWindowController;
 // `main` after the application object and destroyed before it and before the platform; main thread.
 class TolveraApp {
  public:
+  // The platform outlives the application.
   explicit TolveraApp(platform::Platform& platform);
   ~TolveraApp();
   TolveraApp(const TolveraApp&) = delete;
@@ -43,6 +44,7 @@ class TolveraApp {
  private:
   AppState::Windows makeWindows();
 
+  platform::Platform& platform_;
   QQmlEngine engine_;
   LanguageNames languageNames_;
   // The model owns these two.

@@ -1,0 +1,46 @@
+#include "Tolvera/App/LocationCheck.h"
+
+#include "Tolvera/Strings.h"
+#include "Tolvera/UILanguage.h"
+
+namespace tolvera::LocationCheck {
+
+namespace {
+
+constexpr auto temporaryPlace = "/AppTranslocation/";
+constexpr auto applicationsFolder = "/Applications";
+
+bool prefersChinese(const platform::Locale& locale) {
+  const auto preferred = locale.preferredLanguages();
+  const std::string first = preferred.empty() ? "en" : preferred.front();
+  return first.starts_with("zh") || locale.currentLanguageCode() == "zh";
+}
+
+} // namespace
+
+std::optional<Alert> alertFor(const QString& path, const platform::Locale& locale) {
+  if (!path.contains(QLatin1String(temporaryPlace))) return std::nullopt;
+  const Strings strings{prefersChinese(locale)};
+  const auto reason =
+      strings.pick("macOS 正在只读的临时位置运行托维拉，这种状态下窗口无法显示。",
+                   "macOS is running Tolvera from a read-only temporary location, where its               "
+                   "window cannot appear.");
+  const auto remedy =
+      strings.pick("打开下载到的磁盘映像，把托维拉拖到旁边的「应用程序」文件夹，再从那里打开即可。",
+                   "Open the disk image you downloaded, drag Tolvera onto the Applications               "
+                   "folder beside it, "
+                   "and launch it from there.");
+  return Alert{strings.pick("请先把托维拉拖进「应用程序」", "Move Tolvera to Applications first"),
+               reason + QStringLiteral("\n\n") + remedy,
+               strings.pick("打开「应用程序」", "Open Applications"), strings.pick("退出", "Quit")};
+}
+
+bool passes(const QString& path, const platform::Locale& locale, platform::Workspace& workspace,
+            const RunAlert& runAlert) {
+  const auto alert = alertFor(path, locale);
+  if (!alert) return true;
+  if (runAlert(*alert)) workspace.openFolder(applicationsFolder);
+  return false;
+}
+
+} // namespace tolvera::LocationCheck

@@ -1,0 +1,40 @@
+#pragma once
+
+#include "Platform/Locale.h"
+#include "Platform/Workspace.h"
+
+#include <QString>
+
+#include <functional>
+#include <optional>
+
+namespace tolvera {
+
+// A question put to the user before anything else, with two buttons.
+struct Alert {
+  QString message;
+  QString detail;
+  QString firstButton;
+  QString secondButton;
+
+  bool operator==(const Alert&) const = default;
+};
+
+// Puts the question and waits for the answer: whether it was the first button. Main thread.
+using RunAlert = std::function<bool(const Alert&)>;
+
+// Some systems start what was only downloaded from a read-only copy in a temporary place, where it cannot
+// work. The user is then asked to move the application, and it ends.
+namespace LocationCheck {
+
+// What to tell the user of an application at `path`: nothing where it may stay. In the language of the
+// system, since no setting has been made yet.
+[[nodiscard]] std::optional<Alert> alertFor(const QString& path, const platform::Locale& locale);
+
+// False if the application must end. Then the user has been told, and the folder for applications has been
+// opened at the press of the first button. Main thread.
+[[nodiscard]] bool passes(const QString& path, const platform::Locale& locale, platform::Workspace& workspace,
+                          const RunAlert& runAlert);
+
+} // namespace LocationCheck
+} // namespace tolvera
