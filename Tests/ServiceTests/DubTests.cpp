@@ -82,6 +82,7 @@ TEST_F(DubTest, AStopSilencesTheRunBringsTheSentenceStillOpenAndLeavesTheSocketT
 }
 
 TEST_F(DubTest, SpeechCostsFourfoldAndNothingIsSaidOrChargedWithoutIt) {
+  EXPECT_EQ(me().at("dubMultiplier").to_number<double>(), 4);
   EXPECT_EQ(me().at("voices"), (boost::json::array{"Tina", "Serena", "Jennifer", "Katerina", "Ethan",
                                                    "Raymond", "Harvey", "Aiden"}));
   const auto speech = spoken("we need more time to finish this project");

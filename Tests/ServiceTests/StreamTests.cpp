@@ -131,7 +131,7 @@ TEST_F(StreamTest, MoreThanRealTimeIsHeardWhole) {
   speech.resize(speech.size() + 12000);
   constexpr std::size_t times = 12; // some 40 s of sound at once: four times what is queued
   for (std::size_t i = 0; i < times; ++i) client->sendAudio(speech);
-  client->stop();
+  client->sendBytes(R"( { "type" : "stop", "more" : 1 } )", false);
   const double left = 3600 - static_cast<double>(times * speech.size()) / 16000;
   const auto allCharged = [left](const auto& frame) {
     return textOf(frame, "type") == "balance" &&

@@ -1,11 +1,9 @@
-#include "TolveraService/LanguageNames.h"
 #include "TolveraService/Options.h"
 #include "TolveraService/SettledText.h"
 #include "TolveraService/StreamProtocol.h"
 #include "TolveraService/TextNormalizer.h"
 #include "TolveraService/UnknownWords.h"
 
-#include <boost/json.hpp>
 #include <gtest/gtest.h>
 
 namespace tolvera::service {
@@ -65,21 +63,6 @@ TEST(StreamProtocolTest, ReadsTheQueryOfARun) {
   EXPECT_FALSE(parameters->showSource); // only the digit counts
   EXPECT_EQ(parseStreamParameters("/livetranslate/ws")->token, "");
   EXPECT_FALSE(parseStreamParameters("no address"));
-}
-
-TEST(StreamProtocolTest, KnowsTheStopFrameAmongOthers) {
-  EXPECT_TRUE(isStopFrame(R"({"type":"stop"})"));
-  EXPECT_TRUE(isStopFrame(R"( { "type" : "stop", "more" : 1 } )"));
-  for (const char* other : {"", "stop", "[]", R"({"type":1})", R"({"type":"Stop"})", "{", "\xff\xfe"})
-    EXPECT_FALSE(isStopFrame(other)) << other;
-}
-
-TEST(StreamProtocolTest, FramesAreJSONWhateverTheText) {
-  const auto frame =
-      boost::json::parse(captionFrame(CaptionKind::translation, "a \"b\"\n", " c", true)).as_object();
-  EXPECT_EQ(frame.at("type").as_string(), "tr");
-  EXPECT_EQ(frame.at("text").as_string(), "a \"b\"\n");
-  EXPECT_TRUE(frame.at("final").as_bool());
 }
 
 TEST(OptionsTest, ReadsTheCommandLineOrSaysWhatIsWrong) {

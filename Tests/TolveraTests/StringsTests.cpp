@@ -21,13 +21,6 @@ TEST(Strings, AreChineseByChoiceOrOnAnyChineseSystemAndEnglishOtherwise) {
     EXPECT_FALSE(Strings::forSetting(UILanguage::system, FixedLocale(identifier)).zh) << identifier;
 }
 
-TEST(Strings, ThreeChoicesHaveTextsThatLeadBackToThem) {
-  for (const UILanguage language : allUILanguages)
-    EXPECT_EQ(uiLanguageFromText(storedText(language)), language);
-  EXPECT_EQ(storedText(UILanguage::system), "system");
-  EXPECT_EQ(uiLanguageFromText("English"), UILanguage::system);
-}
-
 TEST(Strings, TheVersionIsADashIfTheBuildHasNone) {
   EXPECT_EQ(detail::versionLine(chinese, nullptr), "托维拉 —");
   EXPECT_EQ(detail::versionLine(english, ""), "Tolvera —");
