@@ -2,8 +2,11 @@
 #include "ShellTests/DesktopFixture.h"
 #include "Support/ChildProcess.h"
 #include "Support/TemporaryDirectory.h"
+#include "Support/TemporaryEnvironment.h"
 
+#include <QDir>
 #include <QFile>
+#include <QSysInfo>
 
 #include <gtest/gtest.h>
 
@@ -94,11 +97,27 @@ TEST_F(ProgramTests, isNotKeptFromStartingByOneThatIsDeadOrHangs) {
   promise("SIGINT ends it with status 0", end(next, SIGINT) == 0);
 }
 
-TEST_F(ProgramTests, startsWithoutASessionBus) {
-  const auto bus = qgetenv("DBUS_SESSION_BUS_ADDRESS");
-  qputenv("DBUS_SESSION_BUS_ADDRESS", "unix:path=/dev/null");
+TEST_F(ProgramTests, endsWithTheSession) {
+  // The programs that the session starts with: none.
+  QFile startup(QDir::home().filePath(QStringLiteral(".xsmstartup")));
+  ASSERT_TRUE(startup.open(QIODevice::WriteOnly));
+  ChildProcess session({"xsm", "-session", "default"});
+  const auto socket = "/tmp/.ICE-unix/" + std::to_string(session.pid());
+  ASSERT_TRUE(eventually([&socket] { return std::filesystem::exists(socket); }));
+  const auto host = QSysInfo::machineHostName().toStdString();
+  TemporaryEnvironment environment;
+  environment.set("SESSION_MANAGER", "local/" + host + ":@" + socket + ",unix/" + host + ":" + socket);
   auto program = launch();
-  qputenv("DBUS_SESSION_BUS_ADDRESS", bus);
+  ASSERT_TRUE(comesUp(program));
+  ::kill(session.pid(), SIGTERM);
+  promise("the session's end ends it with status 0", program.wait(15s) == 0);
+  session.wait(5s);
+}
+
+TEST_F(ProgramTests, startsWithoutASessionBus) {
+  TemporaryEnvironment environment;
+  environment.set("DBUS_SESSION_BUS_ADDRESS", "unix:path=/dev/null");
+  auto program = launch();
   promise("it starts without a session bus", comesUp(program));
   EXPECT_TRUE(isInFront(program));
   xdotool({"key", "ctrl+q"});

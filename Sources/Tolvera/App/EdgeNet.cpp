@@ -51,7 +51,7 @@ void EdgeNet::mouseReleaseEvent(QMouseEvent* event) {
 }
 
 bool EdgeNet::event(QEvent* event) {
-  if (event->type() == QEvent::Leave) hide();
+  if (event->type() == QEvent::Leave && !QGuiApplication::mouseButtons()) hide();
   return QRasterWindow::event(event);
 }
 
