@@ -2,10 +2,12 @@
 
 #include "Async/SystemClock.h"
 #include "Platform/Linux/PipeWireAudioSystem.h"
+#include "Platform/PlatformError.h"
 #include "TolveraCore/AudioProcesses.h"
 #include "TolveraCore/AudioProperty.h"
 #include "TolveraCore/CoreAudioTapBackend.h"
 #include "TolveraCore/DubPlayer.h"
+#include "TolveraCore/MicBackend.h"
 
 #include "Support/PrivateGraph.h"
 #include "Support/Recording.h"
@@ -14,15 +16,16 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <cmath>
-#include <cstring>
-#include <filesystem>
 #include <fstream>
-#include <numbers>
+#include <functional>
 #include <string>
 #include <vector>
 
 namespace tolvera::test {
+
+using platform::AudioObjectID;
+using platform::fourCharacterCode;
+using platform::systemAudioObject;
 
 // What an output plays, as another program hears it: its left channel.
 class Monitor {
@@ -30,29 +33,25 @@ class Monitor {
   Monitor(const PrivateGraph& graph, const std::string& sink)
       : file_(graph.directory() + "/monitor-" + sink + ".raw"),
         recorder_({"pw-record", "-P", "{ stream.capture.sink=true }", "--target", sink, "--rate", "16000",
-                   "--channels", "2", "--format", "f32", file_}) {
+                   "--channels", "1", "--channel-map", "FL", "--format", "f32", file_}) {
     EXPECT_TRUE(eventually([this] { return !samples().empty(); }));
   }
-  ~Monitor() {
-    recorder_.kill();
-    std::filesystem::remove(file_);
-  }
-  Monitor(const Monitor&) = delete;
-  Monitor& operator=(const Monitor&) = delete;
 
   [[nodiscard]] std::vector<float> samples() const {
-    std::ifstream stream(file_, std::ios::binary);
-    const std::string bytes((std::istreambuf_iterator<char>(stream)), {});
-    std::vector<float> samples(bytes.size() / (2 * sizeof(float)));
-    for (std::size_t i = 0; i < samples.size(); ++i) {
-      std::memcpy(&samples[i], bytes.data() + i * 2 * sizeof(float), sizeof(float));
-    }
+    std::ifstream file(file_, std::ios::binary | std::ios::ate);
+    std::vector<float> samples(file ? static_cast<std::size_t>(file.tellg()) / sizeof(float) : 0);
+    file.seekg(0);
+    file.read(reinterpret_cast<char*>(samples.data()),
+              static_cast<std::streamsize>(samples.size() * sizeof(float)));
     return samples;
   }
   // In the last 200 ms.
   [[nodiscard]] double level(double frequency) const {
     const auto all = samples();
     return all.size() < 3200 ? 0 : amplitudeAt(frequency, Recording::rate, std::span(all).last(3200));
+  }
+  bool hears(double frequency) const {
+    return eventually([this, frequency] { return level(frequency) > 0.15; });
   }
 
  private:
@@ -76,29 +75,26 @@ class AudioGraphTest : public testing::Test {
     addSink("speaker");
   }
   platform::AudioHardware& hardware() { return system_.audioHardware(); }
-  ChildProcess play(double frequency, double seconds = 60) {
-    return graph_.application(graph_.tone(frequency, 0.4, seconds));
-  }
-  std::optional<platform::AudioObjectID> object(const ChildProcess& process) {
-    return AudioProcesses::object(hardware(), process.pid());
+  ChildProcess play(double frequency) { return graph_.application(graph_.tone(frequency, 0.4, 60)); }
+  bool isPlaying(AudioObjectID object) {
+    return audioProperty<std::uint32_t>(hardware(), object, fourCharacterCode("piro")) == 1U;
   }
   // The process object of a program, as soon as it plays.
-  platform::AudioObjectID playing(const ChildProcess& process) {
-    std::optional<platform::AudioObjectID> found;
-    EXPECT_TRUE(eventually([this, &process, &found] {
-      found = object(process);
-      return found &&
-             audioProperty<std::uint32_t>(hardware(), *found, platform::fourCharacterCode("piro")) == 1U;
+  AudioObjectID playing(std::int32_t pid) {
+    std::optional<AudioObjectID> found;
+    EXPECT_TRUE(eventually([this, pid, &found] {
+      found = AudioProcesses::object(hardware(), pid);
+      return found && isPlaying(*found);
     }));
     return found.value_or(platform::noAudioObject);
   }
-  CoreAudioTapBackend tap(const CoreAudioTapBackend::Source& source) {
-    return CoreAudioTapBackend(hardware(), system_, clock_, source);
+  AudioObjectID playing(const ChildProcess& process) { return playing(process.pid()); }
+  CoreAudioTapBackend tapEverything() {
+    return {hardware(), system_, clock_, CoreAudioTapBackend::EverythingExceptSelf{}};
   }
-  static CoreAudioTapBackend::Source processes(std::vector<platform::AudioObjectID> objects) {
-    return CoreAudioTapBackend::Processes{std::move(objects)};
+  CoreAudioTapBackend tap(const ChildProcess& process) {
+    return {hardware(), system_, clock_, CoreAudioTapBackend::Processes{{playing(process)}}};
   }
-  static CoreAudioTapBackend::Source everything() { return CoreAudioTapBackend::EverythingExceptSelf{}; }
   bool hears(double frequency) {
     return eventually([this, frequency] { return recording_.hears(frequency, 0.2); });
   }
@@ -107,13 +103,26 @@ class AudioGraphTest : public testing::Test {
     EXPECT_TRUE(eventually([this, seconds] { return recording_.seconds() >= seconds; }));
     return recording_.samples();
   }
-  static std::vector<float> sine(double frequency, double amplitude, double seconds) {
-    std::vector<float> samples(static_cast<std::size_t>(seconds * DubPlayer::sampleRate));
-    for (std::size_t i = 0; i < samples.size(); ++i) {
-      const double phase = 2 * std::numbers::pi * frequency * static_cast<double>(i) / DubPlayer::sampleRate;
-      samples[i] = static_cast<float>(amplitude * std::sin(phase));
-    }
-    return samples;
+  static std::vector<float> sine(double frequency, double seconds) {
+    return test::sine(frequency, 0.4, DubPlayer::sampleRate, seconds);
+  }
+  // Opens and closes again and again; nothing of it may stay, in this process or in the graph.
+  void expectNoLeak(int cycles, const std::function<void(int)>& cycle) {
+    for (int i = 0; i < 3; ++i) cycle(i);
+    ASSERT_TRUE(eventually([this] {
+      return !graph_.hasNode("tolvera-tap") && !graph_.hasNode("tolvera-dub") &&
+             !graph_.hasNode("tolvera-microphone");
+    }));
+    const std::size_t threads = entries("/proc/self/task");
+    const std::size_t descriptors = entries("/proc/self/fd");
+    const auto objects = graph_.objects();
+    for (int i = 0; i < cycles; ++i) cycle(i);
+    const std::size_t heard = recording_.samples().size();
+    EXPECT_TRUE(eventually([threads] { return entries("/proc/self/task") == threads; }));
+    EXPECT_TRUE(eventually([descriptors] { return entries("/proc/self/fd") <= descriptors; }))
+        << entries("/proc/self/fd") << " descriptors, before " << descriptors;
+    EXPECT_TRUE(eventually([this, &objects] { return graph_.objects() == objects; }));
+    EXPECT_EQ(recording_.samples().size(), heard);
   }
 
   PrivateGraph graph_;

@@ -1,11 +1,11 @@
 #include "Support/PrivateGraph.h"
 
-#include <cmath>
+#include "Support/Spectrum.h"
+
 #include <cstdint>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <numbers>
 #include <regex>
 #include <sstream>
 #include <stdexcept>
@@ -214,10 +214,6 @@ ChildProcess PrivateGraph::play(const std::string& file, const std::string& targ
   return player;
 }
 
-ChildProcess PrivateGraph::record(const std::string& file, const std::string& target) const {
-  return ChildProcess({"pw-record", "--target", target, file}, log("record"));
-}
-
 ChildProcess PrivateGraph::application(const std::string& file) const {
   return ChildProcess({"pw-play", file}, log("application"));
 }
@@ -245,9 +241,7 @@ std::string PrivateGraph::tone(double frequency, double amplitude, double second
   put(std::uint16_t{32});
   file << "data";
   put(frames * 4);
-  for (std::uint32_t i = 0; i < frames; ++i) {
-    put(static_cast<float>(amplitude * std::sin(2 * std::numbers::pi * frequency * i / rate)));
-  }
+  for (const float sample : sine(frequency, amplitude, rate, seconds)) put(sample);
   return name.str();
 }
 

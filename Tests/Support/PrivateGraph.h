@@ -39,9 +39,8 @@ class PrivateGraph {
   void restartSessionManager(); // SIGKILL, and a new one, which takes no notice of the old nodes
   void checkServers();          // throws if one has ended by itself
 
-  // Plays a WAV file into a node, all its inputs, or records one from it, until it is dropped.
+  // Plays a WAV file into a node, all its inputs, until it is dropped.
   [[nodiscard]] ChildProcess play(const std::string& file, const std::string& target) const;
-  [[nodiscard]] ChildProcess record(const std::string& file, const std::string& target) const;
   // Plays a WAV file as applications do, to the default output, natively or through the PulseAudio server.
   // Does not wait.
   [[nodiscard]] ChildProcess application(const std::string& file) const;

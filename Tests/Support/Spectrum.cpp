@@ -37,6 +37,15 @@ Fit fit(double frequency, double rate, std::span<const float> samples) {
 
 } // namespace
 
+std::vector<float> sine(double frequency, double amplitude, double rate, double seconds) {
+  std::vector<float> samples(static_cast<std::size_t>(rate * seconds));
+  const double step = 2 * std::numbers::pi * frequency / rate;
+  for (std::size_t i = 0; i < samples.size(); ++i) {
+    samples[i] = static_cast<float>(amplitude * std::sin(step * static_cast<double>(i)));
+  }
+  return samples;
+}
+
 double amplitudeAt(double frequency, double rate, std::span<const float> samples) {
   const Fit found = fit(frequency, rate, samples);
   return std::hypot(found.cosine, found.sine);
@@ -54,6 +63,17 @@ double residualBelow(double frequency, double rate, std::span<const float> sampl
   const double amplitude = std::hypot(found.cosine, found.sine);
   const double mean = residual / static_cast<double>(samples.size());
   return 10 * std::log10((mean + 1e-30) / (amplitude * amplitude / 2 + 1e-30));
+}
+
+Stretch purestSecond(double frequency, double rate, std::span<const float> samples) {
+  const auto second = static_cast<std::size_t>(rate);
+  Stretch purest;
+  for (std::size_t at = 0; at + second <= samples.size(); at += second / 4) {
+    const auto stretch = samples.subspan(at, second);
+    const double residual = residualBelow(frequency, rate, stretch);
+    if (residual < purest.residual) purest = {residual, amplitudeAt(frequency, rate, stretch)};
+  }
+  return purest;
 }
 
 } // namespace tolvera::test
