@@ -32,19 +32,15 @@ class InstalledApplications {
                         << lines;
   }
   // A copy of a program under another name, so that its file is its own.
-  std::string addProgram(const std::string& place,
-                         const std::filesystem::path& original = "/bin/sleep") const {
-    const auto file = root() / place;
-    std::filesystem::create_directories(file.parent_path());
-    std::filesystem::copy_file(original, file);
-    return file;
+  std::string addProgram(const std::string& place) const {
+    std::filesystem::copy_file("/bin/sleep", root() / place);
+    return root() / place;
   }
   std::string addScript(const std::string& place, const std::string& text) const {
-    const auto file = root() / place;
-    std::filesystem::create_directories(file.parent_path());
-    std::ofstream(file) << text;
-    std::filesystem::permissions(file, std::filesystem::perms::owner_all);
-    return file;
+    std::filesystem::create_directories((root() / place).parent_path());
+    std::ofstream(root() / place) << text;
+    std::filesystem::permissions(root() / place, std::filesystem::perms::owner_all);
+    return root() / place;
   }
 
  private:
