@@ -23,10 +23,7 @@ TEST_F(NetworkWebSocket, SendsBegunBeforeTheHandshakeArriveInTheOrderOfTheCalls)
     EXPECT_FALSE(frames[i].isText);
   }
   EXPECT_TRUE(frames[50].isText);
-  const auto request = server_.connection(0)->request();
-  EXPECT_EQ(request.target, "/live/ws?token=secret&target=es");
-  EXPECT_FALSE(request.headers.contains("sec-websocket-protocol"));
-  EXPECT_FALSE(request.headers.contains("sec-websocket-extensions"));
+  EXPECT_EQ(server_.connection(0)->request().target, "/live/ws?token=secret&target=es");
 }
 
 TEST_F(NetworkWebSocket, EachReceiveGivesTheNextMessageWholeWhetherItCameBeforeOrAfterTheCall) {

@@ -119,7 +119,7 @@ class LoopbackServer::Peer final : public Connection, public std::enable_shared_
   void sendBinary(std::string bytes) override { send(false, std::move(bytes)); }
   void close(std::uint16_t code, std::string reason) override {
     post([code, reason = std::move(reason)](Peer& self) {
-      if (!self.isOpen()) return;
+      if (!self.state_->look([&self] { return self.open_; })) return;
       const websocket::close_reason why(static_cast<websocket::close_code>(code), reason);
       self.socket_.async_close(why, [keep = self.shared_from_this()](ErrorCode) { keep->drop(); });
     });
@@ -147,9 +147,6 @@ class LoopbackServer::Peer final : public Connection, public std::enable_shared_
   }
   [[nodiscard]] std::size_t frameCount() const override {
     return state_->look([this] { return frames_.size(); });
-  }
-  [[nodiscard]] bool isOpen() const override {
-    return state_->look([this] { return open_; });
   }
   [[nodiscard]] std::optional<std::uint16_t> closeCode() const override {
     return state_->look([this] { return closeCode_; });
@@ -324,9 +321,6 @@ class LoopbackServer::Run {
     const tcp::endpoint endpoint(asio::ip::make_address(options.address), options.port);
     acceptor_.open(endpoint.protocol());
     acceptor_.set_option(asio::socket_base::reuse_address(true));
-    if (options.receiveBufferBytes > 0) {
-      acceptor_.set_option(asio::socket_base::receive_buffer_size(options.receiveBufferBytes));
-    }
     if (endpoint.address().is_v6()) acceptor_.set_option(asio::ip::v6_only(true));
     acceptor_.bind(endpoint);
     acceptor_.listen();
@@ -406,9 +400,6 @@ void LoopbackServer::onFrame(std::function<void(Connection&, const Frame&)> hand
 
 std::vector<LoopbackServer::Request> LoopbackServer::requests() const {
   return state_->look([this] { return state_->requests; });
-}
-std::vector<LoopbackServer::ConnectionPointer> LoopbackServer::connections() const {
-  return state_->look([this] { return state_->opened; });
 }
 LoopbackServer::ConnectionPointer LoopbackServer::connection(std::size_t index) const {
   return state_->look(

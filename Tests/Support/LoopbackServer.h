@@ -80,7 +80,6 @@ class LoopbackServer {
     [[nodiscard]] virtual const Request& request() const = 0; // of the upgrade
     [[nodiscard]] virtual std::vector<Frame> frames() const = 0;
     [[nodiscard]] virtual std::size_t frameCount() const = 0;
-    [[nodiscard]] virtual bool isOpen() const = 0;
     // The code with which the peer closed; nothing while open or if it went without a goodbye.
     [[nodiscard]] virtual std::optional<std::uint16_t> closeCode() const = 0;
     [[nodiscard]] virtual std::string closeReason() const = 0;
@@ -93,9 +92,6 @@ class LoopbackServer {
     // PEM texts; with both the server speaks TLS.
     std::string certificateChain;
     std::string privateKey;
-    // Of the listening socket and so of the accepted ones, in bytes; 0 for the system's own choice. A small
-    // one makes a server that stops reading felt early.
-    int receiveBufferBytes = 0;
     bool acceptsConnections = true; // false: connects complete in the backlog and nobody ever answers
   };
 
@@ -115,9 +111,8 @@ class LoopbackServer {
   void onOpen(std::function<void(Connection&)> handler);
   void onFrame(std::function<void(Connection&, const Frame&)> handler);
 
-  // All HTTP requests so far, upgrades included; and the web sockets opened so far, in order.
+  // All HTTP requests so far, upgrades included, in order.
   [[nodiscard]] std::vector<Request> requests() const;
-  [[nodiscard]] std::vector<ConnectionPointer> connections() const;
   // The web socket opened as the `index`-th, or null.
   [[nodiscard]] ConnectionPointer connection(std::size_t index) const;
   // TCP connections accepted so far, whatever became of them; and those that are there now.
