@@ -1,0 +1,38 @@
+#pragma once
+
+#include "ServiceTests/StreamClient.h"
+#include "Support/ChildProcess.h"
+#include "Support/TemporaryDirectory.h"
+
+#include <memory>
+#include <string>
+
+namespace tolvera::test {
+
+// A real browser without a window, driven from outside. Ends with the object.
+class Browser {
+ public:
+  // Null if the browser's driver is not installed. Throws if it does not start.
+  static std::unique_ptr<Browser> start(int width);
+  ~Browser();
+
+  void open(const std::string& url);
+  // Clicks the first element that the CSS selector finds; the page that follows may take a moment.
+  void click(const std::string& selector);
+  // Waits until the element has the text.
+  [[nodiscard]] bool waitForText(const std::string& selector, const std::string& text);
+  // What a piece of JavaScript returns, for instance "return 1".
+  boost::json::value run(const std::string& script);
+
+ private:
+  Browser() = default;
+  [[nodiscard]] std::uint16_t port() const; // 0 until the driver has printed it
+  boost::json::value command(const std::string& path, const boost::json::object& body);
+
+  TemporaryDirectory directory_;
+  ChildProcess driver_{{"chromedriver", "--port=0"}, (directory_ / "log").string()};
+  HTTPClient client_{0};
+  std::string session_;
+};
+
+} // namespace tolvera::test
