@@ -59,9 +59,10 @@ void Browser::click(const std::string& selector) {
 }
 
 bool Browser::waitForText(const std::string& selector, const std::string& text) {
+  const json::value wanted(text);
   for (int looked = 0; looked < looks; ++looked) {
     try {
-      if (run("return document.querySelector('" + selector + "')?.innerText") == text) return true;
+      if (run("return document.querySelector('" + selector + "')?.innerText") == wanted) return true;
     } catch (const std::runtime_error&) {
       // Between two pages.
     }
