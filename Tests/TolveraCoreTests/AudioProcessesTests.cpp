@@ -126,20 +126,6 @@ TEST_F(AudioProcessesTest, NamesAnApplicationByTheLastOfItsIdentifierAndLeavesOu
   EXPECT_THAT(userAppNames(), ElementsAre("Later", "org.nameless"));
 }
 
-TEST_F(AudioProcessesTest, FindsTheObjectOfAProcessAndTheTextOfAProperty) {
-  const auto object = hardware.addProcess(50, "org.player");
-  EXPECT_EQ(AudioProcesses::object(hardware, 50), object);
-  EXPECT_EQ(AudioProcesses::object(hardware, 52), std::nullopt);
-
-  constexpr auto bundle = fourCharacterCode("pbid");
-  EXPECT_EQ(AudioProcesses::string(hardware, object, bundle), "org.player");
-  EXPECT_EQ(AudioProcesses::string(hardware, object, fourCharacterCode("ppid")), std::nullopt); // no text
-  EXPECT_EQ(AudioProcesses::string(hardware, 999, bundle), std::nullopt);
-
-  hardware.readFailures[fourCharacterCode("id2p")] = -1;
-  EXPECT_EQ(AudioProcesses::object(hardware, 50), std::nullopt);
-}
-
 TEST(AudioProcessRecords, HashByAllFields) {
   const AudioApp app{"org.player", "Player", false, {1, 2}};
   EXPECT_EQ((std::unordered_set<AudioApp>{app, {"org.player", "Player", false, {2, 1}}, app}).size(), 2U);
