@@ -3,6 +3,9 @@
 #include "Support/TemporaryEnvironment.h"
 #include "TolveraCore/Languages.h"
 
+#include <unicode/ucol.h>
+#include <unicode/uloc.h>
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -40,6 +43,12 @@ TEST(DesktopLocale, FollowsTheEnvironmentInTheOrderOfItsVariables) {
     EXPECT_EQ(locale.currentIdentifier(), each.identifier);
     EXPECT_EQ(locale.currentLanguageCode(), each.language) << each.identifier;
   }
+  test::TemporaryEnvironment environment;
+  environment.set("LANG", "fr_FR.UTF-8");
+  environment.set("LANGUAGE", "zh_CN.UTF-8::en");
+  EXPECT_EQ(IcuLocale().preferredLanguages(), (std::vector<std::string>{"zh_CN", "en"}));
+  environment.set("LANGUAGE", std::nullopt);
+  EXPECT_EQ(IcuLocale().preferredLanguages(), std::vector{IcuLocale().currentIdentifier()});
   EXPECT_FALSE(IcuLocale("").currentLanguageCode());
   EXPECT_FALSE(IcuLocale("_CN").currentLanguageCode());
 }
@@ -71,6 +80,31 @@ TEST(DesktopLocale, ComparesByTheUsersLocaleWhateverTheTextsAreIn) {
   EXPECT_NE(locale.localizedCompare("ÖL", "öl"), 0);
   EXPECT_EQ(locale.localizedCaseInsensitiveCompare("ÖL", "öl"), 0);
   EXPECT_NE(locale.localizedCaseInsensitiveCompare("OL", "öl"), 0);
+}
+
+TEST(DesktopLocale, GuessesATargetForEveryLocaleThatTheSystemCanName) {
+  for (std::int32_t i = 0; i < uloc_countAvailable(); ++i) {
+    const std::string code = Languages::guessTarget(IcuLocale(uloc_getAvailable(i)).currentIdentifier());
+    EXPECT_TRUE(Languages::find(code)) << uloc_getAvailable(i);
+  }
+}
+
+TEST(DesktopLocale, PickersAreInIcusOwnOrder) {
+  for (const char* user : {"en_US", "zh_CN", "zh_TW", "sv_SE", "ja_JP"}) {
+    for (const char* language : {"zh-Hans", "en"}) {
+      UErrorCode status = U_ZERO_ERROR;
+      UCollator* const collator = ucol_open(user, &status);
+      std::string last;
+      for (const Language& row : Languages::sorted(IcuLocale(user), language)) {
+        const auto name = row.displayName(IcuLocale(user), language);
+        EXPECT_EQ(ucol_strcollUTF8(collator, last.c_str(), -1, name.c_str(), -1, &status), UCOL_LESS)
+            << user << ": " << last << " before " << name;
+        last = name;
+      }
+      EXPECT_TRUE(U_SUCCESS(status));
+      ucol_close(collator);
+    }
+  }
 }
 
 TEST(DesktopLocale, AChineseUserSeesChineseNamesByTheirSounds) {

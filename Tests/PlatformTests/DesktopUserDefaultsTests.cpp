@@ -8,17 +8,24 @@
 #include <boost/json/parse.hpp>
 #include <boost/json/serialize.hpp>
 
+#include <sys/wait.h>
+
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <csignal>
 #include <fstream>
 #include <limits>
+#include <random>
 #include <sstream>
+#include <thread>
 
 namespace tolvera {
 namespace {
 
 namespace fs = std::filesystem;
 namespace json = boost::json;
+using namespace std::chrono_literals;
 using adapters::JsonUserDefaults;
 using Value = platform::UserDefaults::Value;
 
@@ -82,7 +89,7 @@ TEST_F(DesktopUserDefaults, OutlastTheProcessWithTheirTypesInAPrivateFile) {
 
 // Whoever reads it meanwhile, or after a kill, finds a whole file: a part of one does not parse.
 TEST_F(DesktopUserDefaults, ReachTheFileOnTheirOwnAndAreWholeAtEveryMoment) {
-  JsonUserDefaults store(file, {std::chrono::milliseconds(0), std::chrono::milliseconds(0)});
+  JsonUserDefaults store(file, {0ms, 0ms});
   for (double round = 0; round < 100; ++round) {
     store.setObject("round", round);
     store.setObject("text", std::string(200'000, 'x'));
@@ -90,6 +97,43 @@ TEST_F(DesktopUserDefaults, ReachTheFileOnTheirOwnAndAreWholeAtEveryMoment) {
     EXPECT_TRUE(test::eventually(
         [&] { return fs::exists(file) && parsed(file).at("round").to_number<double>() == round; }));
   }
+}
+
+// Two numbers that go up one after the other, without end.
+[[noreturn]] void countForever(const fs::path& file, JsonUserDefaults::Pace pace) {
+  JsonUserDefaults store(file, pace);
+  const double reached = store.doubleForKey("first").value_or(0);
+  store.setObject("second", reached);
+  for (double i = reached + 1;; ++i) {
+    store.setObject("first", i);
+    store.setObject("text", std::string(static_cast<std::size_t>(i) * 37 % 9000, 'x'));
+    store.setObject("second", i);
+    if (static_cast<int>(i) % 50 == 0) std::this_thread::sleep_for(1ms);
+  }
+}
+
+TEST_F(DesktopUserDefaults, AreWholeAfterAKillAtAnyMoment) {
+  std::mt19937 random(20);
+  double reached = 0;
+  for (int kill = 0; kill < 200; ++kill) {
+    // Half of the children write without pause, so that the kill falls into a writing.
+    const bool hurried = kill % 2 == 0;
+    const pid_t child = ::fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) countForever(file, hurried ? JsonUserDefaults::Pace{0ms, 0ms} : JsonUserDefaults::Pace{});
+    std::uniform_int_distribution moment(0, hurried ? 30'000 : 120'000);
+    std::this_thread::sleep_for(std::chrono::microseconds(moment(random)));
+    ::kill(child, SIGKILL);
+    ASSERT_EQ(::waitpid(child, nullptr, 0), child);
+    if (!fs::exists(file)) continue;
+    const auto object = parsed(file);
+    const double first = object.contains("first") ? object.at("first").to_number<double>() : 0;
+    const double second = object.at("second").to_number<double>();
+    EXPECT_TRUE(first == second || first == second + 1) << first << " " << second;
+    EXPECT_GE(first, reached);
+    reached = first;
+  }
+  EXPECT_GT(reached, 1000);
 }
 
 TEST_F(DesktopUserDefaults, KeepWhatTheyDoNotKnowAndHonourAnEditByHand) {
