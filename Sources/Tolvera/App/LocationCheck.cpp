@@ -21,6 +21,7 @@ bool prefersChinese(const platform::Locale& locale) {
 std::optional<Alert> alertFor(const QString& path, const platform::Locale& locale) {
   if (!path.contains(QLatin1String(temporaryPlace))) return std::nullopt;
   const Strings strings{prefersChinese(locale)};
+  // The texts have their blanks as they stand.
   const auto reason =
       strings.pick("macOS 正在只读的临时位置运行托维拉，这种状态下窗口无法显示。",
                    "macOS is running Tolvera from a read-only temporary location, where its               "
@@ -28,8 +29,7 @@ std::optional<Alert> alertFor(const QString& path, const platform::Locale& local
   const auto remedy =
       strings.pick("打开下载到的磁盘映像，把托维拉拖到旁边的「应用程序」文件夹，再从那里打开即可。",
                    "Open the disk image you downloaded, drag Tolvera onto the Applications               "
-                   "folder beside it, "
-                   "and launch it from there.");
+                   "folder beside it, and launch it from there.");
   return Alert{strings.pick("请先把托维拉拖进「应用程序」", "Move Tolvera to Applications first"),
                reason + QStringLiteral("\n\n") + remedy,
                strings.pick("打开「应用程序」", "Open Applications"), strings.pick("退出", "Quit")};
