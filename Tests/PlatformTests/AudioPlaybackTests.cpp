@@ -7,46 +7,6 @@ namespace {
 
 using Output = AudioGraphTest;
 
-// Changes the default output while it begins to read the defaults, so that the server tells nobody else.
-class Meddler final : adapters::PipeWireConnection::Listener {
- public:
-  Meddler() {
-    connection_.addListener(*this);
-    EXPECT_TRUE(connection_.open(std::chrono::seconds(10)));
-  }
-  ~Meddler() override {
-    const adapters::LoopLock lock(connection_.loop());
-    bindings_.clear();
-  }
-  Meddler(const Meddler&) = delete;
-  Meddler& operator=(const Meddler&) = delete;
-
-  void setDefaultSink(const std::string& name) {
-    const adapters::LoopLock lock(connection_.loop());
-    ASSERT_EQ(bindings_.size(), 1U);
-    pw_metadata_set_property(bindings_[0].get(), PW_ID_CORE, "default.audio.sink", "Spa:String:JSON",
-                             (R"({"name":")" + name + R"("})").c_str());
-    bind();
-  }
-
- private:
-  void added(const adapters::PipeWireConnection::Global& global) override {
-    const spa_dict* properties = global.properties;
-    const char* name = properties != nullptr ? spa_dict_lookup(properties, PW_KEY_METADATA_NAME) : nullptr;
-    if (name == nullptr || std::string_view(name) != "default") return;
-    id_ = global.id;
-    bind();
-  }
-  void bind() {
-    bindings_.emplace_back(static_cast<pw_metadata*>(
-        pw_registry_bind(connection_.registry(), id_, PW_TYPE_INTERFACE_Metadata, PW_VERSION_METADATA, 0)));
-  }
-
-  adapters::PipeWireConnection connection_;
-  std::uint32_t id_ = PW_ID_ANY;
-  std::vector<adapters::Proxy<pw_metadata>> bindings_;
-};
-
 TEST_F(Output, OfTheDubHasItsLevelAndRateAndNoSeamBetweenBuffers) {
   const Monitor monitor(graph_, "speaker");
   DubPlayer dub(system_.playback(), clock_);
@@ -96,16 +56,6 @@ TEST_F(Output, ThatIsTheDefaultIsNamedAndAChangeIsTold) {
   EXPECT_TRUE(eventually([this] { return AudioRoute::outputName(hardware()) == "speaker"; }));
   graph_.destroyNode("speaker");
   EXPECT_TRUE(eventually([this] { return AudioRoute::outputName(hardware()).empty(); }));
-}
-
-TEST_F(Output, ThatIsTheDefaultIsKnownThoughTheServerKeptItsChangeFromUs) {
-  graph_.createSink("other");
-  ASSERT_EQ(AudioRoute::outputName(hardware()), "speaker");
-  Meddler meddler;
-  const int before = outputChanges_;
-  meddler.setDefaultSink("other");
-  EXPECT_TRUE(eventually([this, before] { return outputChanges_ > before; }));
-  EXPECT_EQ(AudioRoute::outputName(hardware()), "other");
 }
 
 TEST(OutputTransport, IsThatOfTheDeviceBehindIt) {

@@ -5,13 +5,10 @@
 #include <array>
 #include <cstring>
 #include <string_view>
-#include <utility>
 
 namespace tolvera::adapters {
 
 namespace {
-
-constexpr std::chrono::seconds checkDelay{1};
 
 // {"name": "..."}
 std::string nameIn(const char* json) {
@@ -31,48 +28,24 @@ std::string nameIn(const char* json) {
   return {};
 }
 
-bool isDefaults(const PipeWireConnection::Global& global) {
-  if (global.properties == nullptr || std::strcmp(global.type, PW_TYPE_INTERFACE_Metadata) != 0) return false;
-  const char* name = spa_dict_lookup(global.properties, PW_KEY_METADATA_NAME);
-  return name != nullptr && std::strcmp(name, "default") == 0;
-}
-
 } // namespace
 
-// What one proxy of the server's object has told so far.
-struct PipeWireMetadata::Binding {
-  explicit Binding(PipeWireMetadata& theOwner) : owner(theOwner) {}
-
-  static const pw_metadata_events& events() {
+struct PipeWireMetadata::Events {
+  static int property(void* data, std::uint32_t subject, const char* key, const char* /*type*/,
+                      const char* value) {
+    auto* self = static_cast<PipeWireMetadata*>(data);
+    if (subject == PW_ID_CORE) self->set(key, value);
+    return 0;
+  }
+  static const pw_metadata_events& all() {
     static const pw_metadata_events events = [] {
       pw_metadata_events made{};
       made.version = PW_VERSION_METADATA_EVENTS;
-      made.property = [](void* data, std::uint32_t subject, const char* key, const char* /*type*/,
-                         const char* value) {
-        if (subject == PW_ID_CORE) static_cast<Binding*>(data)->set(key, value);
-        return 0;
-      };
+      made.property = property;
       return made;
     }();
     return events;
   }
-
-  void set(const char* key, const char* value) {
-    const auto before = defaults;
-    if (key == nullptr) {
-      defaults.clear();
-    } else if (value == nullptr) {
-      defaults.erase(key);
-    } else {
-      defaults[key] = nameIn(value);
-    }
-    if (defaults != before) owner.onChange(*this);
-  }
-
-  PipeWireMetadata& owner;
-  std::map<std::string, std::string> defaults;
-  Proxy<pw_metadata> proxy;
-  Hook hook;
 };
 
 PipeWireMetadata::PipeWireMetadata(PipeWireConnection& connection) : connection_(connection) {
@@ -87,71 +60,45 @@ PipeWireMetadata::~PipeWireMetadata() {
 }
 
 std::string PipeWireMetadata::defaultNode(const std::string& key) const {
-  if (!current_) return {};
-  const auto found = current_->defaults.find(key);
-  return found == current_->defaults.end() ? std::string() : found->second;
+  const auto found = defaults_.find(key);
+  return found == defaults_.end() ? std::string() : found->second;
 }
 
 void PipeWireMetadata::added(const PipeWireConnection::Global& global) {
-  if (isDefaults(global)) {
-    disconnected();
-    id_ = global.id;
-    current_ = bind();
-    connection_.changed();
-  }
-  somethingHappened();
+  if (global.properties == nullptr || std::strcmp(global.type, PW_TYPE_INTERFACE_Metadata) != 0) return;
+  const char* name = spa_dict_lookup(global.properties, PW_KEY_METADATA_NAME);
+  if (name == nullptr || std::strcmp(name, "default") != 0) return;
+  disconnected();
+  id_ = global.id;
+  proxy_.reset(static_cast<pw_metadata*>(
+      pw_registry_bind(connection_.registry(), global.id, global.type, PW_VERSION_METADATA, 0)));
+  if (proxy_) pw_metadata_add_listener(proxy_.get(), hook_.get(), &Events::all(), this);
+  connection_.changed();
 }
 
 void PipeWireMetadata::removed(std::uint32_t id) {
-  if (id == id_) {
-    disconnected();
-    connection_.changed();
-  }
-  somethingHappened();
-}
-
-// The listeners that come after this one hear of what a check has found out in the same round.
-void PipeWireMetadata::settled() {
-  if (fresh_) current_ = std::move(fresh_);
-  if (!checkDue_) return;
-  const auto now = std::chrono::steady_clock::now();
-  if (now < *checkDue_) {
-    connection_.retryIn(std::chrono::ceil<std::chrono::milliseconds>(*checkDue_ - now));
-    return;
-  }
-  checkDue_.reset();
-  fresh_ = bind();
+  if (id != id_) return;
+  disconnected();
   connection_.changed();
-  if (happenedSince_) somethingHappened();
 }
 
 void PipeWireMetadata::disconnected() {
-  current_.reset();
-  fresh_.reset();
+  hook_.remove();
+  proxy_.reset();
   id_ = PW_ID_ANY;
-  checkDue_.reset();
+  defaults_.clear();
 }
 
-void PipeWireMetadata::somethingHappened() {
-  happenedSince_ = checkDue_.has_value();
-  if (id_ == PW_ID_ANY || checkDue_) return;
-  checkDue_ = std::chrono::steady_clock::now() + checkDelay;
-  connection_.retryIn(checkDelay);
-}
-
-std::unique_ptr<PipeWireMetadata::Binding> PipeWireMetadata::bind() {
-  auto binding = std::make_unique<Binding>(*this);
-  binding->proxy.reset(static_cast<pw_metadata*>(
-      pw_registry_bind(connection_.registry(), id_, PW_TYPE_INTERFACE_Metadata, PW_VERSION_METADATA, 0)));
-  if (!binding->proxy) return nullptr;
-  pw_metadata_add_listener(binding->proxy.get(), binding->hook.get(), &Binding::events(), binding.get());
-  return binding;
-}
-
-void PipeWireMetadata::onChange(const Binding& binding) {
-  if (&binding != current_.get()) return;
-  somethingHappened();
-  connection_.changed();
+void PipeWireMetadata::set(const char* key, const char* value) {
+  const auto before = defaults_;
+  if (key == nullptr) {
+    defaults_.clear();
+  } else if (value == nullptr) {
+    defaults_.erase(key);
+  } else {
+    defaults_[key] = nameIn(value);
+  }
+  if (defaults_ != before) connection_.changed();
 }
 
 } // namespace tolvera::adapters
