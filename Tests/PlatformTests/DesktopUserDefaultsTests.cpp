@@ -134,6 +134,9 @@ TEST_F(DesktopUserDefaults, AreWholeAfterAKillAtAnyMoment) {
     reached = first;
   }
   EXPECT_GT(reached, 1000);
+  for (const auto& entry : fs::directory_iterator(root.path())) {
+    EXPECT_EQ(entry.path().filename().string().find("unreadable"), std::string::npos) << entry.path();
+  }
 }
 
 TEST_F(DesktopUserDefaults, KeepWhatTheyDoNotKnowAndHonourAnEditByHand) {

@@ -46,12 +46,13 @@ class CaptionPanelTests : public testing::Test {
     throw std::runtime_error("there is no panel");
   }
   QRect frame() { return panel().geometry(); }
-  // But for the rounding of a desktop whose pointer is not bound to whole points.
+  // As exactly as the desktop's pointer is.
   bool isAt(QRect where) {
     const auto difference = [](int a, int b) { return std::abs(a - b); };
     const auto is = frame();
     return std::max({difference(is.left(), where.left()), difference(is.top(), where.top()),
-                     difference(is.right(), where.right()), difference(is.bottom(), where.bottom())}) <= 1;
+                     difference(is.right(), where.right()), difference(is.bottom(), where.bottom())}) <=
+           desktop().inaccuracy();
   }
   // In the card, below the text.
   QPoint background() { return {frame().center().x(), frame().bottom() - 24}; }

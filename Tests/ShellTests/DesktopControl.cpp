@@ -27,6 +27,7 @@ class X11Control final : public DesktopControl {
   }
   void pressButton() override { xdotool({"mousedown", "1"}); }
   void releaseButton() override { xdotool({"mouseup", "1"}); }
+  [[nodiscard]] int inaccuracy() const override { return 0; }
   void type(const std::string& letters) override { xdotool({"type", letters}); }
   std::string focus() override { return xdotool({"getwindowfocus"}) + " " + xdotool({"getactivewindow"}); }
   void showWorkspace(int number) override { xdotool({"set_desktop", std::to_string(number)}); }
@@ -98,6 +99,7 @@ class SwayControl final : public DesktopControl {
     pressed_ = false;
     input_.pointer(pointer_, pressed_);
   }
+  [[nodiscard]] int inaccuracy() const override { return 1; } // it is not bound to whole points
   void type(const std::string& letters) override {
     for (const char letter : letters) {
       input_.key(letter, true);

@@ -17,6 +17,8 @@ class DesktopControl {
   virtual void movePointer(QPoint to) = 0;
   virtual void pressButton() = 0;
   virtual void releaseButton() = 0;
+  // How many points the pointer may be away from where it was moved.
+  [[nodiscard]] virtual int inaccuracy() const = 0;
   // Letters, to whatever has the keyboard.
   virtual void type(const std::string& letters) = 0;
   // Tells what has the keyboard and is in front; equal while that is the same.

@@ -1,6 +1,7 @@
 #include "Tolvera/App/EdgeNet.h"
 
 #include "Tolvera/App/CaptionGrip.h"
+#include "Tolvera/App/X11Desktop.h"
 
 #include <QGuiApplication>
 #include <QMouseEvent>
@@ -11,18 +12,10 @@
 namespace tolvera {
 
 EdgeNet::EdgeNet(std::function<Qt::Edges(QPointF)> edgesAt) : edgesAt_(std::move(edgesAt)) {
-  setFlags(Qt::ToolTip | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint | Qt::WindowDoesNotAcceptFocus |
-           Qt::NoDropShadowWindowHint | Qt::X11BypassWindowManagerHint);
+  setFlags(X11Desktop::floatingFlags);
   auto format = requestedFormat();
   format.setAlphaBufferSize(8);
   setFormat(format);
-}
-
-// The X server of a Wayland compositor calls its screens after itself.
-bool EdgeNet::isNeeded() {
-  const auto* const screen = QGuiApplication::primaryScreen();
-  return screen && QGuiApplication::platformName() == QStringLiteral("xcb") &&
-         screen->name().startsWith(QStringLiteral("XWAYLAND"));
 }
 
 void EdgeNet::spread() {

@@ -19,9 +19,6 @@ class EdgeNet final : public QRasterWindow {
   // `edgesAt` tells which edges a point of the desktop takes hold of.
   explicit EdgeNet(std::function<Qt::Edges(QPointF)> edgesAt);
 
-  // Whether the desktop is one where it is needed.
-  [[nodiscard]] static bool isNeeded();
-
   // Lies over the desktop until the pointer is at no edge any more.
   void spread();
 

@@ -16,10 +16,7 @@ bool prefersChinese(const platform::Locale& locale) {
   return first.starts_with("zh") || locale.currentLanguageCode() == "zh";
 }
 
-} // namespace
-
-std::optional<Alert> alertFor(const QString& path, const platform::Locale& locale) {
-  if (!path.contains(QLatin1String(temporaryPlace))) return std::nullopt;
+Alert alertFor(const platform::Locale& locale) {
   const Strings strings{prefersChinese(locale)};
   // The texts have their blanks as they stand.
   const auto reason =
@@ -30,16 +27,17 @@ std::optional<Alert> alertFor(const QString& path, const platform::Locale& local
       strings.pick("打开下载到的磁盘映像，把托维拉拖到旁边的「应用程序」文件夹，再从那里打开即可。",
                    "Open the disk image you downloaded, drag Tolvera onto the Applications               "
                    "folder beside it, and launch it from there.");
-  return Alert{strings.pick("请先把托维拉拖进「应用程序」", "Move Tolvera to Applications first"),
-               reason + QStringLiteral("\n\n") + remedy,
-               strings.pick("打开「应用程序」", "Open Applications"), strings.pick("退出", "Quit")};
+  return {strings.pick("请先把托维拉拖进「应用程序」", "Move Tolvera to Applications first"),
+          reason + QStringLiteral("\n\n") + remedy, strings.pick("打开「应用程序」", "Open Applications"),
+          strings.pick("退出", "Quit")};
 }
+
+} // namespace
 
 bool passes(const QString& path, const platform::Locale& locale, platform::Workspace& workspace,
             const RunAlert& runAlert) {
-  const auto alert = alertFor(path, locale);
-  if (!alert) return true;
-  if (runAlert(*alert)) workspace.openFolder(applicationsFolder);
+  if (!path.contains(QLatin1String(temporaryPlace))) return true;
+  if (runAlert(alertFor(locale))) workspace.openFolder(applicationsFolder);
   return false;
 }
 

@@ -6,7 +6,6 @@
 #include <QString>
 
 #include <functional>
-#include <optional>
 
 namespace tolvera {
 
@@ -16,8 +15,6 @@ struct Alert {
   QString detail;
   QString firstButton;
   QString secondButton;
-
-  bool operator==(const Alert&) const = default;
 };
 
 // Puts the question and waits for the answer: whether it was the first button. Main thread.
@@ -27,12 +24,9 @@ using RunAlert = std::function<bool(const Alert&)>;
 // work. The user is then asked to move the application, and it ends.
 namespace LocationCheck {
 
-// What to tell the user of an application at `path`: nothing where it may stay. In the language of the
-// system, since no setting has been made yet.
-[[nodiscard]] std::optional<Alert> alertFor(const QString& path, const platform::Locale& locale);
-
-// False if the application must end. Then the user has been told, and the folder for applications has been
-// opened at the press of the first button. Main thread.
+// False if an application at `path` must end. Then the user has been told, in the language of the system, as
+// no setting has been made yet, and the folder for applications has been opened at the press of the first
+// button. Main thread.
 [[nodiscard]] bool passes(const QString& path, const platform::Locale& locale, platform::Workspace& workspace,
                           const RunAlert& runAlert);
 

@@ -21,11 +21,6 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// The only combination that stands above full-screen windows under every window manager tried.
-constexpr auto panelFlags = Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint |
-                            Qt::WindowDoesNotAcceptFocus | Qt::NoDropShadowWindowHint |
-                            Qt::X11BypassWindowManagerHint;
-
 constexpr auto compositorPollInterval = 2s;
 constexpr auto raiseDelay = 100ms;
 constexpr double cardRadius = 12;
@@ -45,7 +40,7 @@ bool desktopMovesWindows() { return QGuiApplication::platformName().startsWith(Q
 
 QuickCaptionPanel::QuickCaptionPanel(QQmlEngine& engine, AppState& state, platform::UserDefaults& defaults)
     : QQuickView(&engine, nullptr), defaults_(defaults) {
-  setFlags(panelFlags);
+  setFlags(X11Desktop::floatingFlags);
   setProperty("_q_showWithoutActivating", true);
   setTitle(state.settings()->strings().productName());
   setColor(Qt::transparent);
@@ -102,7 +97,7 @@ void QuickCaptionPanel::addGrip(CaptionGrip::Part part) {
 }
 
 void QuickCaptionPanel::spreadNet() {
-  if (!EdgeNet::isNeeded() || gesture_) return;
+  if (!X11Desktop::isInsideWayland() || gesture_) return;
   if (!net_) {
     net_.emplace([this](QPointF point) { return CaptionGeometry::edgesAt(size(), point - position()); });
     takeGestures(*net_);

@@ -2,6 +2,7 @@
 
 #include <QByteArray>
 #include <QGuiApplication>
+#include <QScreen>
 #include <QWindow>
 
 #include <xcb/xcb.h>
@@ -37,6 +38,12 @@ bool hasOwner(const QByteArray& selection) {
 }
 
 } // namespace
+
+// Such a server calls its screens after itself.
+bool isInsideWayland() {
+  const auto* const screen = QGuiApplication::primaryScreen();
+  return connection() && screen && screen->name().startsWith(QStringLiteral("XWAYLAND"));
+}
 
 bool hasCompositor() { return hasOwner("_NET_WM_CM_S0"); }
 

@@ -11,6 +11,13 @@ class QWindow;
 // false and every request does nothing. Main thread, with the application object made.
 namespace tolvera::X11Desktop {
 
+// The only combination that stands above full-screen windows under every window manager tried.
+inline constexpr auto floatingFlags = Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint |
+                                      Qt::WindowDoesNotAcceptFocus | Qt::NoDropShadowWindowHint |
+                                      Qt::X11BypassWindowManagerHint;
+
+// The X server is that of a Wayland compositor.
+[[nodiscard]] bool isInsideWayland();
 // A compositing manager runs, so that a window's transparent parts are transparent.
 [[nodiscard]] bool hasCompositor();
 // A tray of the older kind, which embeds windows, is there.
