@@ -38,7 +38,7 @@ void TolveraApp::prepareProcess() {
   if (!qEnvironmentVariableIsEmpty("DISPLAY") && !qEnvironmentVariableIsSet("QT_QPA_PLATFORM")) {
     qputenv("QT_QPA_PLATFORM", "xcb");
   }
-  // Windows of text are drawn sooner, and in half the memory, without the graphics card.
+  // Windows of text need no graphics card, and one that is emulated is slow and large.
   if (!qEnvironmentVariableIsSet("QT_QUICK_BACKEND")) {
     QQuickWindow::setGraphicsApi(QSGRendererInterface::Software);
   }
