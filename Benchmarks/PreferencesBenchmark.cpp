@@ -3,7 +3,7 @@
 //
 //   PreferencesBenchmark [SECONDS]
 
-#include "Platform/Linux/JsonUserDefaults.h"
+#include "Platform/Linux/Desktop/JsonUserDefaults.h"
 #include "Support/TemporaryDirectory.h"
 
 #include <poll.h>

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Async/SystemClock.h"
-#include "Platform/Linux/BeastURLSession.h"
+#include "Platform/Linux/Network/BeastURLSession.h"
 #include "Support/InMemoryPlatform.h"
 #include "Support/LoopbackServer.h"
 #include "Tolvera/AppState.h"

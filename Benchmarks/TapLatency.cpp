@@ -6,7 +6,7 @@
 //   TapLatency [BURSTS]      200 bursts, four a second, if not told otherwise
 
 #include "Async/SystemClock.h"
-#include "Platform/Linux/PipeWireAudioSystem.h"
+#include "Platform/Linux/Sound/PipeWireAudioSystem.h"
 #include "TolveraCore/CoreAudioTapBackend.h"
 
 #include "Support/PrivateGraph.h"

@@ -6,7 +6,7 @@
 //   TapSoak [SECONDS] [SEED]      60 seconds, seed 1, if not told otherwise
 
 #include "Async/SystemClock.h"
-#include "Platform/Linux/PipeWireAudioSystem.h"
+#include "Platform/Linux/Sound/PipeWireAudioSystem.h"
 #include "TolveraCore/AudioProcesses.h"
 #include "TolveraCore/CoreAudioTapBackend.h"
 #include "TolveraCore/DubPlayer.h"

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "Async/SystemClock.h"
-#include "Platform/Linux/BeastURLSession.h"
-#include "Platform/Linux/PipeWireAudioSystem.h"
+#include "Platform/Linux/Network/BeastURLSession.h"
+#include "Platform/Linux/Sound/PipeWireAudioSystem.h"
 #include "Support/InMemoryPlatform.h"
 #include "Support/PrivateGraph.h"
 #include "Support/TemporaryDirectory.h"

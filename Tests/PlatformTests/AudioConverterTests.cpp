@@ -1,4 +1,4 @@
-#include "Platform/Linux/SoxrConverter.h"
+#include "Platform/Linux/Sound/SoxrConverter.h"
 
 #include "Support/Spectrum.h"
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Async/SystemClock.h"
-#include "Platform/Linux/PipeWireAudioSystem.h"
+#include "Platform/Linux/Sound/PipeWireAudioSystem.h"
 #include "Platform/PlatformError.h"
 #include "TolveraCore/AudioProcesses.h"
 #include "TolveraCore/AudioProperty.h"

@@ -1,5 +1,5 @@
-#include "Platform/Linux/PosixFileManager.h"
-#include "Platform/Linux/XdgDirectories.h"
+#include "Platform/Linux/Desktop/PosixFileManager.h"
+#include "Platform/Linux/Desktop/XdgDirectories.h"
 
 #include "Support/InMemoryFileManager.h"
 #include "Support/TemporaryDirectory.h"

@@ -1,4 +1,4 @@
-#include "Platform/Linux/IcuLocale.h"
+#include "Platform/Linux/Desktop/IcuLocale.h"
 
 #include "Support/TemporaryEnvironment.h"
 #include "TolveraCore/Languages.h"

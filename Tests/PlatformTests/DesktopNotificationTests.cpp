@@ -1,4 +1,4 @@
-#include "Platform/Linux/ExecutorNotificationCenter.h"
+#include "Platform/Linux/Desktop/ExecutorNotificationCenter.h"
 
 #include "Support/TestLoop.h"
 

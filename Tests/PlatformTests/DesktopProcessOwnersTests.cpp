@@ -1,4 +1,4 @@
-#include "Platform/Linux/XdgRunningApplications.h"
+#include "Platform/Linux/Desktop/XdgRunningApplications.h"
 
 #include "PlatformTests/DesktopFixture.h"
 

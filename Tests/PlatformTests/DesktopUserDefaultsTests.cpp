@@ -1,4 +1,4 @@
-#include "Platform/Linux/JsonUserDefaults.h"
+#include "Platform/Linux/Desktop/JsonUserDefaults.h"
 
 #include "Support/InMemoryUserDefaults.h"
 #include "Support/PrivateGraph.h"

@@ -1,4 +1,4 @@
-#include "Platform/Linux/XdgWorkspace.h"
+#include "Platform/Linux/Desktop/XdgWorkspace.h"
 
 #include "PlatformTests/DesktopFixture.h"
 #include "Support/PrivateGraph.h"

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Async/Spawn.h"
-#include "Platform/Linux/BeastURLSession.h"
+#include "Platform/Linux/Network/BeastURLSession.h"
 #include "Platform/PlatformError.h"
 #include "Support/LoopbackServer.h"
 

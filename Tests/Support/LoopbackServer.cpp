@@ -1,7 +1,7 @@
 #include "Support/LoopbackServer.h"
 
 #include "Async/Suspension.h"
-#include "Platform/Linux/BeastAnyStream.h"
+#include "Platform/Linux/Network/BeastAnyStream.h"
 
 #include <boost/asio/co_spawn.hpp>
 #include <boost/asio/detached.hpp>

@@ -1,4 +1,4 @@
-#include "Platform/Linux/IcuLocale.h"
+#include "Platform/Linux/Desktop/IcuLocale.h"
 #include "ViewTests/Offscreen.h"
 #include "ViewTests/ViewHost.h"
 

@@ -1,15 +1,15 @@
 #include "Platform/Linux/LinuxPlatform.h"
 
 #include "Async/SystemClock.h"
-#include "Platform/Linux/BeastURLSession.h"
-#include "Platform/Linux/ExecutorNotificationCenter.h"
-#include "Platform/Linux/IcuLocale.h"
-#include "Platform/Linux/JsonUserDefaults.h"
-#include "Platform/Linux/PipeWireAudioSystem.h"
-#include "Platform/Linux/PosixFileManager.h"
-#include "Platform/Linux/UnrestrictedCaptureDevice.h"
-#include "Platform/Linux/XdgRunningApplications.h"
-#include "Platform/Linux/XdgWorkspace.h"
+#include "Platform/Linux/Desktop/ExecutorNotificationCenter.h"
+#include "Platform/Linux/Desktop/IcuLocale.h"
+#include "Platform/Linux/Desktop/JsonUserDefaults.h"
+#include "Platform/Linux/Desktop/PosixFileManager.h"
+#include "Platform/Linux/Desktop/XdgRunningApplications.h"
+#include "Platform/Linux/Desktop/XdgWorkspace.h"
+#include "Platform/Linux/Network/BeastURLSession.h"
+#include "Platform/Linux/Sound/PipeWireAudioSystem.h"
+#include "Platform/Linux/Sound/UnrestrictedCaptureDevice.h"
 
 #include <boost/asio/executor_work_guard.hpp>
 #include <boost/asio/io_context.hpp>

@@ -1,0 +1,52 @@
+#include "Platform/Linux/Desktop/XdgWorkspace.h"
+
+#include <gio/gio.h>
+
+#include <algorithm>
+#include <array>
+#include <memory>
+#include <string>
+#include <string_view>
+
+namespace tolvera::adapters {
+
+bool XdgWorkspace::openURL(const platform::URL& url) {
+  const auto scheme = url.scheme_id();
+  if ((scheme != boost::urls::scheme::http && scheme != boost::urls::scheme::https) || url.host().empty())
+    return false;
+  const std::string address(url.buffer());
+  // No shell takes part: the browser's desktop entry is split by GIO and started with the address as one
+  // argument.
+  return g_app_info_launch_default_for_uri(address.c_str(), nullptr, nullptr);
+}
+
+bool XdgWorkspace::openFolder(const std::string& path) {
+  const std::unique_ptr<char, decltype(&g_free)> address(g_filename_to_uri(path.c_str(), nullptr, nullptr),
+                                                         &g_free);
+  return address && g_app_info_launch_default_for_uri(address.get(), nullptr, nullptr);
+}
+
+bool XdgWorkspace::openMicrophoneSettings() {
+  // The settings of a desktop are installed with it, so the first that is there will do; mixers come last.
+  constexpr std::array entries = {"gnome-sound-panel.desktop",
+                                  "kcm_pulseaudio.desktop",
+                                  "cinnamon-settings-sound.desktop",
+                                  "mate-volume-control.desktop",
+                                  "org.pulseaudio.pavucontrol.desktop",
+                                  "pavucontrol.desktop",
+                                  "pavucontrol-qt.desktop"};
+  GList* const installed = g_app_info_get_all();
+  const auto launch = [installed](std::string_view entry) {
+    for (GList* item = installed; item; item = item->next) {
+      auto* const info = static_cast<GAppInfo*>(item->data);
+      const char* const id = g_app_info_get_id(info);
+      if (id && entry == id) return g_app_info_launch(info, nullptr, nullptr, nullptr) != FALSE;
+    }
+    return false;
+  };
+  const bool launched = std::ranges::any_of(entries, launch);
+  g_list_free_full(installed, g_object_unref);
+  return launched;
+}
+
+} // namespace tolvera::adapters

@@ -1,0 +1,76 @@
+#pragma once
+
+#include "Platform/Linux/Network/BeastAnyStream.h"
+#include "Platform/Linux/Network/BeastURLSession.h"
+
+#include <boost/asio/steady_timer.hpp>
+
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+
+// From an address to a connected stream. Everything here runs on the executor (a strand) of the coroutine
+// that calls it.
+namespace tolvera::adapters {
+
+// What all connections of one BeastURLSession share. Any thread.
+struct BeastEnvironment {
+  BeastEnvironment(Executor io, BeastOptions chosen)
+      : ioExecutor(std::move(io)), options(std::move(chosen)) {}
+
+  const Executor ioExecutor;
+  const BeastOptions options;
+
+  // The client's TLS settings, made when first needed.
+  std::shared_ptr<boost::asio::ssl::context> tlsContext();
+
+ private:
+  std::mutex mutex_;
+  std::shared_ptr<boost::asio::ssl::context> tlsContext_;
+};
+
+// The part of an address that a connection needs.
+struct Endpoint {
+  std::string host; // a name or a numeric address, without brackets
+  std::uint16_t port = 0;
+  bool secure = false;
+  bool isDefaultPort = false;
+
+  // Throws PlatformError for another scheme than http, https, ws and wss, or without a host.
+  static Endpoint of(const platform::URL& url);
+  // "host:port", for people.
+  [[nodiscard]] std::string where() const;
+  // The value of a Host header.
+  [[nodiscard]] std::string hostHeader() const;
+};
+
+// Path and query as a request line has them.
+std::string requestTarget(const platform::URL& url);
+
+// Calls `onExpiry` once after `duration`, unless destroyed before. Lives on one executor.
+class Deadline {
+ public:
+  Deadline(const Executor& executor, Duration duration, std::function<void()> onExpiry);
+  ~Deadline();
+  Deadline(const Deadline&) = delete;
+  Deadline& operator=(const Deadline&) = delete;
+
+  [[nodiscard]] bool expired() const { return state_->expired; }
+
+ private:
+  struct State {
+    boost::asio::steady_timer timer;
+    std::function<void()> onExpiry;
+    bool expired = false;
+  };
+  std::shared_ptr<State> state_;
+};
+
+// Looks the host up, connects to whichever of its addresses answers first, and for a secure endpoint does
+// the TLS handshake with SNI, checking the chain and the name. No step takes longer than its own time-out
+// or than `limit`. Throws PlatformError, or
+// `operation_aborted` when the caller is cancelled.
+Task<AnyStream> openStream(Endpoint endpoint, std::shared_ptr<BeastEnvironment> environment, Duration limit);
+
+} // namespace tolvera::adapters

@@ -1,0 +1,130 @@
+#include "Platform/Linux/Network/BeastHTTP.h"
+
+#include "Platform/Linux/Network/BeastErrors.h"
+
+#include <boost/asio/redirect_error.hpp>
+#include <boost/beast/core/flat_buffer.hpp>
+#include <boost/beast/http/empty_body.hpp>
+#include <boost/beast/http/read.hpp>
+#include <boost/beast/http/string_body.hpp>
+#include <boost/beast/http/write.hpp>
+
+#include <algorithm>
+
+namespace tolvera::adapters {
+
+namespace {
+
+namespace http = boost::beast::http;
+using ErrorCode = boost::system::error_code;
+using Request = http::request<http::string_body>;
+using Parser = http::response_parser<http::string_body>;
+
+constexpr std::uint32_t maxHeaderBytes = 64U << 10U;
+
+bool isToken(std::string_view text) {
+  constexpr std::string_view marks = "!#$%&'*+-.^_`|~";
+  return !text.empty() && std::ranges::all_of(text, [marks](char c) {
+    return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
+           marks.find(c) != std::string_view::npos;
+  });
+}
+
+bool isFieldValue(std::string_view text) {
+  return std::ranges::none_of(text, [](char c) { return (c >= 0 && c < ' ' && c != '\t') || c == '\x7f'; });
+}
+
+// A line feed in a header would let its value write headers of its own.
+Request compose(const platform::HTTPRequest& from, const Endpoint& endpoint, const std::string& userAgent) {
+  if (!isToken(from.method))
+    throw transportError(TransportError::badRequest, "The request has no valid method");
+  Request request;
+  request.version(11);
+  request.method_string(from.method);
+  request.target(requestTarget(from.url));
+  request.set(http::field::host, endpoint.hostHeader());
+  request.set(http::field::user_agent, userAgent);
+  request.set(http::field::accept, "*/*");
+  request.set(http::field::connection, "close");
+  for (const auto& [name, value] : from.headers) {
+    if (!isToken(name) || !isFieldValue(value)) {
+      throw transportError(TransportError::badRequest, "A header of the request cannot be sent");
+    }
+    request.set(name, value);
+  }
+  request.body() = from.body;
+  if (!from.body.empty() || from.method == "POST" || from.method == "PUT" || from.method == "PATCH") {
+    request.content_length(from.body.size());
+  }
+  return request;
+}
+
+platform::PlatformError readFailure(const Endpoint& endpoint, ErrorCode error, std::size_t limit) {
+  if (error == http::error::body_limit || error == http::error::header_limit) {
+    return transportError(TransportError::tooLarge, "The reply of " + endpoint.where() + " is over " +
+                                                        std::to_string(limit >> 20U) + " MiB");
+  }
+  const bool cutShort = error == http::error::end_of_stream || error == http::error::partial_message;
+  if (!cutShort && error.category() == make_error_code(http::error::bad_version).category()) {
+    return transportError(TransportError::notHTTP, endpoint.where() + " did not answer in HTTP");
+  }
+  return connectionLost(endpoint.where(), error);
+}
+
+// Reads up to the final reply; informational ones (100 and its kind) come before it.
+Task<ErrorCode> readReply(AnyStream& stream, std::optional<Parser>& parser, bool bodiless,
+                          std::size_t limit) {
+  boost::beast::flat_buffer buffer;
+  ErrorCode error;
+  auto token = boost::asio::redirect_error(boost::asio::use_awaitable, error);
+  for (int informational = 0; informational < 8; ++informational) {
+    parser.emplace();
+    parser->body_limit(limit);
+    parser->header_limit(maxHeaderBytes);
+    parser->skip(bodiless);
+    co_await http::async_read_header(stream, buffer, *parser, token);
+    if (error) co_return error;
+    if (http::to_status_class(parser->get().result()) != http::status_class::informational) {
+      co_await http::async_read(stream, buffer, *parser, token);
+      co_return error;
+    }
+  }
+  co_return make_error_code(http::error::bad_status);
+}
+
+} // namespace
+
+Task<platform::HTTPResponse> exchange(platform::HTTPRequest request,
+                                      std::shared_ptr<BeastEnvironment> environment) {
+  const auto& options = environment->options;
+  const auto end = std::chrono::steady_clock::now() + request.timeout;
+  const auto endpoint = Endpoint::of(request.url);
+  auto message = compose(request, endpoint, options.userAgent);
+  try {
+    auto stream = co_await openStream(endpoint, environment, request.timeout);
+    const Deadline deadline(stream.get_executor(), end - std::chrono::steady_clock::now(),
+                            [&stream] { stream.close(); });
+    ErrorCode error;
+    auto token = boost::asio::redirect_error(boost::asio::use_awaitable, error);
+    co_await http::async_write(stream, message, token);
+    // A server may refuse a body half way and say so: what it said counts for more than the failed write.
+    const auto unsent = error;
+    std::optional<Parser> parser;
+    error = co_await readReply(stream, parser, request.method == "HEAD", options.maxBodyBytes);
+    if (deadline.expired()) throw noAnswer(endpoint.where(), request.timeout);
+    if (error && unsent) throw connectionLost(endpoint.where(), unsent);
+    if (error == boost::asio::error::operation_aborted) throw boost::system::system_error(error);
+    if (error) throw readFailure(endpoint, error, options.maxBodyBytes);
+    auto reply = parser->release();
+    platform::HTTPResponse response;
+    response.status = static_cast<int>(reply.result_int());
+    response.body = std::move(reply.body());
+    co_return response;
+  } catch (const boost::system::system_error& failure) {
+    if (failure.code() != boost::asio::error::operation_aborted)
+      throw connectionLost(endpoint.where(), failure.code());
+    throw transportError(TransportError::cancelled, "The request was cancelled");
+  }
+}
+
+} // namespace tolvera::adapters

@@ -1,0 +1,391 @@
+#include "Platform/Linux/Network/BeastWebSocketTask.h"
+
+#include "Async/Spawn.h"
+#include "Async/Suspension.h"
+#include "Platform/Linux/Network/BeastErrors.h"
+
+#include <boost/asio/post.hpp>
+#include <boost/asio/redirect_error.hpp>
+#include <boost/asio/strand.hpp>
+#include <boost/beast/core/flat_buffer.hpp>
+#include <boost/beast/websocket/stream.hpp>
+
+#include <deque>
+
+namespace tolvera::adapters {
+
+namespace {
+
+namespace beast = boost::beast;
+namespace websocket = boost::beast::websocket;
+using platform::PlatformError;
+using ErrorCode = boost::system::error_code;
+using Message = platform::WebSocketTask::Message;
+using Stream = websocket::stream<AnyStream, false>;
+
+constexpr std::size_t maxInboxBytes = 4U << 20U;
+constexpr std::size_t maxInboxMessages = 4096;
+constexpr std::size_t keptReadBufferBytes = 256U << 10U;
+constexpr auto afterFailedWrite = std::chrono::milliseconds(500);
+
+// What a PlatformError says, as a plain value: the text inside an exception is shared by its copies, and
+// these go to callers on other threads.
+struct Failure {
+  Failure(const PlatformError& error) : code(static_cast<TransportError>(error.code())), text(error.what()) {}
+
+  [[noreturn]] void raise() const { throw transportError(code, text); }
+
+  TransportError code;
+  std::string text;
+};
+
+// A suspended caller of `send` or `receive`. Touched on the strand until the caller is resumed.
+struct Waiter {
+  std::optional<Resumption> resumption;
+  std::optional<Message> message; // to send, or received
+  std::optional<Failure> failure;
+
+  void succeed() { resume(); }
+  void fail(const Failure& why) {
+    if (resumption) failure = why;
+    resume();
+  }
+
+ private:
+  void resume() {
+    if (auto once = std::exchange(resumption, std::nullopt)) (*once)();
+  }
+};
+using WaiterPointer = std::shared_ptr<Waiter>;
+
+std::size_t sizeOf(const Message& message) {
+  return std::visit([](const auto& content) { return content.size(); }, message);
+}
+
+// A close frame has room for 123 bytes of reason, and takes whole UTF-8 characters only.
+websocket::close_reason closeReason(std::uint16_t code, std::string reason) {
+  constexpr std::size_t room = 123;
+  if (reason.size() > room) {
+    auto end = room;
+    while (end > 0 && (static_cast<unsigned char>(reason[end]) & 0xC0U) == 0x80U) --end;
+    reason.resize(end);
+  }
+  return {static_cast<websocket::close_code>(code), reason};
+}
+
+platform::PlatformError closedHere() {
+  return transportError(TransportError::cancelled, "The connection was closed");
+}
+
+} // namespace
+
+// One web socket, on its strand. Sends and receives wait in queues of their own, so that no caller's
+// cancellation reaches the socket; a read is under way whenever the connection is open, and is never
+// cancelled: it ends with the close handshake or with the socket.
+class WebSocketConnection : public std::enable_shared_from_this<WebSocketConnection> {
+ public:
+  WebSocketConnection(std::shared_ptr<BeastEnvironment> environment, platform::URL url)
+      : environment_(std::move(environment)), strand_(boost::asio::make_strand(environment_->ioExecutor)),
+        url_(std::move(url)) {}
+
+  void resume() {
+    post([](WebSocketConnection& self) {
+      if (self.phase_ != Phase::idle) return;
+      self.phase_ = Phase::connecting;
+      self.connecting_ = spawn(self.strand_, "web socket", connect(self.shared_from_this()));
+    });
+  }
+
+  void close(std::uint16_t code, std::string reason) {
+    post([code, reason = std::move(reason)](WebSocketConnection& self) { self.closeNow(code, reason); });
+  }
+
+  static Task<void> send(std::shared_ptr<WebSocketConnection> self, Message message) {
+    auto waiter = std::make_shared<Waiter>();
+    waiter->message = std::move(message);
+    co_await queue(self, waiter, &WebSocketConnection::enqueue);
+    if (waiter->failure) waiter->failure->raise();
+  }
+
+  static Task<Message> receive(std::shared_ptr<WebSocketConnection> self) {
+    auto waiter = std::make_shared<Waiter>();
+    co_await queue(self, waiter, &WebSocketConnection::deliverTo);
+    if (waiter->failure) waiter->failure->raise();
+    co_return std::move(*waiter->message);
+  }
+
+ private:
+  enum class Phase { idle, connecting, open, closing, closed };
+
+  template<typename Function>
+  void post(Function function) {
+    boost::asio::post(strand_,
+                      [self = shared_from_this(), function = std::move(function)] { function(*self); });
+  }
+
+  // Parks the caller with `waiter`, which `accept` takes over on the strand.
+  static Task<void> queue(std::shared_ptr<WebSocketConnection> self, WaiterPointer waiter,
+                          void (WebSocketConnection::*accept)(WaiterPointer)) {
+    auto park = [self, waiter, accept](Resumption resume) {
+      self->post([waiter, accept, resume = std::move(resume)](WebSocketConnection& connection) {
+        waiter->resumption = resume;
+        (connection.*accept)(waiter);
+      });
+    };
+    auto goOnWaiting = [](const Resumption&, boost::asio::cancellation_type) {};
+    co_await suspend(std::move(park), std::move(goOnWaiting));
+  }
+
+  static Task<void> connect(std::shared_ptr<WebSocketConnection> self) {
+    std::optional<PlatformError> failure;
+    try {
+      auto endpoint = Endpoint::of(self->url_);
+      self->where_ = endpoint.where();
+      auto stream = co_await openStream(endpoint, self->environment_, Duration::max() / 2);
+      self->socket_.emplace(std::move(stream));
+      co_await upgrade(self, endpoint);
+    } catch (const PlatformError& error) {
+      failure = error;
+    } catch (const boost::system::system_error& error) {
+      failure = connectionLost(self->where_, error.code());
+    }
+    if (failure || self->phase_ != Phase::connecting) {
+      self->hangUp();
+      self->fail(failure ? *failure : closedHere());
+      co_return;
+    }
+    self->phase_ = Phase::open;
+    self->readNext();
+    self->writeNext();
+  }
+
+  static Task<void> upgrade(std::shared_ptr<WebSocketConnection> self, Endpoint endpoint) {
+    const auto& options = self->environment_->options;
+    auto& socket = *self->socket_;
+    socket.auto_fragment(false);
+    socket.read_message_max(options.maxMessageBytes);
+    const auto target = requestTarget(self->url_);
+
+    websocket::response_type response;
+    ErrorCode error;
+    const Deadline deadline(self->strand_, options.upgradeTimeout, [self] { self->hangUp(); });
+    auto token = boost::asio::redirect_error(boost::asio::use_awaitable, error);
+    co_await socket.async_handshake(response, endpoint.hostHeader(), target, token);
+    if (deadline.expired()) throw noAnswer(self->where_, options.upgradeTimeout);
+    if (error) throw self->upgradeFailure(error, response);
+    // From here on this is the limit for the end of a closing handshake that the peer began.
+    socket.set_option(
+        websocket::stream_base::timeout{options.closeTimeout, websocket::stream_base::none(), false});
+  }
+
+  [[nodiscard]] PlatformError upgradeFailure(ErrorCode error,
+                                             const websocket::response_type& response) const {
+    if (error == websocket::error::upgrade_declined) {
+      return transportError(TransportError::upgradeRefused, "The server answered " +
+                                                                std::to_string(response.result_int()) +
+                                                                " to the web socket request");
+    }
+    const bool cutShort =
+        error == beast::http::error::end_of_stream || error == beast::http::error::partial_message;
+    const bool isHTTP = error.category() == make_error_code(beast::http::error::bad_version).category();
+    const bool isUpgrade = error.category() == make_error_code(websocket::error::closed).category();
+    if ((isHTTP && !cutShort) || isUpgrade || error == beast::error::timeout) {
+      return transportError(TransportError::notHTTP,
+                            where_ + " gave no valid answer to the web socket request");
+    }
+    return connectionLost(where_, error);
+  }
+
+  void enqueue(WaiterPointer waiter) {
+    if (failure_) return waiter->fail(*failure_);
+    outbox_.push_back(std::move(waiter));
+    writeNext();
+  }
+
+  void writeNext() {
+    if (phase_ != Phase::open || writing_ || writeFailure_ || outbox_.empty()) return;
+    writing_ = std::move(outbox_.front());
+    outbox_.pop_front();
+    auto& socket = *socket_;
+    socket.text(std::holds_alternative<std::string>(*writing_->message));
+    auto content =
+        std::visit([](const auto& bytes) { return boost::asio::buffer(bytes); }, *writing_->message);
+    socket.async_write(content,
+                       [self = shared_from_this()](ErrorCode error, std::size_t) { self->wrote(error); });
+  }
+
+  // A server that closes may reset the socket right behind its goodbye. The read under way is about to say
+  // which it was, so a failed write leaves the wording to it for a moment.
+  void wrote(ErrorCode error) {
+    auto waiter = std::exchange(writing_, nullptr);
+    if (!error) {
+      waiter->succeed();
+      writeNext();
+      return;
+    }
+    if (phase_ != Phase::open) return;
+    if (!reading_) {
+      hangUp();
+      fail(connectionLost(where_, error));
+      return;
+    }
+    outbox_.push_front(std::move(waiter));
+    writeFailure_ = error;
+    deadline_.emplace(strand_, afterFailedWrite, [self = shared_from_this()] { self->hangUp(); });
+  }
+
+  void deliverTo(WaiterPointer waiter) {
+    if (!inbox_.empty()) {
+      inboxBytes_ -= sizeOf(inbox_.front());
+      waiter->message = std::move(inbox_.front());
+      inbox_.pop_front();
+      waiter->succeed();
+      readNext();
+    } else if (failure_) {
+      waiter->fail(*failure_);
+    } else {
+      receivers_.push_back(std::move(waiter));
+    }
+  }
+
+  void readNext() {
+    if (phase_ != Phase::open || reading_ || inboxBytes_ >= maxInboxBytes ||
+        inbox_.size() >= maxInboxMessages) {
+      return;
+    }
+    reading_ = true;
+    socket_->async_read(buffer_,
+                        [self = shared_from_this()](ErrorCode error, std::size_t) { self->didRead(error); });
+  }
+
+  void didRead(ErrorCode error) {
+    reading_ = false;
+    if (error) {
+      hangUp();
+      if (phase_ == Phase::open) fail(readFailure(error));
+      return;
+    }
+    if (phase_ == Phase::open) take(message());
+    buffer_.consume(buffer_.size());
+    if (buffer_.capacity() > keptReadBufferBytes) buffer_.shrink_to_fit();
+    readNext(); // while closing, the close handshake reads on
+  }
+
+  [[nodiscard]] Message message() const {
+    const auto bytes = buffer_.cdata();
+    const auto* data = static_cast<const std::byte*>(bytes.data());
+    if (socket_->got_text()) return std::string(static_cast<const char*>(bytes.data()), bytes.size());
+    return platform::Data(data, data + bytes.size());
+  }
+
+  void take(Message message) {
+    if (receivers_.empty()) {
+      inboxBytes_ += sizeOf(message);
+      inbox_.push_back(std::move(message));
+      return;
+    }
+    auto waiter = std::move(receivers_.front());
+    receivers_.pop_front();
+    waiter->message = std::move(message);
+    waiter->succeed();
+  }
+
+  [[nodiscard]] PlatformError readFailure(ErrorCode error) const {
+    // After a goodbye the end of the connection may look like anything. (A control callback would tell the
+    // goodbye apart for sure, but with one a close from both sides can lock Beast's two operations up.)
+    const auto reason = socket_->reason();
+    if (error == websocket::error::closed || reason.code != websocket::close_code::none) {
+      const auto code = reason.code == websocket::close_code::none ? std::string("without a code")
+                                                                   : std::to_string(reason.code);
+      return transportError(TransportError::closedByPeer, "The server closed the connection (" + code + ")");
+    }
+    if (error == websocket::error::message_too_big || error == websocket::error::buffer_overflow) {
+      const auto limit = environment_->options.maxMessageBytes >> 20U;
+      return transportError(TransportError::tooLarge,
+                            where_ + " sent a message of more than " + std::to_string(limit) + " MiB");
+    }
+    if (error.category() == make_error_code(websocket::error::closed).category()) {
+      return transportError(TransportError::notHTTP, where_ + " broke the web socket protocol");
+    }
+    const bool endedByUs = error == boost::asio::error::operation_aborted;
+    return connectionLost(where_, endedByUs && writeFailure_ ? *writeFailure_ : error);
+  }
+
+  // Whoever waits learns why, and so does whoever comes later. The first reason stays.
+  void fail(const Failure& why) {
+    if (!failure_) failure_ = why;
+    phase_ = Phase::closed;
+    if (writing_) writing_->fail(*failure_); // the bytes stay until the write ends
+    for (auto& waiter : std::exchange(outbox_, {})) waiter->fail(*failure_);
+    for (auto& waiter : std::exchange(receivers_, {})) waiter->fail(*failure_);
+  }
+
+  void closeNow(std::uint16_t code, const std::string& reason) {
+    const auto before = phase_;
+    if (before == Phase::closing) return;
+    inbox_.clear();
+    inboxBytes_ = 0;
+    fail(closedHere());
+    if (before == Phase::connecting) {
+      connecting_.cancel();
+      hangUp();
+    } else if (before == Phase::open) {
+      phase_ = Phase::closing;
+      deadline_.emplace(strand_, environment_->options.closeTimeout,
+                        [self = shared_from_this()] { self->hangUp(); });
+      socket_->async_close(closeReason(code, reason),
+                           [self = shared_from_this()](ErrorCode) { self->hangUp(); });
+    }
+  }
+
+  // Drops the socket; whatever is under way on it ends.
+  void hangUp() {
+    if (socket_) socket_->next_layer().close();
+    deadline_.reset();
+  }
+
+  const std::shared_ptr<BeastEnvironment> environment_;
+  const Executor strand_;
+  const platform::URL url_;
+
+  // On the strand.
+  Phase phase_ = Phase::idle;
+  std::string where_;
+  std::optional<Failure> failure_; // set once closing or closed
+  TaskHandle connecting_;
+  std::optional<Stream> socket_;
+  std::deque<WaiterPointer> outbox_;
+  WaiterPointer writing_;
+  std::optional<ErrorCode> writeFailure_;
+  std::deque<WaiterPointer> receivers_;
+  std::deque<Message> inbox_; // received before anybody asked
+  std::size_t inboxBytes_ = 0;
+  beast::flat_buffer buffer_;
+  bool reading_ = false;
+  std::optional<Deadline> deadline_; // after which the socket is dropped
+};
+
+BeastWebSocketTask::BeastWebSocketTask(std::shared_ptr<BeastEnvironment> environment,
+                                       const platform::URL& url)
+    : connection_(std::make_shared<WebSocketConnection>(std::move(environment), url)) {}
+
+BeastWebSocketTask::~BeastWebSocketTask() {
+  constexpr std::uint16_t goingAway = 1001;
+  connection_->close(goingAway, "");
+}
+
+void BeastWebSocketTask::resume() { connection_->resume(); }
+
+Task<void> BeastWebSocketTask::send(Message message) {
+  return WebSocketConnection::send(connection_, std::move(message));
+}
+
+Task<platform::WebSocketTask::Message> BeastWebSocketTask::receive() {
+  return WebSocketConnection::receive(connection_);
+}
+
+void BeastWebSocketTask::cancel(std::uint16_t closeCode, std::string reason) {
+  connection_->close(closeCode, std::move(reason));
+}
+
+} // namespace tolvera::adapters

@@ -1,0 +1,35 @@
+#include "Platform/Linux/Sound/PipeWireAudioSystem.h"
+
+#include "Platform/Linux/Sound/PipeWireAudioHardware.h"
+#include "Platform/Linux/Sound/PipeWireEngine.h"
+#include "Platform/Linux/Sound/PipeWireGraph.h"
+#include "Platform/Linux/Sound/PipeWirePlayback.h"
+#include "Platform/Linux/Sound/SoxrConverter.h"
+
+#include <utility>
+
+namespace tolvera::adapters {
+
+PipeWireAudioSystem::PipeWireAudioSystem(BundleIdentifier bundleIdentifier,
+                                         std::function<void()> onDefaultOutputChange)
+    : graph_(std::make_shared<PipeWireGraph>()),
+      hardware_(std::make_unique<PipeWireAudioHardware>(graph_, std::move(bundleIdentifier),
+                                                        std::move(onDefaultOutputChange))),
+      playback_(std::make_unique<PipeWirePlayback>(graph_)) {}
+
+PipeWireAudioSystem::~PipeWireAudioSystem() = default;
+
+std::unique_ptr<platform::AudioEngine> PipeWireAudioSystem::makeEngine() {
+  return std::make_unique<PipeWireEngine>(graph_);
+}
+
+std::unique_ptr<platform::AudioConverter>
+PipeWireAudioSystem::makeConverter(const platform::AudioFormat& from, const platform::AudioFormat& to) {
+  return SoxrConverter::make(from, to);
+}
+
+platform::AudioHardware& PipeWireAudioSystem::audioHardware() { return *hardware_; }
+
+platform::AudioPlayback& PipeWireAudioSystem::playback() { return *playback_; }
+
+} // namespace tolvera::adapters

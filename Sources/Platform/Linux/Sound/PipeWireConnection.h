@@ -1,0 +1,98 @@
+#pragma once
+
+#include "Platform/Linux/Sound/PipeWireHandles.h"
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <vector>
+
+namespace tolvera::adapters {
+
+// The program's one connection to the sound server: a loop thread, the registry of the server's objects,
+// and a new connection whenever the server comes back. Shared by everything that talks to PipeWire.
+//
+// Opens nothing until it is asked to. From then on its state, and that of its listeners, belongs to the
+// loop lock; the listeners are called on the loop thread with the lock held.
+class PipeWireConnection {
+ public:
+  struct Global {
+    std::uint32_t id;
+    const char* type;
+    const spa_dict* properties; // may be null
+  };
+
+  class Listener {
+   public:
+    Listener() = default;
+    virtual ~Listener() = default;
+    Listener(const Listener&) = delete;
+    Listener& operator=(const Listener&) = delete;
+
+    virtual void added(const Global&) {}
+    virtual void removed(std::uint32_t /*id*/) {}
+    // A burst of changes is over, and every answer to it is in.
+    virtual void settled() {}
+    // The server is gone: its objects are void, and what was bound must be dropped at once.
+    virtual void disconnected() {}
+  };
+
+  PipeWireConnection() = default;
+  ~PipeWireConnection();
+  PipeWireConnection(const PipeWireConnection&) = delete;
+  PipeWireConnection& operator=(const PipeWireConnection&) = delete;
+
+  // Makes sure that there is a loop and tries for a server at once. True if there is one and its first
+  // snapshot is in, for which it waits up to `patience`. Any thread, without the lock.
+  bool open(std::chrono::milliseconds patience);
+
+  [[nodiscard]] pw_thread_loop* loop() const { return loop_; } // null before the first `open`
+
+  // Everything below: under the lock. A listener that hears of the objects is added before `open`.
+  void addListener(Listener& listener);
+  void removeListener(Listener& listener);
+  [[nodiscard]] pw_core* core() const { return core_; } // null without a server
+  [[nodiscard]] pw_registry* registry() const { return registry_; }
+  void changed(); // `settled` is due after a round trip to the server
+  // Waits until the condition holds, looking at it whenever the loop is signalled. The lock is released the
+  // while. Not on the loop thread.
+  void waitFor(const std::function<bool()>& condition, std::chrono::milliseconds patience);
+  // As `waitFor`, until the server has dealt with all that was asked of it, and we with what it said
+  // meanwhile.
+  void roundTrip(std::chrono::milliseconds patience);
+  // `settled` is due then at the latest. Who finds it too early asks again.
+  void retryIn(std::chrono::milliseconds delay);
+
+ private:
+  struct Events;
+
+  bool startLoop();
+  bool connect();
+  void disconnect();
+  void arm(std::chrono::milliseconds delay);
+  void onTimer();
+  void onDone(int sequence);
+
+  std::mutex starting_; // of the loop
+  std::atomic<pw_thread_loop*> loop_ = nullptr;
+  pw_context* context_ = nullptr;
+  spa_source* timer_ = nullptr;
+  pw_core* core_ = nullptr;
+  pw_registry* registry_ = nullptr;
+  Hook coreHook_;
+  Hook registryHook_;
+  std::vector<Listener*> listeners_;
+  std::optional<std::chrono::steady_clock::time_point> due_; // when the timer fires
+  std::set<int> roundTrips_; // sequence numbers of those that somebody waits for
+  int awaited_ = 0;          // sequence number of the round trip under way
+  bool waiting_ = false;     // a round trip is under way
+  bool dirty_ = false;       // and something changed since it began
+  bool ready_ = false;       // the first snapshot is in
+  bool lost_ = false;        // the server is gone, its connection not yet dropped
+};
+
+} // namespace tolvera::adapters

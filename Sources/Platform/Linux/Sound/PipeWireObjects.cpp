@@ -1,0 +1,237 @@
+#include "Platform/Linux/Sound/PipeWireObjects.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <string_view>
+
+#include <unistd.h>
+
+namespace tolvera::adapters {
+
+namespace {
+
+using Process = PipeWireObjects::Process;
+
+std::string_view property(const spa_dict* properties, const char* key) {
+  const char* value = properties != nullptr ? spa_dict_lookup(properties, key) : nullptr;
+  return value != nullptr ? value : "";
+}
+
+std::uint64_t number(std::string_view text) { return std::strtoull(std::string(text).c_str(), nullptr, 10); }
+
+std::uint32_t idIn(const spa_dict* properties, const char* key) {
+  const std::string_view text = property(properties, key);
+  return text.empty() ? PW_ID_ANY : static_cast<std::uint32_t>(number(text));
+}
+
+// The 22nd field; the second one, the program's name in parentheses, may hold anything.
+std::uint64_t startOf(std::int32_t pid) {
+  std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
+  std::string text(1024, '\0');
+  file.read(text.data(), static_cast<std::streamsize>(text.size())); // fails if the process ends meanwhile
+  text.resize(static_cast<std::size_t>(file.gcount()));
+  std::size_t at = text.rfind(')');
+  for (int field = 2; field < 22 && at != std::string::npos; ++field) at = text.find(' ', at + 1);
+  return at == std::string::npos ? 0 : number(std::string_view(text).substr(at + 1));
+}
+
+// Clients of the PulseAudio server are connected by that server, and say themselves who they are.
+std::int32_t pidIn(const spa_dict* properties) {
+  const bool pulse = property(properties, PW_KEY_CLIENT_API) == "pipewire-pulse";
+  return static_cast<std::int32_t>(
+      number(property(properties, pulse ? PW_KEY_APP_PROCESS_ID : PW_KEY_SEC_PID)));
+}
+
+} // namespace
+
+template<typename Interface>
+struct PipeWireObjects::Bound {
+  Bound(PipeWireConnection& theConnection, const PipeWireConnection::Global& global, std::uint32_t version)
+      : connection(theConnection), proxy(static_cast<Interface*>(pw_registry_bind(
+                                       theConnection.registry(), global.id, global.type, version, 0))) {}
+
+  PipeWireConnection& connection;
+  Proxy<Interface> proxy;
+  Hook hook;
+};
+
+struct PipeWireObjects::ClientEntry : Bound<pw_client> {
+  ClientEntry(PipeWireConnection& theConnection, const PipeWireConnection::Global& global)
+      : Bound(theConnection, global, PW_VERSION_CLIENT), id(global.id) {
+    static const pw_client_events events = [] {
+      pw_client_events made{};
+      made.version = PW_VERSION_CLIENT_EVENTS;
+      made.info = [](void* data, const pw_client_info* info) {
+        static_cast<ClientEntry*>(data)->onInfo(*info);
+      };
+      return made;
+    }();
+    if (proxy) pw_client_add_listener(proxy.get(), hook.get(), &events, this);
+  }
+
+  void onInfo(const pw_client_info& info) {
+    if ((info.change_mask & PW_CLIENT_CHANGE_MASK_PROPS) == 0) return;
+    const std::int32_t pid = pidIn(info.props);
+    const bool wasOurs = client.ours;
+    const auto* self = reinterpret_cast<pw_proxy*>(pw_core_get_client(connection.core()));
+    client.ours = pid == ::getpid() || id == pw_proxy_get_bound_id(const_cast<pw_proxy*>(self)) ||
+                  property(info.props, PW_KEY_APP_PROCESS_ID) == std::to_string(::getpid());
+    const bool same = client.process && client.process->pid == pid;
+    if (same && client.ours == wasOurs) return;
+    if (pid > 0) client.process = Process{pid, startOf(pid)};
+    connection.changed();
+  }
+
+  std::uint32_t id;
+  Client client;
+};
+
+struct PipeWireObjects::NodeEntry : Bound<pw_node> {
+  NodeEntry(PipeWireConnection& theConnection, const PipeWireConnection::Global& global, bool aSink)
+      : Bound(theConnection, global, PW_VERSION_NODE), isSink(aSink) {
+    sink.serial = number(property(global.properties, PW_KEY_OBJECT_SERIAL));
+    sink.name = property(global.properties, PW_KEY_NODE_NAME);
+    static const pw_node_events events = [] {
+      pw_node_events made{};
+      made.version = PW_VERSION_NODE_EVENTS;
+      made.info = [](void* data, const pw_node_info* info) { static_cast<NodeEntry*>(data)->onInfo(*info); };
+      return made;
+    }();
+    if (proxy) pw_node_add_listener(proxy.get(), hook.get(), &events, this);
+  }
+
+  void onInfo(const pw_node_info& info) {
+    const bool describes = (info.change_mask & PW_NODE_CHANGE_MASK_PROPS) != 0;
+    const bool running = info.state == PW_NODE_STATE_RUNNING;
+    if (!describes && running == playback.running) return;
+    playback.running = running;
+    if (describes) describe(info.props);
+    connection.changed();
+  }
+
+  void describe(const spa_dict* properties) {
+    playback.known = sink.known = true;
+    if (!isSink) {
+      playback.client = idIn(properties, PW_KEY_CLIENT_ID);
+      playback.reemits = !property(properties, PW_KEY_NODE_LINK_GROUP).empty();
+      return;
+    }
+    device = idIn(properties, PW_KEY_DEVICE_ID);
+    sink.properties.clear();
+    const spa_dict_item* item = nullptr;
+    spa_dict_for_each(item, properties) sink.properties[item->key] = item->value;
+  }
+
+  bool isSink;
+  Playback playback;
+  Sink sink;
+  std::uint32_t device = PW_ID_ANY;
+};
+
+struct PipeWireObjects::DeviceEntry : Bound<pw_device> {
+  DeviceEntry(PipeWireConnection& theConnection, const PipeWireConnection::Global& global)
+      : Bound(theConnection, global, PW_VERSION_DEVICE) {
+    static const pw_device_events events = [] {
+      pw_device_events made{};
+      made.version = PW_VERSION_DEVICE_EVENTS;
+      made.info = [](void* data, const pw_device_info* info) {
+        static_cast<DeviceEntry*>(data)->onInfo(*info);
+      };
+      return made;
+    }();
+    if (proxy) pw_device_add_listener(proxy.get(), hook.get(), &events, this);
+  }
+
+  void onInfo(const pw_device_info& info) {
+    if ((info.change_mask & PW_DEVICE_CHANGE_MASK_PROPS) == 0) return;
+    properties.clear();
+    const spa_dict_item* item = nullptr;
+    spa_dict_for_each(item, info.props) properties[item->key] = item->value;
+    connection.changed();
+  }
+
+  std::map<std::string, std::string, std::less<>> properties;
+};
+
+PipeWireObjects::PipeWireObjects(PipeWireConnection& connection) : connection_(connection) {
+  const LoopLock lock(connection_.loop());
+  connection_.addListener(*this);
+}
+
+PipeWireObjects::~PipeWireObjects() {
+  const LoopLock lock(connection_.loop());
+  connection_.removeListener(*this);
+  disconnected();
+}
+
+std::map<std::uint32_t, PipeWireObjects::Client> PipeWireObjects::clients() const {
+  std::map<std::uint32_t, Client> clients;
+  for (const auto& [id, entry] : clients_) clients.emplace(id, entry->client);
+  return clients;
+}
+
+std::map<std::uint32_t, PipeWireObjects::Playback> PipeWireObjects::playbacks() const {
+  std::map<std::uint32_t, Playback> playbacks;
+  for (const auto& [id, entry] : nodes_) {
+    if (!entry->isSink && entry->playback.known) playbacks.emplace(id, entry->playback);
+  }
+  return playbacks;
+}
+
+std::map<std::uint32_t, PipeWireObjects::Sink> PipeWireObjects::sinks() const {
+  std::map<std::uint32_t, Sink> sinks;
+  for (const auto& [id, entry] : nodes_) {
+    if (!entry->isSink || !entry->sink.known) continue;
+    Sink& sink = sinks.emplace(id, entry->sink).first->second;
+    const auto device = devices_.find(entry->device);
+    if (device != devices_.end())
+      sink.properties.insert(device->second->properties.begin(), device->second->properties.end());
+  }
+  return sinks;
+}
+
+void PipeWireObjects::added(const PipeWireConnection::Global& global) {
+  const std::string_view type = global.type;
+  if (type == PW_TYPE_INTERFACE_Client) {
+    clients_[global.id] = std::make_unique<ClientEntry>(connection_, global);
+  } else if (type == PW_TYPE_INTERFACE_Device) {
+    devices_[global.id] = std::make_unique<DeviceEntry>(connection_, global);
+  } else if (type == PW_TYPE_INTERFACE_Node) {
+    addNode(global);
+  } else if (type == PW_TYPE_INTERFACE_Port) {
+    addPort(global);
+  }
+}
+
+void PipeWireObjects::addNode(const PipeWireConnection::Global& global) {
+  const std::string_view mediaClass = property(global.properties, PW_KEY_MEDIA_CLASS);
+  const bool sink = mediaClass == "Audio/Sink" || mediaClass == "Audio/Duplex";
+  if (!sink && mediaClass != "Stream/Output/Audio") return;
+  nodes_[global.id] = std::make_unique<NodeEntry>(connection_, global, sink);
+  connection_.changed();
+}
+
+void PipeWireObjects::addPort(const PipeWireConnection::Global& global) {
+  if (property(global.properties, PW_KEY_PORT_MONITOR) == "true") return;
+  ports_[global.id] = {number(property(global.properties, PW_KEY_OBJECT_SERIAL)),
+                       idIn(global.properties, PW_KEY_NODE_ID),
+                       property(global.properties, PW_KEY_PORT_DIRECTION) == "in",
+                       std::string(property(global.properties, PW_KEY_AUDIO_CHANNEL))};
+  connection_.changed();
+}
+
+void PipeWireObjects::removed(std::uint32_t id) {
+  if (clients_.erase(id) + nodes_.erase(id) + devices_.erase(id) + ports_.erase(id) > 0) {
+    connection_.changed();
+  }
+}
+
+void PipeWireObjects::disconnected() {
+  clients_.clear();
+  nodes_.clear();
+  devices_.clear();
+  ports_.clear();
+}
+
+} // namespace tolvera::adapters

@@ -1,0 +1,80 @@
+#include "Platform/Linux/Sound/PipeWireSoundQueue.h"
+
+#include <algorithm>
+#include <new>
+#include <optional>
+#include <utility>
+
+namespace tolvera::adapters {
+
+struct PipeWireSoundQueue::Item {
+  std::optional<platform::AudioPCMBuffer> buffer; // none in the very first
+  std::uint64_t sequence = 0;
+  std::atomic<Item*> next{nullptr};
+};
+
+PipeWireSoundQueue::PipeWireSoundQueue() : first_(new Item), last_(first_), current_(first_) {}
+
+PipeWireSoundQueue::~PipeWireSoundQueue() {
+  while (first_ != nullptr) delete std::exchange(first_, first_->next.load());
+}
+
+void PipeWireSoundQueue::free() noexcept {
+  const Item* current = current_.load(std::memory_order_acquire);
+  while (first_ != current) delete std::exchange(first_, first_->next.load(std::memory_order_relaxed));
+}
+
+void PipeWireSoundQueue::push(platform::AudioPCMBuffer buffer) noexcept {
+  free();
+  Item* item = new (std::nothrow) Item;
+  if (item == nullptr) return;
+  item->buffer = std::move(buffer);
+  item->sequence = last_->sequence + 1;
+  pushed_.store(item->sequence, std::memory_order_release);
+  last_->next.store(item, std::memory_order_release);
+  last_ = item;
+}
+
+void PipeWireSoundQueue::drop() noexcept {
+  dropped_.store(last_->sequence, std::memory_order_release);
+  free();
+}
+
+bool PipeWireSoundQueue::hasSound() const noexcept {
+  return pushed_.load(std::memory_order_acquire) >
+         std::max(completed_.load(std::memory_order_acquire), dropped_.load(std::memory_order_acquire));
+}
+
+std::size_t PipeWireSoundQueue::read(float* const* planes, std::uint32_t channels,
+                                     std::size_t frames) noexcept {
+  std::size_t done = 0;
+  const std::uint64_t dropped = dropped_.load(std::memory_order_acquire);
+  Item* item = current_.load(std::memory_order_relaxed);
+  while (done < frames) {
+    const std::uint32_t length = item->buffer ? item->buffer->frameLength() : 0;
+    if (item->sequence <= dropped || position_ >= length) {
+      completed_.store(item->sequence, std::memory_order_release);
+      Item* next = item->next.load(std::memory_order_acquire);
+      if (next == nullptr) break;
+      item = next;
+      position_ = 0;
+      current_.store(item, std::memory_order_release);
+      continue;
+    }
+    const std::size_t count = std::min<std::size_t>(frames - done, length - position_);
+    for (std::uint32_t c = 0; c < channels; ++c) {
+      const float* samples = std::as_const(*item->buffer).channel(c);
+      if (samples == nullptr) {
+        std::fill_n(planes[c] + done, count, 0.0F);
+      } else {
+        std::copy_n(samples + position_, count, planes[c] + done);
+      }
+    }
+    position_ += static_cast<std::uint32_t>(count);
+    done += count;
+  }
+  for (std::uint32_t c = 0; c < channels; ++c) std::fill_n(planes[c] + done, frames - done, 0.0F);
+  return done;
+}
+
+} // namespace tolvera::adapters
