@@ -1,6 +1,6 @@
 #include "WordTimes.h"
 
-#include "TolveraService/Recognizer.h"
+#include "TolveraService/Engine/Recognizer.h"
 
 #include <pocketsphinx.h>
 

@@ -1,6 +1,6 @@
 #include "TolveraService/Server.h"
 
-#include "TolveraService/HTTPConnection.h"
+#include "TolveraService/Http/HTTPConnection.h"
 
 #include "Async/Spawn.h"
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "TolveraService/RecognizerPool.h"
+#include "TolveraService/Engine/RecognizerPool.h"
 #include "TolveraService/Services.h"
 
 #include "Async/SystemClock.h"

@@ -1,11 +1,11 @@
 #pragma once
 
-#include "TolveraService/AccountStore.h"
-#include "TolveraService/Connections.h"
-#include "TolveraService/RecognizerPool.h"
-#include "TolveraService/Routes.h"
-#include "TolveraService/Speech.h"
-#include "TolveraService/Translator.h"
+#include "TolveraService/Accounts/AccountStore.h"
+#include "TolveraService/Engine/RecognizerPool.h"
+#include "TolveraService/Engine/Speech.h"
+#include "TolveraService/Engine/Translator.h"
+#include "TolveraService/Http/Connections.h"
+#include "TolveraService/Http/Routes.h"
 
 #include "Async/Clock.h"
 #include "Async/Task.h"

@@ -1,4 +1,4 @@
-#include "TolveraService/AccountStore.h"
+#include "TolveraService/Accounts/AccountStore.h"
 
 #include "Support/TemporaryDirectory.h"
 

@@ -1,4 +1,4 @@
-#include "TolveraService/AudioQueue.h"
+#include "TolveraService/Stream/AudioQueue.h"
 
 #include "Support/TestLoop.h"
 

@@ -1,4 +1,4 @@
-#include "TolveraService/DubStream.h"
+#include "TolveraService/Stream/DubStream.h"
 
 #include "Support/TestLoop.h"
 

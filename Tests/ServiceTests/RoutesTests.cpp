@@ -1,4 +1,4 @@
-#include "TolveraService/Routes.h"
+#include "TolveraService/Http/Routes.h"
 
 #include "Support/TemporaryDirectory.h"
 

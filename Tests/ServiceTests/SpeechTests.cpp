@@ -1,4 +1,4 @@
-#include "TolveraService/Speech.h"
+#include "TolveraService/Engine/Speech.h"
 
 #include <gtest/gtest.h>
 

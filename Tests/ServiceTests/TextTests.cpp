@@ -1,8 +1,8 @@
+#include "TolveraService/Engine/SettledText.h"
+#include "TolveraService/Engine/TextNormalizer.h"
+#include "TolveraService/Engine/UnknownWords.h"
 #include "TolveraService/Options.h"
-#include "TolveraService/SettledText.h"
-#include "TolveraService/StreamProtocol.h"
-#include "TolveraService/TextNormalizer.h"
-#include "TolveraService/UnknownWords.h"
+#include "TolveraService/Stream/StreamProtocol.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
-#include "TolveraService/ApertiumMode.h"
-#include "TolveraService/Translator.h"
+#include "TolveraService/Engine/ApertiumMode.h"
+#include "TolveraService/Engine/Translator.h"
 
 #include "Support/TemporaryDirectory.h"
 

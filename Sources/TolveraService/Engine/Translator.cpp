@@ -1,0 +1,89 @@
+#include "TolveraService/Engine/Translator.h"
+
+#include "TolveraService/Engine/TextNormalizer.h"
+#include "TolveraService/Engine/UnknownWords.h"
+
+#include <array>
+#include <stdexcept>
+
+namespace tolvera::service {
+
+namespace {
+
+struct Offer {
+  std::string_view target;
+  std::string_view first;
+  std::string_view second; // empty for a direct mode
+};
+
+constexpr std::array<Offer, 7> offers = {{{"es", "eng-spa", ""},
+                                          {"ca", "eng-cat", ""},
+                                          {"pt", "eng-spa", "es-pt"},
+                                          {"fr", "eng-spa", "es-fr"},
+                                          {"it", "eng-spa", "spa-ita"},
+                                          {"gl", "eng-spa", "es-gl"},
+                                          {"ast", "eng-spa", "spa-ast"}}};
+
+} // namespace
+
+Translator::Translator(const std::filesystem::path& modes) {
+  std::map<std::string_view, std::shared_ptr<ApertiumPipeline>> pipelines;
+  const auto pipeline = [&](std::string_view mode) {
+    std::shared_ptr<ApertiumPipeline>& known = pipelines[mode];
+    if (!known) known = std::make_shared<ApertiumPipeline>(loadApertiumMode(modes, mode));
+    return known;
+  };
+  for (const Offer& offer : offers) {
+    try {
+      Route route{pipeline(offer.first)};
+      if (!offer.second.empty()) route.push_back(pipeline(offer.second));
+      routes_.emplace_back(offer.target, std::move(route));
+    } catch (const std::runtime_error&) {
+      // Its data is not installed: the language is not offered.
+    }
+  }
+}
+
+std::vector<std::string> Translator::targets() const {
+  std::vector<std::string> codes;
+  codes.reserve(routes_.size());
+  for (const auto& [target, route] : routes_) codes.push_back(target);
+  return codes;
+}
+
+const Translator::Route* Translator::route(std::string_view target) const {
+  for (const auto& [code, route] : routes_)
+    if (code == target) return &route;
+  return nullptr;
+}
+
+bool Translator::canTranslate(std::string_view target) const { return route(target) != nullptr; }
+
+void Translator::warmUp(std::string_view target) {
+  // The first lines of a mode are slow beyond its start: data is read when it is first needed.
+  translate(target, "The people of the town will see that I have been there on Monday");
+}
+
+Translator::Result Translator::translate(std::string_view target, std::string_view line) {
+  const Route* pipelines = route(target);
+  if (pipelines == nullptr) return {};
+  UnknownWords unknown;
+  std::string text(line);
+  for (const auto& pipeline : *pipelines) {
+    const auto marked = pipeline->translate(text);
+    if (!marked) return {};
+    text = unknown.hide(*marked);
+    if (unknown.known == 0) return {Result::Kind::nothingKnown, {}};
+  }
+  return {Result::Kind::translated, tidied(unknown.show(text))};
+}
+
+std::vector<pid_t> Translator::processes(std::string_view target) const {
+  std::vector<pid_t> all;
+  if (const Route* pipelines = route(target))
+    for (const auto& pipeline : *pipelines)
+      for (const pid_t process : pipeline->processes()) all.push_back(process);
+  return all;
+}
+
+} // namespace tolvera::service

@@ -1,0 +1,39 @@
+#pragma once
+
+#include "TolveraService/Accounts/AccountStore.h"
+#include "TolveraService/Http/HTTPMessage.h"
+#include "TolveraService/Http/TextLanguage.h"
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace tolvera::service {
+
+// The pages in the browser: sign-in, purchase, privacy. A page is reached by a one-time code, shows what
+// it would do, and does it when its one form is posted. The form carries a proof that this service made it
+// for this browser: a keyed hash of the code and a cookie. Owned by Routes, same thread.
+class PageRoutes {
+ public:
+  explicit PageRoutes(AccountStore& accounts) : accounts_(accounts), key_(makeSecret()) {}
+
+  // The address of a page, for the browser.
+  static std::string address(std::string_view host, AccountStore::Purpose purpose, std::string_view code,
+                             TextLanguage language);
+
+  // Nothing if there is no page at the path (below the base).
+  std::optional<Response> answer(std::string_view path, const Request& request);
+
+ private:
+  Response show(const Request& request, AccountStore::Purpose purpose);
+  Response confirm(const Request& request, AccountStore::Purpose purpose);
+  Response form(const Request& request, const AccountStore::Link& link, const std::string& code,
+                std::string_view note);
+  Response confirmed(const Request& request, const AccountStore::Link& link, TextLanguage language);
+  [[nodiscard]] std::string proof(std::string_view code, std::string_view cookie) const;
+
+  AccountStore& accounts_;
+  const std::string key_; // of this process; a form of an earlier one is shown again
+};
+
+} // namespace tolvera::service

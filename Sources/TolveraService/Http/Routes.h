@@ -1,0 +1,53 @@
+#pragma once
+
+#include "TolveraService/Accounts/AccountStore.h"
+#include "TolveraService/Http/HTTPMessage.h"
+#include "TolveraService/Http/PageRoutes.h"
+#include "TolveraService/Http/RateLimit.h"
+#include "TolveraService/Http/TextLanguage.h"
+
+#include <array>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace tolvera::service {
+
+// Answers every request below the base path but the web socket. Owned by the server; a call blocks for the
+// store of accounts, so all calls run on the server's one thread for blocking work.
+class Routes {
+ public:
+  static constexpr std::string_view base = "/livetranslate";
+
+  // `voices`: codes of the voices that speak translations.
+  Routes(AccountStore& accounts, std::vector<std::string> voices)
+      : accounts_(accounts), voices_(std::move(voices)), pages_(accounts) {}
+
+  // Never throws: a fault of the store becomes status 503.
+  Response answer(const Request& request);
+
+ private:
+  using Handler = Response (Routes::*)(const Request&);
+
+  Response dispatch(const Request& request);
+  Response signup(const Request& request);
+  Response me(const Request& request);
+  Response checkout(const Request& request);
+  Response signInAddress(const Request& request);
+  Response unbind(const Request& request);
+
+  std::optional<AccountStore::Account> caller(const Request& request);
+
+  AccountStore& accounts_;
+  std::vector<std::string> voices_;
+  PageRoutes pages_;
+  RateLimit signups_{2000, 4000};
+  RateLimit links_{50, 200};
+};
+
+// A refusal as the client reads it: an object of texts with the key "error".
+Response refuse(unsigned status, TextLanguage language, const Wording& wording);
+
+} // namespace tolvera::service

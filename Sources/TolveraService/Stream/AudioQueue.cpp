@@ -1,0 +1,79 @@
+#include "TolveraService/Stream/AudioQueue.h"
+
+#include <algorithm>
+
+namespace tolvera::service {
+
+void AudioQueue::push(std::string_view frame) {
+  std::scoped_lock lock(mutex_);
+  if (finished_) return;
+  if (start_ > 0 && start_ * 2 >= samples_.size()) {
+    samples_.erase(samples_.begin(), samples_.begin() + static_cast<std::ptrdiff_t>(start_));
+    start_ = 0;
+  }
+  samples_.reserve(samples_.size() + frame.size() / 2);
+  for (std::size_t i = 0; i + 1 < frame.size(); i += 2) {
+    const auto low = static_cast<std::uint8_t>(frame[i]);
+    const auto high = static_cast<std::uint8_t>(frame[i + 1]);
+    samples_.push_back(static_cast<std::int16_t>(static_cast<std::uint16_t>(low | (high << 8))));
+  }
+  arrived_.notify_one();
+}
+
+Task<void> AudioQueue::untilRoom() {
+  auto park = [this](Resumption resume) {
+    {
+      std::scoped_lock lock(mutex_);
+      if (count() >= capacity && !finished_) {
+        writer_ = std::move(resume);
+        return;
+      }
+    }
+    resume();
+  };
+  co_await suspend(std::move(park));
+}
+
+void AudioQueue::finish() {
+  std::unique_lock lock(mutex_);
+  finished_ = true;
+  arrived_.notify_one();
+  wakeWriter(lock);
+}
+
+void AudioQueue::abandon() {
+  std::unique_lock lock(mutex_);
+  finished_ = true;
+  abandoned_ = true;
+  arrived_.notify_one();
+  wakeWriter(lock);
+}
+
+void AudioQueue::wakeWriter(std::unique_lock<std::mutex>& lock) {
+  std::optional<Resumption> writer = std::exchange(writer_, std::nullopt);
+  lock.unlock();
+  if (writer) (*writer)();
+}
+
+AudioQueue::State AudioQueue::take(std::vector<std::int16_t>& samples, std::size_t wanted,
+                                   std::chrono::milliseconds patience) {
+  std::unique_lock lock(mutex_);
+  samples.clear();
+  std::size_t before = count();
+  while (count() < wanted && !finished_) {
+    arrived_.wait_for(lock, patience);
+    if (count() == before) break;
+    before = count();
+  }
+  if (abandoned_) return State::abandoned;
+  const std::size_t taken = std::min(wanted, count());
+  const auto first = samples_.begin() + static_cast<std::ptrdiff_t>(start_);
+  samples.assign(first, first + static_cast<std::ptrdiff_t>(taken));
+  start_ += taken;
+  const bool last = finished_ && count() == 0;
+  if (count() < capacity) wakeWriter(lock);
+  if (last) return State::finished;
+  return taken < wanted ? State::starved : State::more;
+}
+
+} // namespace tolvera::service

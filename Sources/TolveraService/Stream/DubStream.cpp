@@ -1,0 +1,120 @@
+#include "TolveraService/Stream/DubStream.h"
+
+#include "TolveraService/Engine/Speech.h"
+
+#include <algorithm>
+#include <span>
+#include <utility>
+
+namespace tolvera::service {
+
+namespace {
+
+constexpr std::size_t unreadFrames = 50; // then the client is not reading
+constexpr std::chrono::milliseconds unreadLook{100};
+
+std::string bytesOf(std::span<const std::int16_t> samples) {
+  std::string bytes;
+  bytes.reserve(samples.size() * 2);
+  for (const std::int16_t sample : samples) {
+    const auto bits = static_cast<std::uint16_t>(sample);
+    bytes += static_cast<char>(bits & 0xff);
+    bytes += static_cast<char>(bits >> 8);
+  }
+  return bytes;
+}
+
+Duration lengthOf(std::size_t samples) {
+  return std::chrono::nanoseconds(std::chrono::seconds(1)) * samples / Speech::sampleRate;
+}
+
+} // namespace
+
+void DubStream::say(Sentence sentence) {
+  if (sentence.empty()) return;
+  std::optional<Resumption> waking;
+  {
+    std::scoped_lock lock(mutex_);
+    if (dropped_) return;
+    waiting_ += sentence.size();
+    sentences_.push_back(std::move(sentence));
+    while (waiting_ > waitingSamples && sentences_.size() > 1) {
+      waiting_ -= sentences_.front().size();
+      sentences_.pop_front();
+    }
+    waking = std::exchange(sender_, std::nullopt);
+  }
+  if (waking) (*waking)();
+}
+
+void DubStream::drop() {
+  std::optional<Resumption> waking;
+  {
+    std::scoped_lock lock(mutex_);
+    dropped_ = true;
+    sentences_.clear();
+    waiting_ = 0;
+    waking = std::exchange(sender_, std::nullopt);
+  }
+  if (waking) (*waking)();
+}
+
+bool DubStream::dropped() const {
+  std::scoped_lock lock(mutex_);
+  return dropped_;
+}
+
+Task<void> DubStream::send(std::shared_ptr<DubStream> stream) {
+  while (!stream->dropped()) {
+    co_await stream->untilSaid();
+    auto sentence = stream->take();
+    if (!sentence) continue;
+    const bool whole = co_await stream->sendWhole(std::move(*sentence));
+    if (!whole) co_return;
+  }
+}
+
+Task<void> DubStream::untilSaid() {
+  auto park = [this](Resumption resume) {
+    {
+      std::scoped_lock lock(mutex_);
+      if (sentences_.empty() && !dropped_) {
+        sender_ = std::move(resume);
+        return;
+      }
+    }
+    resume();
+  };
+  co_await suspend(std::move(park));
+}
+
+std::optional<DubStream::Sentence> DubStream::take() {
+  std::scoped_lock lock(mutex_);
+  if (sentences_.empty()) return std::nullopt;
+  Sentence sentence = std::move(sentences_.front());
+  sentences_.pop_front();
+  waiting_ -= sentence.size();
+  return sentence;
+}
+
+Task<bool> DubStream::sendWhole(Sentence sentence) {
+  std::span<const std::int16_t> rest(sentence);
+  while (!rest.empty()) {
+    while (output_->waiting() > unreadFrames && !dropped()) co_await clock_.sleep(unreadLook);
+    if (dropped()) co_return false;
+    const auto frame = rest.first(std::min(rest.size(), frameSamples));
+    rest = rest.subspan(frame.size());
+    output_->sendBinary(bytesOf(frame));
+    co_await clock_.sleep(pauseAfter(lengthOf(frame.size())));
+  }
+  co_return true;
+}
+
+Duration DubStream::pauseAfter(Duration sound) {
+  const WallTime now = clock_.now();
+  heardUntil_ = std::max(heardUntil_, now) + sound;
+  const bool farAhead = heardUntil_ - now > lead;
+  return farAhead ? sound : sound / 2;
+}
+
+} // namespace tolvera::service

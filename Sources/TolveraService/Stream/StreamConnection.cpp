@@ -1,0 +1,194 @@
+#include "TolveraService/Stream/StreamConnection.h"
+
+#include "TolveraService/Stream/Transcription.h"
+
+#include "Async/On.h"
+#include "Async/Spawn.h"
+
+#include <boost/asio/redirect_error.hpp>
+#include <boost/asio/steady_timer.hpp>
+
+#include <utility>
+
+namespace tolvera::service {
+
+namespace asio = boost::asio;
+namespace websocket = boost::beast::websocket;
+using asio::use_awaitable;
+
+namespace {
+
+constexpr std::size_t frameLimit = 262144;     // 8 s of sound in one frame
+constexpr std::size_t unreadFrameLimit = 4000; // a client that has not read for minutes
+constexpr std::chrono::seconds handshakeLimit{10};
+constexpr std::chrono::seconds idleLimit{60};      // with pings in between
+constexpr std::chrono::seconds afterStopLimit{15}; // a client closes by itself after 5 s
+constexpr std::chrono::milliseconds handOverLimit{3000};
+constexpr std::chrono::milliseconds handOverLook{20};
+
+Task<std::optional<AccountStore::Account>> found(std::shared_ptr<Services> services, std::string token) {
+  co_return services->accounts.find(token);
+}
+
+Task<void> pause(std::chrono::milliseconds duration) {
+  asio::steady_timer timer(co_await asio::this_coro::executor, duration);
+  co_await timer.async_wait(use_awaitable);
+}
+
+} // namespace
+
+bool isStreamTarget(std::string_view target) {
+  return target.substr(0, target.find('?')) == std::string(Routes::base) + "/ws";
+}
+
+StreamConnection::StreamConnection(boost::beast::tcp_stream stream, std::shared_ptr<Services> services)
+    : services_(std::move(services)), socket_(std::move(stream)) {
+  websocket::stream_base::timeout limits{};
+  limits.handshake_timeout = handshakeLimit;
+  limits.idle_timeout = idleLimit;
+  limits.keep_alive_pings = true;
+  socket_.set_option(limits);
+  socket_.read_message_max(frameLimit);
+}
+
+Task<void> StreamConnection::serve(boost::beast::tcp_stream stream, Upgrade upgrade,
+                                   std::shared_ptr<Services> services,
+                                   std::shared_ptr<Connections::Entry> entry) {
+  auto connection = std::make_shared<StreamConnection>(std::move(stream), std::move(services));
+  entry->endsBy([weak = std::weak_ptr(connection)] {
+    if (auto alive = weak.lock()) alive->end();
+  });
+  co_await connection->run(std::move(upgrade));
+}
+
+void StreamConnection::replace() {
+  output_->sendLast(errorFrame(errorCode::replaced, refusal::replaced()));
+  audio_->abandon();
+}
+
+void StreamConnection::end() {
+  goingAway_ = true;
+  output_->sendLast({});
+  audio_->abandon();
+}
+
+Task<void> StreamConnection::run(Upgrade upgrade) {
+  const auto self = shared_from_this();
+  const std::string_view target(upgrade.target().data(), upgrade.target().size());
+  if (auto parameters = parseStreamParameters(target)) parameters_ = std::move(*parameters);
+  co_await socket_.async_accept(upgrade, use_awaitable);
+  const std::string refusedWith = co_await admit();
+  if (!refusedWith.empty()) {
+    output_->sendLast(refusedWith);
+    audio_->abandon();
+  }
+  auto writing = [](std::shared_ptr<StreamConnection> connection) -> Task<void> {
+    co_await connection->write();
+  };
+  spawn(co_await asio::this_coro::executor, "writing to a stream", writing(self));
+  try {
+    co_await read();
+  } catch (const boost::system::system_error&) {
+    // Closed by either side, gone, or against the protocol: the same to us.
+  }
+  audio_->abandon();
+  if (dub_) dub_->drop();
+  output_->sendLast({});
+  const auto run = services_->runs.find(account_);
+  if (run != services_->runs.end() && run->second.lock() == self) services_->runs.erase(run);
+}
+
+Task<std::string> StreamConnection::admit() {
+  const std::string& source = parameters_.source;
+  const std::string& target = parameters_.target;
+  auto find = found(services_, parameters_.token);
+  const auto account = co_await on(services_->blocking, std::move(find));
+  if (!account) co_return errorFrame(errorCode::upstreamRejected, refusal::unknownToken());
+  if (source != "en" && source != "auto")
+    co_return errorFrame(errorCode::upstreamRejected, refusal::cannotHear(source));
+  if (target != "en" && !services_->translator.canTranslate(target))
+    co_return errorFrame(errorCode::upstreamRejected,
+                         refusal::cannotTranslate(target, services_->translator.targets()));
+  if (account->secondsLeft <= 0) co_return errorFrame(errorCode::quotaExhausted, refusal::outOfTime());
+
+  auto earlier = std::exchange(services_->runs[account->id], weak_from_this()).lock();
+  account_ = account->id;
+  if (earlier) earlier->replace();
+  auto recognizer = co_await leaseRecognizer(earlier != nullptr);
+  // A code that ends the run: a client that only lost this socket would come back again and again, each
+  // time in vain, and show a lost connection in the end.
+  if (!recognizer)
+    co_return errorFrame(errorCode::upstreamRejected, refusal::busy(services_->recognizers.size()));
+  begin(*account, std::move(recognizer));
+  co_return std::string();
+}
+
+// The run that this one replaces needs a moment to let go of its decoder.
+Task<std::unique_ptr<RecognizerPool::Lease>> StreamConnection::leaseRecognizer(bool replacing) {
+  auto recognizer = services_->recognizers.lease();
+  for (auto waited = handOverLook; replacing && !recognizer && waited < handOverLimit;
+       waited += handOverLook) {
+    co_await pause(handOverLook);
+    recognizer = services_->recognizers.lease();
+  }
+  co_return recognizer;
+}
+
+void StreamConnection::begin(AccountStore::Account account,
+                             std::unique_ptr<RecognizerPool::Lease> recognizer) {
+  output_->send(readyFrame(account.secondsLeft));
+  auto services = services_;
+  if (parameters_.target != "en")
+    asio::post(services->warming,
+               [services, target = parameters_.target] { services->translator.warmUp(target); });
+  if (parameters_.dub && services->speech.canSpeak(parameters_.target)) {
+    dub_ = std::make_shared<DubStream>(services->clock, output_);
+    spawn(socket_.get_executor(), "speaking to a stream", DubStream::send(dub_));
+  }
+  Transcription::Job job{parameters_, account.installation, audio_, output_, dub_};
+  auto transcription = std::make_shared<Transcription>(
+      std::move(job), std::move(recognizer), services->accounts, services->translator, services->speech);
+  asio::post(services->listening, [services, transcription] { transcription->run(); });
+}
+
+Task<void> StreamConnection::read() {
+  boost::beast::flat_buffer buffer;
+  for (;;) {
+    co_await audio_->untilRoom();
+    buffer.clear();
+    co_await socket_.async_read(buffer, use_awaitable);
+    const std::string_view frame(static_cast<const char*>(buffer.cdata().data()), buffer.size());
+    if (output_->waiting() > unreadFrameLimit) co_return;
+    if (!socket_.got_text()) {
+      audio_->push(frame);
+    } else if (!stopped_ && isStopFrame(frame)) {
+      stopped_ = true;
+      audio_->finish();
+      if (dub_) dub_->drop(); // whoever stops has had enough of it; the captions still come
+      auto bound = [](std::weak_ptr<StreamConnection> connection) -> Task<void> {
+        co_await pause(afterStopLimit);
+        if (auto alive = connection.lock()) alive->output_->sendLast({});
+      };
+      spawn(co_await asio::this_coro::executor, "bounding a stopped stream", bound(weak_from_this()));
+    }
+  }
+}
+
+Task<void> StreamConnection::write() {
+  try {
+    while (auto frame = co_await output_->next()) {
+      if (!frame->payload.empty()) {
+        socket_.binary(frame->binary);
+        co_await socket_.async_write(asio::buffer(frame->payload), use_awaitable);
+      }
+      if (!frame->last) continue;
+      const auto code = goingAway_ ? websocket::close_code::going_away : websocket::close_code::normal;
+      if (socket_.is_open()) co_await socket_.async_close(code, use_awaitable);
+      co_return;
+    }
+  } catch (const boost::system::system_error&) {
+    // The reader notices the same.
+  }
+}
+
+} // namespace tolvera::service

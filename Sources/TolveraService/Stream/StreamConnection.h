@@ -1,0 +1,60 @@
+#pragma once
+
+#include "TolveraService/Services.h"
+#include "TolveraService/Stream/AudioQueue.h"
+#include "TolveraService/Stream/DubStream.h"
+#include "TolveraService/Stream/StreamOutput.h"
+#include "TolveraService/Stream/StreamProtocol.h"
+
+#include <boost/beast/core/flat_buffer.hpp>
+#include <boost/beast/core/tcp_stream.hpp>
+#include <boost/beast/http/message.hpp>
+#include <boost/beast/http/string_body.hpp>
+#include <boost/beast/websocket/stream.hpp>
+
+#include <memory>
+#include <string>
+
+namespace tolvera::service {
+
+// True for the address of the web socket.
+bool isStreamTarget(std::string_view target);
+
+// One run's web socket: admits or refuses it, hands its sound to a worker and writes the worker's frames.
+// Held by the coroutines that serve it. Network thread.
+class StreamConnection : public std::enable_shared_from_this<StreamConnection> {
+ public:
+  using Upgrade = boost::beast::http::request<boost::beast::http::string_body>;
+
+  // Serves the socket until it closes.
+  static Task<void> serve(boost::beast::tcp_stream stream, Upgrade upgrade,
+                          std::shared_ptr<Services> services, std::shared_ptr<Connections::Entry> entry);
+
+  StreamConnection(boost::beast::tcp_stream stream, std::shared_ptr<Services> services);
+
+  // Another run on the account has begun: tells so and closes.
+  void replace();
+  // The service ends: closes, and the client may come back.
+  void end();
+
+ private:
+  Task<void> run(Upgrade upgrade);
+  // What refuses the run: the last frame to send, or nothing.
+  Task<std::string> admit();
+  Task<std::unique_ptr<RecognizerPool::Lease>> leaseRecognizer(bool replacing);
+  void begin(AccountStore::Account account, std::unique_ptr<RecognizerPool::Lease> recognizer);
+  Task<void> read();
+  Task<void> write();
+
+  std::shared_ptr<Services> services_;
+  boost::beast::websocket::stream<boost::beast::tcp_stream> socket_;
+  StreamParameters parameters_;
+  std::int64_t account_ = 0;
+  std::shared_ptr<AudioQueue> audio_ = std::make_shared<AudioQueue>();
+  std::shared_ptr<StreamOutput> output_ = std::make_shared<StreamOutput>();
+  std::shared_ptr<DubStream> dub_; // nobody if the translation is not spoken
+  bool stopped_ = false;
+  bool goingAway_ = false;
+};
+
+} // namespace tolvera::service
