@@ -1,6 +1,6 @@
 #include "StreamingClient.h"
 
-#include "Tolvera/NoWindows.h"
+#include "Tolvera/Model/NoWindows.h"
 
 #include <boost/asio/post.hpp>
 

@@ -4,7 +4,7 @@
 #include "Platform/Linux/Network/BeastURLSession.h"
 #include "Support/InMemoryPlatform.h"
 #include "Support/LoopbackServer.h"
-#include "Tolvera/AppState.h"
+#include "Tolvera/Model/AppState.h"
 
 #include <boost/asio/executor_work_guard.hpp>
 #include <boost/asio/io_context.hpp>

@@ -1,6 +1,6 @@
 #include "Platform/Linux/LinuxPlatform.h"
 #include "Terminal/CaptionPrinter.h"
-#include "Tolvera/NoWindows.h"
+#include "Tolvera/Model/NoWindows.h"
 
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/signal_set.hpp>

@@ -1,8 +1,8 @@
 #include "Platform/Linux/LinuxPlatform.h"
 #include "Tolvera/App/QtMainExecutor.h"
-#include "Tolvera/App/SingleInstance.h"
 #include "Tolvera/App/TolveraApp.h"
 #include "Tolvera/App/UnixSignals.h"
+#include "Tolvera/Desktop/SingleInstance.h"
 
 #include <QApplication>
 

@@ -6,7 +6,7 @@
 #include "Support/InMemoryPlatform.h"
 #include "Support/PrivateGraph.h"
 #include "Support/TemporaryDirectory.h"
-#include "Tolvera/NoWindows.h"
+#include "Tolvera/Model/NoWindows.h"
 
 #include <boost/asio/executor_work_guard.hpp>
 #include <boost/asio/io_context.hpp>

@@ -2,7 +2,7 @@
 
 #include "Support/InMemoryPlatform.h"
 #include "Support/RecordedWindows.h"
-#include "Tolvera/AppState.h"
+#include "Tolvera/Model/AppState.h"
 
 #include <memory>
 #include <string>

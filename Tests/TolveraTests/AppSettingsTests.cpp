@@ -1,4 +1,4 @@
-#include "Tolvera/AppSettings.h"
+#include "Tolvera/Model/AppSettings.h"
 
 #include "Support/FixedLocale.h"
 #include "Support/InMemoryUserDefaults.h"

@@ -1,6 +1,6 @@
 #include "TolveraTests/ModelFixture.h"
 
-#include "Tolvera/TokenStore.h"
+#include "Tolvera/Model/TokenStore.h"
 
 namespace tolvera {
 namespace {

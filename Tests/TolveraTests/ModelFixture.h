@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Support/InMemoryModel.h"
-#include "Tolvera/AppState.h"
+#include "Tolvera/Model/AppState.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "Tolvera/TokenStore.h"
+#include "Tolvera/Model/TokenStore.h"
 
 #include "Support/InMemoryFileManager.h"
 

@@ -1,7 +1,7 @@
 #include "Tolvera/App/AppDelegate.h"
 
 #include "Tolvera/App/WindowActivation.h"
-#include "Tolvera/AppState.h"
+#include "Tolvera/Model/AppState.h"
 
 #include <QEvent>
 #include <QGuiApplication>

@@ -1,7 +1,7 @@
 #include "Tolvera/App/EdgeNet.h"
 
 #include "Tolvera/App/CaptionGrip.h"
-#include "Tolvera/App/X11Desktop.h"
+#include "Tolvera/Desktop/X11Desktop.h"
 
 #include <QGuiApplication>
 #include <QMouseEvent>

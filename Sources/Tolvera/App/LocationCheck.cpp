@@ -1,7 +1,7 @@
 #include "Tolvera/App/LocationCheck.h"
 
-#include "Tolvera/Strings.h"
-#include "Tolvera/UILanguage.h"
+#include "Tolvera/Model/Strings.h"
+#include "Tolvera/Model/UILanguage.h"
 
 namespace tolvera::LocationCheck {
 

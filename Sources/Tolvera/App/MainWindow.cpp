@@ -2,7 +2,7 @@
 
 #include "Tolvera/App/ViewLoading.h"
 #include "Tolvera/App/WindowActivation.h"
-#include "Tolvera/AppState.h"
+#include "Tolvera/Model/AppState.h"
 #include "Tolvera/Views/LanguageNames.h"
 #include "Tolvera/Views/Views.h"
 

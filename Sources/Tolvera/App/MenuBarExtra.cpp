@@ -1,6 +1,6 @@
 #include "Tolvera/App/MenuBarExtra.h"
 
-#include "Tolvera/AppState.h"
+#include "Tolvera/Model/AppState.h"
 #include "Tolvera/Views/Desktop.h"
 #include "Tolvera/Views/MenuBarIcon.h"
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Tolvera/App/MenuBarView.h"
-#include "Tolvera/App/TrayHost.h"
+#include "Tolvera/Desktop/TrayHost.h"
 
 #include <QIcon>
 #include <QObject>

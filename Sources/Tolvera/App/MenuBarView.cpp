@@ -1,6 +1,6 @@
 #include "Tolvera/App/MenuBarView.h"
 
-#include "Tolvera/AppState.h"
+#include "Tolvera/Model/AppState.h"
 
 #include <QCoreApplication>
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "Tolvera/Phase.h"
-#include "Tolvera/Strings.h"
+#include "Tolvera/Model/Phase.h"
+#include "Tolvera/Model/Strings.h"
 
 #include <QMenu>
 #include <QString>

@@ -2,8 +2,8 @@
 
 #include "Tolvera/App/CaptionGeometry.h"
 #include "Tolvera/App/ViewLoading.h"
-#include "Tolvera/App/X11Desktop.h"
-#include "Tolvera/AppState.h"
+#include "Tolvera/Desktop/X11Desktop.h"
+#include "Tolvera/Model/AppState.h"
 #include "Tolvera/Views/Views.h"
 
 #include <QCursor>

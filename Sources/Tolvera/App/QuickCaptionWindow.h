@@ -4,8 +4,8 @@
 #include "Tolvera/App/CaptionGrip.h"
 #include "Tolvera/App/EdgeNet.h"
 #include "Tolvera/App/ScreenGeometry.h"
-#include "Tolvera/App/X11Desktop.h"
-#include "Tolvera/WindowControllers.h"
+#include "Tolvera/Desktop/X11Desktop.h"
+#include "Tolvera/Model/WindowControllers.h"
 
 #include <QPointF>
 #include <QQuickView>

@@ -3,7 +3,7 @@
 #include "Tolvera/App/ScreenGeometry.h"
 #include "Tolvera/App/ViewLoading.h"
 #include "Tolvera/App/WindowActivation.h"
-#include "Tolvera/AppState.h"
+#include "Tolvera/Model/AppState.h"
 #include "Tolvera/Views/Views.h"
 
 #include <QCursor>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Tolvera/WindowControllers.h"
+#include "Tolvera/Model/WindowControllers.h"
 
 #include <QObject>
 #include <QQuickView>

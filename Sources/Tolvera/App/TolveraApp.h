@@ -4,7 +4,7 @@
 #include "Tolvera/App/AppDelegate.h"
 #include "Tolvera/App/MenuBarExtra.h"
 #include "Tolvera/App/MenuBarPreview.h"
-#include "Tolvera/AppState.h"
+#include "Tolvera/Model/AppState.h"
 #include "Tolvera/Views/LanguageNames.h"
 
 #include <QQmlEngine>

@@ -1,6 +1,6 @@
 #include "Tolvera/App/ViewLoading.h"
 
-#include "Tolvera/AppState.h"
+#include "Tolvera/Model/AppState.h"
 
 #include <QQmlError>
 #include <QQuickView>

@@ -1,6 +1,6 @@
 #include "Tolvera/App/WindowActivation.h"
 
-#include "Tolvera/App/X11Desktop.h"
+#include "Tolvera/Desktop/X11Desktop.h"
 
 #include <QWindow>
 

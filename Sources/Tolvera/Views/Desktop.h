@@ -1,12 +1,9 @@
 #pragma once
 
-#include <QDBusVariant>
-#include <QObject>
-#include <QString>
-#include <QVariant>
-#include <QtQml/qqmlregistration.h>
+#include "Tolvera/Desktop/SettingsPortal.h"
 
-#include <optional>
+#include <QObject>
+#include <QtQml/qqmlregistration.h>
 
 namespace tolvera {
 
@@ -37,17 +34,10 @@ class Desktop final : public QObject {
   void reducedMotionChanged();
   void textSizeChanged();
 
- private Q_SLOTS:
-  void onSettingChanged(const QString& group, const QString& key, const QDBusVariant& value);
-
  private:
-  void watchPortal();
-  void ask(const QString& group, const QString& key);
-  void note(const QString& group, const QString& key, const QVariant& value);
   void update();
 
-  std::optional<bool> portalIsDark_; // absent while the portal has no opinion
-  bool animationsOff_ = false;
+  SettingsPortal portal_;
   bool dark_ = false;
   bool reducedMotion_ = false;
   int textSize_ = 13;

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Platform/Locale.h"
-#include "Tolvera/Strings.h"
+#include "Tolvera/Model/Strings.h"
 
 #include <QObject>
 #include <QString>

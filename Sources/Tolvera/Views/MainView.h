@@ -1,8 +1,8 @@
 #pragma once
 
-#include "Tolvera/AppState.h"
-#include "Tolvera/Phase.h"
-#include "Tolvera/Strings.h"
+#include "Tolvera/Model/AppState.h"
+#include "Tolvera/Model/Phase.h"
+#include "Tolvera/Model/Strings.h"
 
 #include <QObject>
 #include <QVariantMap>

@@ -1,9 +1,9 @@
 #pragma once
 
-#include "Tolvera/AppSettings.h"
-#include "Tolvera/AppState.h"
-#include "Tolvera/Phase.h"
-#include "Tolvera/Strings.h"
+#include "Tolvera/Model/AppSettings.h"
+#include "Tolvera/Model/AppState.h"
+#include "Tolvera/Model/Phase.h"
+#include "Tolvera/Model/Strings.h"
 
 #include <QtQml/qqmlregistration.h>
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Platform/Locale.h"
-#include "Tolvera/UILanguage.h"
+#include "Tolvera/Model/UILanguage.h"
 
 #include <QMetaType>
 #include <QString>

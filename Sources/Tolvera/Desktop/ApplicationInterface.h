@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Tolvera/App/SingleInstance.h"
+#include "Tolvera/Desktop/SingleInstance.h"
 
 #include <QDBusVirtualObject>
 #include <QString>

@@ -1,4 +1,4 @@
-#include "Tolvera/Strings.h"
+#include "Tolvera/Model/Strings.h"
 
 namespace tolvera {
 

@@ -1,4 +1,4 @@
-#include "Tolvera/AppState.h"
+#include "Tolvera/Model/AppState.h"
 
 #include <variant>
 

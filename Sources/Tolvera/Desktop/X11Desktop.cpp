@@ -1,4 +1,4 @@
-#include "Tolvera/App/X11Desktop.h"
+#include "Tolvera/Desktop/X11Desktop.h"
 
 #include <QByteArray>
 #include <QGuiApplication>

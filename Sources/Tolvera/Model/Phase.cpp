@@ -1,4 +1,4 @@
-#include "Tolvera/Phase.h"
+#include "Tolvera/Model/Phase.h"
 
 #include <QMetaEnum>
 

@@ -1,6 +1,6 @@
-#include "Tolvera/App/SingleInstance.h"
+#include "Tolvera/Desktop/SingleInstance.h"
 
-#include "Tolvera/App/ApplicationInterface.h"
+#include "Tolvera/Desktop/ApplicationInterface.h"
 
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>

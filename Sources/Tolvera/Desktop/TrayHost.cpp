@@ -1,6 +1,6 @@
-#include "Tolvera/App/TrayHost.h"
+#include "Tolvera/Desktop/TrayHost.h"
 
-#include "Tolvera/App/X11Desktop.h"
+#include "Tolvera/Desktop/X11Desktop.h"
 
 #include <QDBusConnection>
 #include <QDBusMessage>

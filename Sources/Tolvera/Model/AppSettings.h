@@ -2,8 +2,8 @@
 
 #include "Platform/Locale.h"
 #include "Platform/UserDefaults.h"
-#include "Tolvera/Strings.h"
-#include "Tolvera/UILanguage.h"
+#include "Tolvera/Model/Strings.h"
+#include "Tolvera/Model/UILanguage.h"
 
 #include <QObject>
 #include <QString>

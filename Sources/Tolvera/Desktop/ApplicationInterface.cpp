@@ -1,4 +1,4 @@
-#include "Tolvera/App/ApplicationInterface.h"
+#include "Tolvera/Desktop/ApplicationInterface.h"
 
 #include <QDBusConnection>
 #include <QDBusMessage>

@@ -1,4 +1,4 @@
-#include "Tolvera/AppSettings.h"
+#include "Tolvera/Model/AppSettings.h"
 
 #include "TolveraCore/API.h"
 #include "TolveraCore/Languages.h"

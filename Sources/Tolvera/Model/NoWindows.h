@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Tolvera/AppState.h"
+#include "Tolvera/Model/AppState.h"
 
 #include <memory>
 

@@ -1,6 +1,6 @@
-#include "Tolvera/AppState.h"
+#include "Tolvera/Model/AppState.h"
 
-#include "Tolvera/TokenStore.h"
+#include "Tolvera/Model/TokenStore.h"
 #include "TolveraCore/AudioRoute.h"
 
 #include <boost/url/parse.hpp>
