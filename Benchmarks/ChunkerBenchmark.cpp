@@ -1,7 +1,7 @@
 // The chunker's loops against the plain ones: first that they agree on every float there is, then how long
 // each takes in the same run, and what `push` allocates. Exits with 1 if they disagree.
 
-#include "Support/PlainEncoding.h"
+#include "Harness/PlainEncoding.h"
 #include "TolveraCore/PCMChunker.h"
 
 #include <algorithm>

@@ -4,8 +4,8 @@
 //
 //   ClientCost TOLVERA-TERMINAL [SECONDS]      streams for 60 s each if not told otherwise
 
+#include "Harness/PrivateGraph.h"
 #include "StreamingClient.h"
-#include "Support/PrivateGraph.h"
 
 #include <unistd.h>
 

@@ -3,8 +3,8 @@
 //
 //   PreferencesBenchmark [SECONDS]
 
+#include "Harness/TemporaryDirectory.h"
 #include "Platform/Linux/Desktop/JsonUserDefaults.h"
-#include "Support/TemporaryDirectory.h"
 
 #include <poll.h>
 #include <sys/inotify.h>

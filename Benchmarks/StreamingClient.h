@@ -1,9 +1,9 @@
 #pragma once
 
 #include "Async/SystemClock.h"
+#include "Fakes/InMemoryPlatform.h"
+#include "Harness/LoopbackServer.h"
 #include "Platform/Linux/Network/BeastURLSession.h"
-#include "Support/InMemoryPlatform.h"
-#include "Support/LoopbackServer.h"
 #include "Tolvera/Model/AppState.h"
 
 #include <boost/asio/executor_work_guard.hpp>

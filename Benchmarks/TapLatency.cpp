@@ -9,7 +9,7 @@
 #include "Platform/Linux/Sound/PipeWireAudioSystem.h"
 #include "TolveraCore/CoreAudioTapBackend.h"
 
-#include "Support/PrivateGraph.h"
+#include "Harness/PrivateGraph.h"
 
 #include <boost/asio/io_context.hpp>
 #include <pipewire/pipewire.h>

@@ -3,7 +3,7 @@
 //
 //   WindowBenchmark [SECONDS [MINUTES]]      20 captions a second for 15 s, then 60 minutes fast-forwarded
 
-#include "Support/InMemoryModel.h"
+#include "Fakes/InMemoryModel.h"
 #include "Tolvera/App/MainWindow.h"
 #include "Tolvera/App/QuickCaptionWindow.h"
 #include "Tolvera/App/TolveraApp.h"

@@ -1,6 +1,6 @@
 #include "Async/AsyncStream.h"
 
-#include "Support/TestLoop.h"
+#include "Harness/TestLoop.h"
 
 #include <gtest/gtest.h>
 

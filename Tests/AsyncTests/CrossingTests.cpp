@@ -1,7 +1,7 @@
 #include "Async/On.h"
 #include "Async/Spawn.h"
 
-#include "Support/TestLoop.h"
+#include "Harness/TestLoop.h"
 
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/strand.hpp>

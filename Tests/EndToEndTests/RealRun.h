@@ -1,11 +1,11 @@
 #pragma once
 
 #include "Async/SystemClock.h"
+#include "Fakes/InMemoryPlatform.h"
+#include "Harness/PrivateGraph.h"
+#include "Harness/TemporaryDirectory.h"
 #include "Platform/Linux/Network/BeastURLSession.h"
 #include "Platform/Linux/Sound/PipeWireAudioSystem.h"
-#include "Support/InMemoryPlatform.h"
-#include "Support/PrivateGraph.h"
-#include "Support/TemporaryDirectory.h"
 #include "Tolvera/Model/NoWindows.h"
 
 #include <boost/asio/executor_work_guard.hpp>

@@ -1,7 +1,7 @@
 #include "EndToEndTests/RealRun.h"
 
+#include "Harness/LoopbackServer.h"
 #include "ServiceTests/Browser.h"
-#include "Support/LoopbackServer.h"
 
 #include <filesystem>
 

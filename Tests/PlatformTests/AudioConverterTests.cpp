@@ -1,6 +1,6 @@
 #include "Platform/Linux/Sound/SoxrConverter.h"
 
-#include "Support/Spectrum.h"
+#include "Harness/Spectrum.h"
 
 #include <gtest/gtest.h>
 

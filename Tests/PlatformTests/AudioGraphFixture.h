@@ -9,8 +9,8 @@
 #include "TolveraCore/DubPlayer.h"
 #include "TolveraCore/MicBackend.h"
 
-#include "Support/PrivateGraph.h"
-#include "Support/Recording.h"
+#include "Fakes/Recording.h"
+#include "Harness/PrivateGraph.h"
 
 #include <boost/asio/io_context.hpp>
 #include <gtest/gtest.h>

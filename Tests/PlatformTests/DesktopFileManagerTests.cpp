@@ -1,9 +1,9 @@
 #include "Platform/Linux/Desktop/PosixFileManager.h"
 #include "Platform/Linux/Desktop/XdgDirectories.h"
 
-#include "Support/InMemoryFileManager.h"
-#include "Support/TemporaryDirectory.h"
-#include "Support/TemporaryEnvironment.h"
+#include "Fakes/InMemoryFileManager.h"
+#include "Harness/TemporaryDirectory.h"
+#include "Harness/TemporaryEnvironment.h"
 
 #include <signal.h>
 #include <sys/resource.h>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Support/TemporaryDirectory.h"
+#include "Harness/TemporaryDirectory.h"
 
 #include <cstdint>
 #include <filesystem>

@@ -1,6 +1,6 @@
 #include "Platform/Linux/Desktop/IcuLocale.h"
 
-#include "Support/TemporaryEnvironment.h"
+#include "Harness/TemporaryEnvironment.h"
 #include "TolveraCore/Languages.h"
 
 #include <unicode/ucol.h>

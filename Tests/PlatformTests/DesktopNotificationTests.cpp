@@ -1,6 +1,6 @@
 #include "Platform/Linux/Desktop/ExecutorNotificationCenter.h"
 
-#include "Support/TestLoop.h"
+#include "Harness/TestLoop.h"
 
 #include <gtest/gtest.h>
 

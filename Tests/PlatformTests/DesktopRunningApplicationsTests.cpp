@@ -1,8 +1,8 @@
 #include "Platform/Linux/Desktop/XdgRunningApplications.h"
 
+#include "Harness/PrivateGraph.h"
+#include "Harness/TemporaryEnvironment.h"
 #include "PlatformTests/DesktopFixture.h"
-#include "Support/PrivateGraph.h"
-#include "Support/TemporaryEnvironment.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

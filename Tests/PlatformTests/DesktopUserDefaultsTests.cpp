@@ -1,9 +1,9 @@
 #include "Platform/Linux/Desktop/JsonUserDefaults.h"
 
-#include "Support/InMemoryUserDefaults.h"
-#include "Support/PrivateGraph.h"
-#include "Support/TemporaryDirectory.h"
-#include "Support/TemporaryEnvironment.h"
+#include "Fakes/InMemoryUserDefaults.h"
+#include "Harness/PrivateGraph.h"
+#include "Harness/TemporaryDirectory.h"
+#include "Harness/TemporaryEnvironment.h"
 
 #include <boost/json/parse.hpp>
 #include <boost/json/serialize.hpp>

@@ -1,8 +1,8 @@
 #include "Platform/Linux/Desktop/XdgWorkspace.h"
 
+#include "Fakes/RecordingWorkspace.h"
+#include "Harness/PrivateGraph.h"
 #include "PlatformTests/DesktopFixture.h"
-#include "Support/PrivateGraph.h"
-#include "Support/RecordingWorkspace.h"
 
 #include <sys/wait.h>
 #include <unistd.h>

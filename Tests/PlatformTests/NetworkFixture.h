@@ -1,9 +1,9 @@
 #pragma once
 
 #include "Async/Spawn.h"
+#include "Harness/LoopbackServer.h"
 #include "Platform/Linux/Network/BeastURLSession.h"
 #include "Platform/PlatformError.h"
-#include "Support/LoopbackServer.h"
 
 #include <boost/asio/co_spawn.hpp>
 #include <boost/asio/executor_work_guard.hpp>

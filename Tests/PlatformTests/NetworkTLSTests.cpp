@@ -1,8 +1,8 @@
+#include "Harness/TemporaryDirectory.h"
+#include "Harness/TemporaryEnvironment.h"
+#include "Harness/TestCertificates.h"
 #include "PlatformTests/NetworkFixture.h"
 #include "PlatformTests/NetworkHosts.h"
-#include "Support/TemporaryDirectory.h"
-#include "Support/TemporaryEnvironment.h"
-#include "Support/TestCertificates.h"
 
 #include <gmock/gmock.h>
 

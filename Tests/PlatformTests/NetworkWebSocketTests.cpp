@@ -1,5 +1,5 @@
+#include "Fakes/Recording.h"
 #include "PlatformTests/NetworkFixture.h"
-#include "Support/Recording.h"
 
 namespace tolvera::test {
 namespace {

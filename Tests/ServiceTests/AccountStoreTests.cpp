@@ -1,6 +1,6 @@
 #include "TolveraService/Accounts/AccountStore.h"
 
-#include "Support/TemporaryDirectory.h"
+#include "Harness/TemporaryDirectory.h"
 
 #include <gtest/gtest.h>
 #include <signal.h>

@@ -1,6 +1,6 @@
 #include "TolveraService/Stream/AudioQueue.h"
 
-#include "Support/TestLoop.h"
+#include "Harness/TestLoop.h"
 
 #include <gtest/gtest.h>
 

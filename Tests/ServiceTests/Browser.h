@@ -1,8 +1,8 @@
 #pragma once
 
+#include "Harness/ChildProcess.h"
+#include "Harness/TemporaryDirectory.h"
 #include "ServiceTests/StreamClient.h"
-#include "Support/ChildProcess.h"
-#include "Support/TemporaryDirectory.h"
 
 #include <memory>
 #include <string>

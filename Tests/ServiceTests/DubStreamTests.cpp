@@ -1,6 +1,6 @@
 #include "TolveraService/Stream/DubStream.h"
 
-#include "Support/TestLoop.h"
+#include "Harness/TestLoop.h"
 
 #include <gtest/gtest.h>
 

@@ -1,8 +1,8 @@
 // The program itself, as a person or a unit starts it.
 
+#include "Harness/ChildProcess.h"
+#include "Harness/TemporaryDirectory.h"
 #include "ServiceTests/StreamClient.h"
-#include "Support/ChildProcess.h"
-#include "Support/TemporaryDirectory.h"
 
 #include <gtest/gtest.h>
 #include <signal.h>

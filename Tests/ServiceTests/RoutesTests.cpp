@@ -1,6 +1,6 @@
 #include "TolveraService/Http/Routes.h"
 
-#include "Support/TemporaryDirectory.h"
+#include "Harness/TemporaryDirectory.h"
 
 #include <boost/json.hpp>
 #include <gtest/gtest.h>

@@ -2,7 +2,7 @@
 
 #include "TolveraService/Server.h"
 
-#include "Support/TemporaryDirectory.h"
+#include "Harness/TemporaryDirectory.h"
 
 #include <thread>
 

@@ -1,7 +1,7 @@
 #include "ServiceTests/StreamClient.h"
 
-#include "Support/ChildProcess.h"
-#include "Support/TemporaryDirectory.h"
+#include "Harness/ChildProcess.h"
+#include "Harness/TemporaryDirectory.h"
 
 #include <boost/asio/connect.hpp>
 #include <boost/asio/executor_work_guard.hpp>

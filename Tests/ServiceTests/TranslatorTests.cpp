@@ -1,7 +1,7 @@
 #include "TolveraService/Engine/ApertiumMode.h"
 #include "TolveraService/Engine/Translator.h"
 
-#include "Support/TemporaryDirectory.h"
+#include "Harness/TemporaryDirectory.h"
 
 #include <gtest/gtest.h>
 #include <signal.h>

@@ -1,4 +1,4 @@
-#include "Support/InMemoryModel.h"
+#include "Fakes/InMemoryModel.h"
 #include "Tolvera/App/AppDelegate.h"
 #include "Tolvera/Views/LanguageNames.h"
 #include "Tolvera/Views/Views.h"

@@ -1,4 +1,4 @@
-#include "Support/InMemoryUserDefaults.h"
+#include "Fakes/InMemoryUserDefaults.h"
 #include "Tolvera/App/CaptionGeometry.h"
 
 #include <gtest/gtest.h>

@@ -1,6 +1,6 @@
 #include "ShellTests/DesktopControl.h"
 
-#include "Support/ChildProcess.h"
+#include "Harness/ChildProcess.h"
 
 #include <QGuiApplication>
 #include <QJsonArray>

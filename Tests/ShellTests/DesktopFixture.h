@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Support/ChildProcess.h"
+#include "Harness/ChildProcess.h"
 
 #include <QImage>
 #include <QPoint>

@@ -1,4 +1,4 @@
-#include "Support/InMemoryModel.h"
+#include "Fakes/InMemoryModel.h"
 #include "Tolvera/App/MenuBarExtra.h"
 #include "Tolvera/App/MenuBarView.h"
 

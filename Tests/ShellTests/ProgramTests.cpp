@@ -1,8 +1,8 @@
+#include "Harness/ChildProcess.h"
+#include "Harness/TemporaryDirectory.h"
+#include "Harness/TemporaryEnvironment.h"
 #include "ShellTests/DesktopControl.h"
 #include "ShellTests/DesktopFixture.h"
-#include "Support/ChildProcess.h"
-#include "Support/TemporaryDirectory.h"
-#include "Support/TemporaryEnvironment.h"
 
 #include <QDir>
 #include <QFile>

@@ -1,6 +1,6 @@
+#include "Fakes/InMemoryModel.h"
+#include "Harness/ChildProcess.h"
 #include "ShellTests/DesktopFixture.h"
-#include "Support/ChildProcess.h"
-#include "Support/InMemoryModel.h"
 #include "Tolvera/App/MenuBarExtra.h"
 #include "Tolvera/Views/Desktop.h"
 

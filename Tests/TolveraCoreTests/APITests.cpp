@@ -1,8 +1,8 @@
 #include "TolveraCore/API.h"
 
+#include "Fakes/ScriptedURLSession.h"
+#include "Harness/TestLoop.h"
 #include "Platform/PlatformError.h"
-#include "Support/ScriptedURLSession.h"
-#include "Support/TestLoop.h"
 
 #include <boost/json/parse.hpp>
 #include <gmock/gmock.h>

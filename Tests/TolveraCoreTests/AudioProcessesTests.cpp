@@ -1,8 +1,8 @@
 #include "TolveraCore/AudioProcesses.h"
 
-#include "Support/FixedLocale.h"
-#include "Support/InMemoryAudioHardware.h"
-#include "Support/InMemoryRunningApplications.h"
+#include "Fakes/FixedLocale.h"
+#include "Fakes/InMemoryAudioHardware.h"
+#include "Fakes/InMemoryRunningApplications.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,6 +1,6 @@
 #include "TolveraCore/AudioRoute.h"
 
-#include "Support/InMemoryAudioHardware.h"
+#include "Fakes/InMemoryAudioHardware.h"
 
 #include <gtest/gtest.h>
 

@@ -1,8 +1,8 @@
 #include "TolveraCore/CoreAudioTapBackend.h"
 
-#include "Support/InMemoryAudio.h"
-#include "Support/InMemoryAudioHardware.h"
-#include "Support/TestLoop.h"
+#include "Fakes/InMemoryAudio.h"
+#include "Fakes/InMemoryAudioHardware.h"
+#include "Harness/TestLoop.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,7 +1,7 @@
 #include "TolveraCore/DubPlayer.h"
 
-#include "Support/InMemoryPlayback.h"
-#include "Support/TestLoop.h"
+#include "Fakes/InMemoryPlayback.h"
+#include "Harness/TestLoop.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

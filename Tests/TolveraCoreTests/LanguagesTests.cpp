@@ -1,6 +1,6 @@
 #include "TolveraCore/Languages.h"
 
-#include "Support/FixedLocale.h"
+#include "Fakes/FixedLocale.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,6 +1,6 @@
 #include "TolveraCore/MicBackend.h"
 
-#include "Support/InMemoryAudio.h"
+#include "Fakes/InMemoryAudio.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

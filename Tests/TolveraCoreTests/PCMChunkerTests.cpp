@@ -1,6 +1,6 @@
 #include "TolveraCore/PCMChunker.h"
 
-#include "Support/PlainEncoding.h"
+#include "Harness/PlainEncoding.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,7 +1,7 @@
 #include "TolveraCore/TranslateSession.h"
 
-#include "Support/ScriptedURLSession.h"
-#include "Support/TestLoop.h"
+#include "Fakes/ScriptedURLSession.h"
+#include "Harness/TestLoop.h"
 
 #include <boost/asio/thread_pool.hpp>
 #include <gmock/gmock.h>

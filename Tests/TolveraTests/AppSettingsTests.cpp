@@ -1,7 +1,7 @@
 #include "Tolvera/Model/AppSettings.h"
 
-#include "Support/FixedLocale.h"
-#include "Support/InMemoryUserDefaults.h"
+#include "Fakes/FixedLocale.h"
+#include "Fakes/InMemoryUserDefaults.h"
 #include "TolveraCore/Languages.h"
 
 #include <QMetaProperty>

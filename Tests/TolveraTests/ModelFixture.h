@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Support/InMemoryModel.h"
+#include "Fakes/InMemoryModel.h"
 #include "Tolvera/Model/AppState.h"
 
 #include <gtest/gtest.h>

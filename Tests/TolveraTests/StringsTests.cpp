@@ -1,6 +1,6 @@
 #include "Tolvera/Model/Strings.h"
 
-#include "Support/FixedLocale.h"
+#include "Fakes/FixedLocale.h"
 
 #include <gtest/gtest.h>
 

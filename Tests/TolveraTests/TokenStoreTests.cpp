@@ -1,6 +1,6 @@
 #include "Tolvera/Model/TokenStore.h"
 
-#include "Support/InMemoryFileManager.h"
+#include "Fakes/InMemoryFileManager.h"
 
 #include <gtest/gtest.h>
 

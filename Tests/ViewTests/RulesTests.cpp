@@ -1,4 +1,4 @@
-#include "Support/FixedLocale.h"
+#include "Fakes/FixedLocale.h"
 #include "Tolvera/Views/CaptionView.h"
 #include "Tolvera/Views/LanguageNames.h"
 #include "Tolvera/Views/MainView.h"

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Support/InMemoryModel.h"
+#include "Fakes/InMemoryModel.h"
 #include "Tolvera/Views/LanguageNames.h"
 
 #include <QAccessible>

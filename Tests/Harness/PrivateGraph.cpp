@@ -1,6 +1,6 @@
-#include "Support/PrivateGraph.h"
+#include "Harness/PrivateGraph.h"
 
-#include "Support/Spectrum.h"
+#include "Harness/Spectrum.h"
 
 #include <cstdint>
 #include <cstdlib>

@@ -1,4 +1,4 @@
-#include "Support/InMemoryFileManager.h"
+#include "Fakes/InMemoryFileManager.h"
 
 namespace tolvera::test {
 

@@ -1,4 +1,4 @@
-#include "Support/TestCertificates.h"
+#include "Harness/TestCertificates.h"
 
 #include <boost/asio/ip/address.hpp>
 #include <openssl/evp.h>

@@ -1,18 +1,18 @@
 #pragma once
 
+#include "Fakes/FixedLocale.h"
+#include "Fakes/InMemoryAudio.h"
+#include "Fakes/InMemoryAudioHardware.h"
+#include "Fakes/InMemoryFileManager.h"
+#include "Fakes/InMemoryNotificationCenter.h"
+#include "Fakes/InMemoryPlayback.h"
+#include "Fakes/InMemoryRunningApplications.h"
+#include "Fakes/InMemoryUserDefaults.h"
+#include "Fakes/RecordingWorkspace.h"
+#include "Fakes/ScriptedCaptureDevice.h"
+#include "Fakes/ScriptedURLSession.h"
+#include "Harness/TestLoop.h"
 #include "Platform/Platform.h"
-#include "Support/FixedLocale.h"
-#include "Support/InMemoryAudio.h"
-#include "Support/InMemoryAudioHardware.h"
-#include "Support/InMemoryFileManager.h"
-#include "Support/InMemoryNotificationCenter.h"
-#include "Support/InMemoryPlayback.h"
-#include "Support/InMemoryRunningApplications.h"
-#include "Support/InMemoryUserDefaults.h"
-#include "Support/RecordingWorkspace.h"
-#include "Support/ScriptedCaptureDevice.h"
-#include "Support/ScriptedURLSession.h"
-#include "Support/TestLoop.h"
 
 namespace tolvera::test {
 

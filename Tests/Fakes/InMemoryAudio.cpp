@@ -1,4 +1,4 @@
-#include "Support/InMemoryAudio.h"
+#include "Fakes/InMemoryAudio.h"
 
 #include <algorithm>
 #include <utility>

@@ -1,4 +1,4 @@
-#include "Support/ScriptedURLSession.h"
+#include "Fakes/ScriptedURLSession.h"
 
 #include "Platform/PlatformError.h"
 

@@ -1,4 +1,4 @@
-#include "Support/InMemoryModel.h"
+#include "Fakes/InMemoryModel.h"
 
 #include <boost/json/serialize.hpp>
 #include <boost/json/value.hpp>

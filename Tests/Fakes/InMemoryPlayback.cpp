@@ -1,4 +1,4 @@
-#include "Support/InMemoryPlayback.h"
+#include "Fakes/InMemoryPlayback.h"
 
 #include <utility>
 

@@ -1,4 +1,4 @@
-#include "Support/InMemoryUserDefaults.h"
+#include "Fakes/InMemoryUserDefaults.h"
 
 namespace tolvera::test {
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Support/Spectrum.h"
+#include "Harness/Spectrum.h"
 
 #include "TolveraCore/AudioCapture.h"
 

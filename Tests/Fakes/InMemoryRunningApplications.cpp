@@ -1,4 +1,4 @@
-#include "Support/InMemoryRunningApplications.h"
+#include "Fakes/InMemoryRunningApplications.h"
 
 #include <algorithm>
 #include <utility>

@@ -1,4 +1,4 @@
-#include "Support/ChildProcess.h"
+#include "Harness/ChildProcess.h"
 
 #include <csignal>
 #include <cstdlib>

@@ -11,8 +11,8 @@
 #include "TolveraCore/CoreAudioTapBackend.h"
 #include "TolveraCore/DubPlayer.h"
 
-#include "Support/PrivateGraph.h"
-#include "Support/Recording.h"
+#include "Fakes/Recording.h"
+#include "Harness/PrivateGraph.h"
 
 #include <boost/asio/io_context.hpp>
 

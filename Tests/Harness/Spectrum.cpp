@@ -1,4 +1,4 @@
-#include "Support/Spectrum.h"
+#include "Harness/Spectrum.h"
 
 #include <cmath>
 #include <numbers>

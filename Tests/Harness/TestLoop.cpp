@@ -1,4 +1,4 @@
-#include "Support/TestLoop.h"
+#include "Harness/TestLoop.h"
 
 #include <boost/asio/this_coro.hpp>
 

@@ -1,4 +1,4 @@
-#include "Support/InMemoryAudioHardware.h"
+#include "Fakes/InMemoryAudioHardware.h"
 
 #include <algorithm>
 #include <iterator>

@@ -1,4 +1,4 @@
-#include "Support/FixedLocale.h"
+#include "Fakes/FixedLocale.h"
 
 namespace tolvera::test {
 

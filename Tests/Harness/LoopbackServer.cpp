@@ -1,4 +1,4 @@
-#include "Support/LoopbackServer.h"
+#include "Harness/LoopbackServer.h"
 
 #include "Async/Suspension.h"
 #include "Platform/Linux/Network/BeastAnyStream.h"

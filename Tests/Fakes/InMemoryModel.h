@@ -1,7 +1,7 @@
 #pragma once
 
-#include "Support/InMemoryPlatform.h"
-#include "Support/RecordedWindows.h"
+#include "Fakes/InMemoryPlatform.h"
+#include "Fakes/RecordedWindows.h"
 #include "Tolvera/Model/AppState.h"
 
 #include <memory>
