@@ -6,14 +6,17 @@ find_package(Threads REQUIRED)
 find_package(OpenSSL REQUIRED)
 find_package(ICU REQUIRED COMPONENTS uc i18n)
 find_package(SQLite3 REQUIRED)
-find_package(Qt6 6.4 REQUIRED COMPONENTS Core)
+find_package(Qt6 6.4 REQUIRED COMPONENTS Core DBus Quick Widgets)
 set(Boost_USE_DEBUG_RUNTIME OFF)
 find_package(Boost 1.81 REQUIRED COMPONENTS json url)
 
 pkg_check_modules(PipeWire REQUIRED IMPORTED_TARGET libpipewire-0.3)
+pkg_check_modules(GIO REQUIRED IMPORTED_TARGET gio-2.0)
+pkg_check_modules(XCB REQUIRED IMPORTED_TARGET xcb)
 pkg_check_modules(Soxr REQUIRED IMPORTED_TARGET soxr)
 pkg_check_modules(ESpeak REQUIRED IMPORTED_TARGET espeak-ng)
 pkg_check_modules(PocketSphinx REQUIRED IMPORTED_TARGET pocketsphinx)
+pkg_get_variable(TOLVERA_SPEECH_MODELS pocketsphinx modeldir)
 # Its pkg-config file names a directory that the package does not ship.
 set_target_properties(PkgConfig::PocketSphinx PROPERTIES
   INTERFACE_INCLUDE_DIRECTORIES "/usr/include/pocketsphinx")
@@ -23,3 +26,9 @@ add_library(TolveraBoost STATIC ${CMAKE_CURRENT_LIST_DIR}/BoostSources.cpp)
 target_link_libraries(TolveraBoost PUBLIC Boost::headers OpenSSL::SSL OpenSSL::Crypto Threads::Threads)
 target_compile_definitions(TolveraBoost PUBLIC
   BOOST_ASIO_SEPARATE_COMPILATION BOOST_BEAST_SEPARATE_COMPILATION BOOST_ASIO_NO_DEPRECATED)
+
+option(TOLVERA_TESTS "Build the tests and the benchmarks" ON)
+if(TOLVERA_TESTS)
+  find_package(GTest REQUIRED)
+  find_package(Qt6 6.4 REQUIRED COMPONENTS Network Test)
+endif()

@@ -1,7 +1,7 @@
 """One user's first use, from the first launch to Quit, on a real window server with the real service, sound
 server, browser and tray, by pointer and keyboard alone. Prints each promise of the program that it has seen
 kept; ends with 1 at the first that is not, and with 77 if something that it takes is not installed.
-Usage, inside scripts/private-graph and scripts/private-desktop --tray: story.py FOLDER-WITH-THE-PROGRAMS"""
+Usage, inside tools/stage/private-graph and tools/stage/private-desktop --tray: story.py FOLDER-WITH-THE-PROGRAMS"""
 
 import pathlib
 import re
@@ -12,7 +12,7 @@ import time
 import traceback
 
 sys.dont_write_bytecode = True
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[3] / "scripts"))
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[3] / "tools/stage"))
 for tool in ("xdotool", "xev", "wmctrl", "xwininfo", "import", "chromedriver", "flite", "trayer"):
     if not shutil.which(tool):
         print(tool, "is not installed")

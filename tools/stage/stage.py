@@ -1,6 +1,6 @@
 """A stage for runs of the program with nothing of ours faked: a user without a past, the local service, an
 application that plays a film in English, and a default browser that writes down what it is asked to open.
-For scripts and tests; inside scripts/private-desktop and scripts/private-graph."""
+For scripts and tests; inside tools/stage/private-desktop and tools/stage/private-graph."""
 
 import contextlib
 import json
@@ -15,7 +15,7 @@ import tempfile
 import screen
 from screen import Program, wait_for
 
-SCRIPTS = pathlib.Path(__file__).resolve().parent
+STAGE = pathlib.Path(__file__).resolve().parent
 PLAYER = "Example Player"
 
 SENTENCES = (
@@ -118,7 +118,7 @@ class Stage:
             subprocess.run(["flite", "-voice", "rms", "-t", sentence, "-o", file], check=True)
             parts += [str(file), "2.5"]
         film = self.home / "film.wav"
-        subprocess.run([SCRIPTS / "join-sounds", film, *(parts[:1] + parts[1:] * rounds)], check=True)
+        subprocess.run([STAGE / "join-sounds", film, *(parts[:1] + parts[1:] * rounds)], check=True)
         player = self._install("org.tolvera.ExamplePlayer", PLAYER,
                                f'pw-play "{film}" &\ntrap "kill $!" TERM\nwait')
         process = self.start(player, log="player.log")
@@ -140,7 +140,7 @@ class Stage:
     @contextlib.contextmanager
     def dark_desktop(self):
         """While it lasts, the desktop tells programs that the user prefers dark windows."""
-        process = self.start(sys.executable, SCRIPTS / "dark-desktop", log="desktop.log")
+        process = self.start(sys.executable, STAGE / "dark-desktop", log="desktop.log")
         wait_for("the desktop's setting", lambda: "ready" in self.log("desktop.log"))
         try:
             yield
