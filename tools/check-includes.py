@@ -1,53 +1,65 @@
 #!/usr/bin/env python3
-"""Fails when a file includes something from a layer it must not know."""
+"""Fails when a file includes something of a layer that it must not know: check-includes.py FILE..."""
 
 import re
 import sys
 
-# Layer -> what it may include of the project, and which third-party headers it must not.
+WINDOWS = r"Qt|Q[A-Z]"
+TECHNOLOGIES = r"pipewire|spa/|boost/beast|openssl|unicode/|gio/|sqlite3|soxr"
+
+# Layer -> the layers of the project that it may include besides itself, and the foreign headers that it must not.
+# The longest name that a path begins with is its layer; main files are a layer of their own.
 LAYERS = {
-    "Sources/Async": ({"Async"}, r"Qt|Q[A-Z]|pipewire|spa/|boost/beast|openssl"),
-    "Sources/Platform/Linux": ({"Async", "Platform"}, r"Qt|Q[A-Z]"),
-    "Sources/Platform": ({"Async", "Platform"}, r"Qt|Q[A-Z]|pipewire|spa/|boost/beast|openssl|unicode/|gio/"),
-    "Sources/TolveraCore": (
-        {"Async", "Platform", "TolveraCore"},
-        r"Qt|Q[A-Z]|pipewire|spa/|boost/beast|openssl|unicode/|gio/",
+    "Async": ((), f"{WINDOWS}|{TECHNOLOGIES}"),
+    "Platform": (("Async",), f"{WINDOWS}|{TECHNOLOGIES}"),
+    "Platform/Linux/Network": (("Async", "Platform"), f"{WINDOWS}|pipewire|gio/"),
+    "Platform/Linux/Sound": (("Async", "Platform"), f"{WINDOWS}|boost/beast|openssl|gio/"),
+    "Platform/Linux/Desktop": (("Async", "Platform"), f"{WINDOWS}|pipewire|boost/beast"),
+    "Platform/Linux": (
+        ("Async", "Platform", "Platform/Linux/Network", "Platform/Linux/Sound", "Platform/Linux/Desktop"),
+        WINDOWS,
     ),
-    "Sources/TolveraService": ({"Async", "TolveraService"}, r"Qt|Q[A-Z]|pipewire"),
-    "Sources/Tolvera": (
-        {"Async", "Platform", "TolveraCore", "Tolvera"},
-        r"pipewire|spa/|boost/beast|openssl|unicode/|gio/",
+    "TolveraCore": (("Async", "Platform"), f"{WINDOWS}|{TECHNOLOGIES}"),
+    "Tolvera/Model": (("Async", "Platform", "TolveraCore"), rf"{TECHNOLOGIES}|QtQuick|QQuick|QDBus|QtWidgets"),
+    "Tolvera/Desktop": (("Async",), r"pipewire|boost/beast|openssl|QtQml"),
+    "Tolvera/Views": (("Async", "Platform", "TolveraCore", "Tolvera/Model", "Tolvera/Desktop"), TECHNOLOGIES),
+    "Tolvera/App": (
+        ("Async", "Platform", "TolveraCore", "Tolvera/Model", "Tolvera/Views", "Tolvera/Desktop"),
+        f"{TECHNOLOGIES}|xcb",
     ),
-    "Sources/Terminal": (
-        {"Async", "Platform", "Platform/Linux", "TolveraCore", "Tolvera", "Terminal"},
-        r"pipewire|spa/|boost/beast|openssl",
+    "Tolvera": (("Async", "Platform", "Platform/Linux", "Tolvera/Model", "Tolvera/Desktop", "Tolvera/App"), TECHNOLOGIES),
+    "Terminal": (("Async", "Platform", "TolveraCore", "Tolvera/Model"), TECHNOLOGIES),
+    "Terminal/main.cpp": (
+        ("Async", "Platform", "Platform/Linux", "TolveraCore", "Tolvera/Model", "Terminal"),
+        TECHNOLOGIES,
+    ),
+    "TolveraService/Accounts": (("Async",), f"{WINDOWS}|pipewire|boost/beast|soxr"),
+    "TolveraService/Engine": (("Async",), f"{WINDOWS}|pipewire|sqlite3"),
+    "TolveraService/Stream": (
+        ("Async", "TolveraService", "TolveraService/Accounts", "TolveraService/Engine"),
+        f"{WINDOWS}|pipewire|sqlite3|soxr",
+    ),
+    "TolveraService/Http": (
+        ("Async", "TolveraService", "TolveraService/Accounts", "TolveraService/Stream"),
+        f"{WINDOWS}|pipewire|sqlite3|soxr",
+    ),
+    "TolveraService": (
+        ("Async", "TolveraService/Accounts", "TolveraService/Engine", "TolveraService/Stream", "TolveraService/Http"),
+        f"{WINDOWS}|pipewire|sqlite3|soxr",
     ),
 }
-# The adapters are named by the programs' main files alone.
-MAINS = {"Sources/Tolvera/main.cpp", "Sources/Terminal/main.cpp"}
 INCLUDE = re.compile(r'^\s*#\s*include\s+([<"])([^>"]+)[>"]')
 
 
 def layer_of(path):
-    return max((layer for layer in LAYERS if path.startswith(layer + "/")), key=len, default=None)
-
-
-def project_layer(include):
-    if include.startswith("Platform/Linux/"):
-        return "Platform/Linux"
-    head = include.split("/")[0]
-    return head if f"Sources/{head}" in LAYERS else None
+    return max((layer for layer in LAYERS if path == layer or path.startswith(layer + "/")), key=len, default=None)
 
 
 def check(path):
-    layer = layer_of(path)
+    layer = layer_of(path.removeprefix("Sources/")) if path.startswith("Sources/") else None
     if layer is None:
         return []
-    allowed, forbidden = LAYERS[layer]
-    if path in MAINS or path.startswith("Sources/Platform/Linux/"):
-        allowed = allowed | {"Platform/Linux"}
-    elif layer != "Sources/Terminal":
-        allowed = allowed - {"Platform/Linux"}
+    allowed, foreign = LAYERS[layer]
     faults = []
     with open(path, encoding="utf-8") as file:
         for number, line in enumerate(file, 1):
@@ -55,13 +67,15 @@ def check(path):
             if not match:
                 continue
             kind, include = match.groups()
-            target = project_layer(include)
-            if kind == '"' and target is not None and target not in allowed:
-                faults.append(f"{path}:{number}: {layer} must not include {include}")
-            if kind == '"' and target is None and "/" in include:
+            if kind == "<":
+                if re.match(foreign, include):
+                    faults.append(f"{path}:{number}: {layer} must not include <{include}>")
+                continue
+            target = layer_of(include)
+            if target is None and "/" in include:
                 faults.append(f"{path}:{number}: {include} is in no layer of the project")
-            if kind == "<" and re.match(forbidden, include):
-                faults.append(f"{path}:{number}: {layer} must not include <{include}>")
+            elif target is not None and target != layer and target not in allowed:
+                faults.append(f"{path}:{number}: {layer} must not include {include}")
     return faults
 
 
