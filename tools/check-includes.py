@@ -34,7 +34,8 @@ LAYERS = {
         TECHNOLOGIES,
     ),
     "TolveraService/Accounts": (("Async",), f"{WINDOWS}|pipewire|boost/beast|soxr"),
-    "TolveraService/Engine": (("Async",), f"{WINDOWS}|pipewire|sqlite3"),
+    "TolveraService/Engine": (("Async", "TolveraService/Models"), f"{WINDOWS}|pipewire|sqlite3"),
+    "TolveraService/Models": ((), f"{WINDOWS}|pipewire|boost/beast|sqlite3"),
     "TolveraService/Stream": (
         ("Async", "TolveraService", "TolveraService/Accounts", "TolveraService/Engine"),
         f"{WINDOWS}|pipewire|sqlite3|soxr",
@@ -44,7 +45,7 @@ LAYERS = {
         f"{WINDOWS}|pipewire|sqlite3|soxr",
     ),
     "TolveraService": (
-        ("Async", "TolveraService/Accounts", "TolveraService/Engine", "TolveraService/Stream", "TolveraService/Http"),
+        ("Async", *(f"TolveraService/{room}" for room in ("Accounts", "Engine", "Stream", "Http", "Models"))),
         f"{WINDOWS}|pipewire|sqlite3|soxr",
     ),
 }

@@ -28,6 +28,7 @@ std::filesystem::path defaultStateDirectory() {
 
 const char* Options::usage() {
   return "usage: tolvera-service [--port N] [--state DIR] [--help] [--version]\n"
+         "       tolvera-service models list | install NAME | verify [NAME] | remove NAME\n"
          "  --port N     listen on 127.0.0.1:N (18790); 0 takes any free port\n"
          "  --state DIR  keep accounts in DIR ($XDG_STATE_HOME/tolvera)\n";
 }

@@ -1,3 +1,4 @@
+#include "TolveraService/Models/ModelCommands.h"
 #include "TolveraService/Options.h"
 #include "TolveraService/Server.h"
 
@@ -6,6 +7,7 @@
 
 #include <cstdio>
 #include <exception>
+#include <string_view>
 #include <thread>
 
 namespace {
@@ -34,6 +36,8 @@ void serve(const service::Options& options) {
 } // namespace
 
 int main(int count, char** values) {
+  if (count > 1 && std::string_view(values[1]) == "models")
+    return service::runModelCommand({values + 2, values + count});
   try {
     const service::Options options = service::parseOptions({values + 1, values + count});
     if (options.action == service::Options::Action::help) {
