@@ -35,7 +35,6 @@ class Server {
   Server& operator=(const Server&) = delete;
 
   [[nodiscard]] std::uint16_t port() const;
-  [[nodiscard]] Translator& translator() { return translator_; }
 
   // Serves until `stop`. Called once.
   void run();

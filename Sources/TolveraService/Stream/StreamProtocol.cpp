@@ -1,6 +1,6 @@
 #include "TolveraService/Stream/StreamProtocol.h"
 
-#include "TolveraService/Engine/LanguageNames.h"
+#include "TolveraService/Engine/BilingualLanguageNames.h"
 
 #include <boost/json.hpp>
 #include <boost/url.hpp>
@@ -109,8 +109,6 @@ std::string replaced() {
 std::string translationFailed() {
   return "翻译引擎暂时没有回应。 / The translation engine does not answer at the moment.";
 }
-
-std::string shuttingDown() { return "本地服务正在关闭。 / The local service is shutting down."; }
 
 } // namespace refusal
 

@@ -50,7 +50,6 @@ std::string busy(std::size_t streams);
 std::string outOfTime();
 std::string replaced();
 std::string translationFailed();
-std::string shuttingDown();
 } // namespace refusal
 
 } // namespace tolvera::service

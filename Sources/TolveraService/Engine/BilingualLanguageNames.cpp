@@ -1,4 +1,4 @@
-#include "TolveraService/Engine/LanguageNames.h"
+#include "TolveraService/Engine/BilingualLanguageNames.h"
 
 #include <algorithm>
 #include <array>
