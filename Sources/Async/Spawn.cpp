@@ -4,6 +4,8 @@
 #include <boost/asio/co_spawn.hpp>
 #include <boost/asio/dispatch.hpp>
 #include <boost/asio/error.hpp>
+#include <boost/asio/post.hpp>
+#include <boost/asio/this_coro.hpp>
 #include <boost/system/system_error.hpp>
 
 #include <atomic>
@@ -20,6 +22,7 @@ struct SpawnedTask {
   const Executor executor;
   const std::string name;
   boost::asio::cancellation_signal signal; // touched on the executor alone
+  bool started = false;                    // likewise
   std::atomic<bool> cancelled = false;
   std::atomic<bool> finished = false;
 };
@@ -54,27 +57,40 @@ struct Completion {
   }
 };
 
+// Asio's frame around a task must not be cancelled outside the task: what it throws there ends the program.
+// It waits before the task begins, so a cancellation counts from `started`; and it waits once more after a
+// task that never suspended, so nothing throws from then on.
+Task<void> run(std::shared_ptr<SpawnedTask> spawned, std::shared_ptr<const void>, Task<void> task) {
+  std::exception_ptr failure;
+  spawned->started = true;
+  try {
+    if (!spawned->cancelled) co_await std::move(task);
+  } catch (...) {
+    failure = std::current_exception();
+  }
+  co_await boost::asio::this_coro::throw_if_cancelled(false);
+  if (failure) std::rethrow_exception(failure);
+}
+
 } // namespace
 } // namespace detail
 
 void TaskHandle::cancel() const {
   if (!task_ || task_->finished || task_->cancelled.exchange(true)) return;
   boost::asio::dispatch(task_->executor, [task = task_] {
-    if (!task->finished) task->signal.emit(boost::asio::cancellation_type::terminal);
+    if (task->started && !task->finished) task->signal.emit(boost::asio::cancellation_type::terminal);
   });
 }
 
 bool TaskHandle::finished() const { return !task_ || task_->finished; }
 
-TaskHandle spawn(const Executor& executor, std::string name, Task<void> task) {
+TaskHandle spawn(const Executor& executor, std::string name, std::shared_ptr<const void> self,
+                 Task<void> task) {
   auto spawned = std::make_shared<detail::SpawnedTask>(executor, std::move(name));
+  auto whole = detail::run(spawned, std::move(self), std::move(task));
   // Posted first, so that the slot is bound on the executor, where `cancel` emits.
-  boost::asio::post(executor, [spawned, task = std::move(task)]() mutable {
-    if (spawned->cancelled) {
-      spawned->finished = true;
-      return;
-    }
-    boost::asio::co_spawn(spawned->executor, std::move(task), detail::Completion{spawned});
+  boost::asio::post(executor, [spawned, whole = std::move(whole)]() mutable {
+    boost::asio::co_spawn(spawned->executor, std::move(whole), detail::Completion{spawned});
   });
   return TaskHandle(std::move(spawned));
 }

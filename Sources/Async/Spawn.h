@@ -4,6 +4,7 @@
 
 #include <memory>
 #include <string>
+#include <utility>
 
 namespace tolvera {
 
@@ -23,13 +24,20 @@ class TaskHandle {
   [[nodiscard]] bool finished() const;
 
  private:
-  friend TaskHandle spawn(const Executor&, std::string, Task<void>);
+  friend TaskHandle spawn(const Executor&, std::string, std::shared_ptr<const void>, Task<void>);
   explicit TaskHandle(std::shared_ptr<detail::SpawnedTask> task) : task_(std::move(task)) {}
   std::shared_ptr<detail::SpawnedTask> task_;
 };
 
-// Starts `task` on `executor`. An exception that escapes it is a fault of ours and goes to standard error
-// with `name`; the `operation_aborted` of a cancelled task is not one.
-TaskHandle spawn(const Executor& executor, std::string name, Task<void> task);
+// Starts `task` on `executor`. It holds `self`, the object whose members the task uses, until the task has
+// ended; null holds nothing. An exception that escapes the task goes to standard error with `name`; the
+// `operation_aborted` of a cancelled task is expected and is not written.
+TaskHandle spawn(const Executor& executor, std::string name, std::shared_ptr<const void> self,
+                 Task<void> task);
+
+// The same for a task that needs no object.
+inline TaskHandle spawn(const Executor& executor, std::string name, Task<void> task) {
+  return spawn(executor, std::move(name), nullptr, std::move(task));
+}
 
 } // namespace tolvera

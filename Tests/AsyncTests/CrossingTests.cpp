@@ -143,6 +143,28 @@ TEST(Spawn, ATaskCancelledBeforeItsFirstTurnNeverStarts) {
   EXPECT_TRUE(handle.finished());
 }
 
+// Quit cancels the task that asked for it, which may not have suspended yet.
+TEST(Spawn, TaskCancelsItself) {
+  test::TestLoop loop;
+  for (const int waits : {0, 1, 2}) {
+    auto held = std::make_shared<int>(0);
+    const std::weak_ptr<int> weak = held;
+    TaskHandle own;
+    auto task = [](const TaskHandle& handle, Clock& clock, int sleeps, bool& ended) -> Task<void> {
+      handle.cancel();
+      for (int i = 0; i < sleeps; ++i) co_await clock.sleep(std::chrono::seconds(1));
+      ended = true;
+    };
+    bool ended = false;
+    own = spawn(loop.executor(), "itself", std::move(held), task(own, loop.clock(), waits, ended));
+    EXPECT_FALSE(weak.expired());
+    loop.settle();
+    EXPECT_TRUE(own.finished());
+    EXPECT_EQ(ended, waits == 0) << "the first wait of a cancelled task throws";
+    EXPECT_TRUE(weak.expired());
+  }
+}
+
 TEST(Spawn, ACancelledTaskIsNotReported) {
   test::TestLoop loop;
   auto sleeper = [](Clock& clock) -> Task<void> {

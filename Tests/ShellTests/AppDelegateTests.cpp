@@ -47,6 +47,14 @@ TEST_F(AppDelegateTests, quitsAtOnceWithoutARun) {
   EXPECT_LE(elapsed_, 200ms);
 }
 
+TEST_F(AppDelegateTests, QuitsAfterAFailedStart) {
+  model_.app().beginStart(); // without a balance, so there is no session
+  model_.settle();
+  ASSERT_TRUE(model_.app().phase().is(Phase::Kind::failed));
+  EXPECT_EQ(run([this] { delegate_.terminate(); }), 0);
+  EXPECT_LE(elapsed_, 200ms);
+}
+
 TEST_F(AppDelegateTests, endsARunPolitelyBeforeItQuits) {
   model_.live();
   bool capturing = true;
