@@ -171,6 +171,7 @@ class Program:
             try:
                 states = element.get_state_set()
                 role = element.get_role_name()
+                role = "push button" if role == "button" else role  # its name since AT-SPI 2.53
                 # An application has no place on the screen itself.
                 if role != "application" and not states.contains(Atspi.StateType.SHOWING):
                     continue

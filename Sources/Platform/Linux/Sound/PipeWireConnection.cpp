@@ -9,6 +9,12 @@ namespace tolvera::adapters {
 namespace {
 
 constexpr std::chrono::milliseconds retryInterval{500};
+// The configuration whose data threads run in real time; since 1.4 the common one does that.
+#if PW_CHECK_VERSION(1, 4, 0)
+constexpr const char* clientConfiguration = "client.conf";
+#else
+constexpr const char* clientConfiguration = "client-rt.conf";
+#endif
 
 } // namespace
 
@@ -78,7 +84,7 @@ bool PipeWireConnection::startLoop() {
   pw_thread_loop* loop = pw_thread_loop_new("tolvera-audio", nullptr);
   if (loop == nullptr) return false;
   pw_loop* events = pw_thread_loop_get_loop(loop);
-  context_ = pw_context_new(events, pw_properties_new(PW_KEY_CONFIG_NAME, "client-rt.conf", nullptr), 0);
+  context_ = pw_context_new(events, pw_properties_new(PW_KEY_CONFIG_NAME, clientConfiguration, nullptr), 0);
   timer_ = context_ != nullptr ? pw_loop_add_timer(events, Events::timer, this) : nullptr;
   if (timer_ == nullptr || pw_thread_loop_start(loop) < 0) {
     if (timer_ != nullptr) pw_loop_destroy_source(events, timer_);
