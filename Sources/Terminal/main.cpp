@@ -49,8 +49,8 @@ class TerminalRun {
     signals_.async_wait([this](const boost::system::error_code& error, int) {
       if (error) return;
       if (quitting_) std::_Exit(EXIT_FAILURE); // asked twice: without a goodbye
+      waitForSignal(); // first: quitting may be over at once, and then nothing may be waited for
       quit(EXIT_SUCCESS);
-      waitForSignal();
     });
   }
 

@@ -1,0 +1,14 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <vector>
+
+namespace tolvera::adapters {
+
+// The users who listen at a TCP port of this machine, by the kernel's own table; empty if none does. Any
+// thread.
+std::vector<uid_t> usersListeningAt(std::uint16_t port);
+
+} // namespace tolvera::adapters
