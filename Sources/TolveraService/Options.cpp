@@ -29,7 +29,9 @@ std::filesystem::path defaultStateDirectory() {
 const char* Options::usage() {
   return "usage: tolvera-service [--port N] [--state DIR] [--help] [--version]\n"
          "       tolvera-service models list | install NAME | verify [NAME] | remove NAME\n"
-         "  --port N     listen on 127.0.0.1:N (18790); 0 takes any free port\n"
+         "  --port N     listen on 127.0.0.1:N and nowhere else; 0 takes any free port. Without it the port "
+         "is 18790 or\n"
+         "               the next free one, and is written to $XDG_RUNTIME_DIR/tolvera/service\n"
          "  --state DIR  keep accounts in DIR ($XDG_STATE_HOME/tolvera)\n";
 }
 

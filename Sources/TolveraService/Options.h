@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -15,7 +16,7 @@ struct Options {
 
   enum class Action { serve, help, version };
   Action action = Action::serve;
-  std::uint16_t port = defaultPort;
+  std::optional<std::uint16_t> port; // absent: the usual one, or the next that is free
   std::filesystem::path stateDirectory;
 
   static const char* usage();

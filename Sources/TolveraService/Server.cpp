@@ -20,13 +20,16 @@ using asio::ip::tcp;
 namespace {
 
 constexpr std::size_t connectionLimit = 256;
+constexpr int mostNextPorts = 20; // as many users of one machine
 constexpr std::chrono::milliseconds farewell{1000};
 constexpr std::chrono::milliseconds afterAcceptFailure{100};
 
-tcp::acceptor listenOn(asio::io_context& context, std::uint16_t port) {
+tcp::acceptor listenOn(asio::io_context& context, std::uint16_t port, int nextPorts) {
   try {
     return {context, tcp::endpoint(asio::ip::address_v4::loopback(), port)};
   } catch (const boost::system::system_error& error) {
+    if (error.code() == asio::error::address_in_use && nextPorts > 0)
+      return listenOn(context, static_cast<std::uint16_t>(port + 1), nextPorts - 1);
     throw std::runtime_error("Cannot listen on 127.0.0.1:" + std::to_string(port) + ": " +
                              error.code().message());
   }
@@ -49,9 +52,11 @@ Server::Server(const Settings& settings)
                                                     {},
                                                     {},
                                                     {}})),
-      acceptor_(listenOn(context_, settings.port)) {
-  const std::string suffix = ":" + std::to_string(port());
-  for (const char* name : {"127.0.0.1", "localhost", "[::1]"}) services_->hostNames.push_back(name + suffix);
+      acceptor_(listenOn(context_, settings.port, settings.takesNextPort ? mostNextPorts : 0)) {
+  // Programs know it by the port that it was meant to have.
+  for (const std::uint16_t known : {port(), settings.port})
+    for (const char* name : {"127.0.0.1:", "localhost:", "[::1]:"})
+      services_->hostNames.push_back(name + std::to_string(known));
 }
 
 Server::~Server() {

@@ -20,7 +20,8 @@ namespace tolvera::service {
 class Server {
  public:
   struct Settings {
-    std::uint16_t port = 0; // 0: any free one
+    std::uint16_t port = 0;     // 0: any free one
+    bool takesNextPort = false; // one of the next ones if the port is taken
     std::filesystem::path stateDirectory;
     std::filesystem::path speechModel = Recognizer::installedModel();
     std::filesystem::path translationModes = Translator::installedModes;

@@ -1,3 +1,4 @@
+#include "TolveraService/AddressFile.h"
 #include "TolveraService/Models/ModelCommands.h"
 #include "TolveraService/Options.h"
 #include "TolveraService/Server.h"
@@ -7,6 +8,7 @@
 
 #include <cstdio>
 #include <exception>
+#include <optional>
 #include <string_view>
 #include <thread>
 
@@ -19,9 +21,17 @@ void serve(const service::Options& options) {
   boost::asio::io_context signalContext;
   boost::asio::signal_set signals(signalContext, SIGINT, SIGTERM);
   service::Server::Settings settings;
-  settings.port = options.port;
+  std::optional<service::AddressFile> address;
+  if (options.port) {
+    settings.port = *options.port;
+  } else {
+    address.emplace();
+    settings.port = service::Options::defaultPort;
+    settings.takesNextPort = address->isClaimed();
+  }
   settings.stateDirectory = options.stateDirectory;
   service::Server server(settings);
+  if (address) address->write(server.port());
   signals.async_wait([&server](const boost::system::error_code& error, int) {
     if (!error) server.stop();
   });

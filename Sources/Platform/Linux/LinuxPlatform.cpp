@@ -8,6 +8,7 @@
 #include "Platform/Linux/Desktop/XdgRunningApplications.h"
 #include "Platform/Linux/Desktop/XdgWorkspace.h"
 #include "Platform/Linux/Network/BeastURLSession.h"
+#include "Platform/Linux/Network/LocalService.h"
 #include "Platform/Linux/Sound/PipeWireAudioSystem.h"
 #include "Platform/Linux/Sound/UnrestrictedCaptureDevice.h"
 
@@ -44,7 +45,9 @@ struct LinuxPlatform::Adapters {
 
   boost::asio::io_context background{1};
   SystemClock clock{background.get_executor()};
-  BeastURLSession urlSession{background.get_executor()};
+  LocalService localService{background.get_executor()};
+  BeastURLSession connections{background.get_executor()};
+  LocalServiceURLSession urlSession{connections, localService};
   XdgRunningApplications runningApplications;
   ExecutorNotificationCenter notificationCenter;
   PipeWireAudioSystem audio{
@@ -54,7 +57,10 @@ struct LinuxPlatform::Adapters {
   JsonUserDefaults userDefaults;
   PosixFileManager fileManager;
   IcuLocale locale;
-  XdgWorkspace workspace;
+  XdgWorkspace workspace{[this](const platform::URL& url) {
+    if (localService.isMeant(url)) localService.startSoon();
+    return localService.located(url);
+  }};
   platform::Platform platform;
   boost::asio::executor_work_guard<boost::asio::io_context::executor_type> keepRunning{
       background.get_executor()};

@@ -1,12 +1,13 @@
 #pragma once
 
-#include "Async/Gate.h"
+#include "Async/Suspension.h"
 
 #include <chrono>
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <mutex>
+#include <optional>
 #include <string_view>
 #include <vector>
 
@@ -34,7 +35,7 @@ class AudioQueue {
   State take(std::vector<std::int16_t>& samples, std::size_t count, std::chrono::milliseconds patience);
 
  private:
-  [[nodiscard]] bool isFull();
+  void wakeWriter(std::unique_lock<std::mutex>& lock);
 
   std::mutex mutex_;
   std::condition_variable arrived_;
@@ -42,7 +43,7 @@ class AudioQueue {
   std::size_t start_ = 0; // samples before it are taken
   bool finished_ = false;
   bool abandoned_ = false;
-  Gate room_;
+  std::optional<Resumption> writer_;
 
   [[nodiscard]] std::size_t count() const { return samples_.size() - start_; }
 };

@@ -2,15 +2,26 @@
 
 #include "Platform/Workspace.h"
 
+#include <functional>
+#include <utility>
+
 namespace tolvera::adapters {
 
 // The desktop by its own rules for default applications. Main thread.
 class XdgWorkspace final : public platform::Workspace {
  public:
+  // `locate` gives the address that is really opened for one that a program asks for.
+  using Locate = std::function<platform::URL(const platform::URL&)>;
+  explicit XdgWorkspace(Locate locate = [](const platform::URL& url) { return url; })
+      : locate_(std::move(locate)) {}
+
   bool openURL(const platform::URL& url) override;
   bool openFolder(const std::string& path) override;
   // The sound settings of the desktop that runs, or else a mixer.
   bool openMicrophoneSettings() override;
+
+ private:
+  Locate locate_;
 };
 
 } // namespace tolvera::adapters
