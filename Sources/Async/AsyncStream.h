@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Async/Suspension.h"
+#include "Async/Gate.h"
 
 #include <boost/asio/this_coro.hpp>
 
@@ -27,10 +27,9 @@ class AsyncStream {
     std::mutex mutex;
     std::deque<T> values;
     bool finished = false;
-    std::optional<Resumption> reader;
+    Gate arrived;
 
     void yield(T value) {
-      std::optional<Resumption> waiting;
       std::optional<T> dropped; // destroyed outside the lock
       {
         std::scoped_lock lock(mutex);
@@ -40,19 +39,16 @@ class AsyncStream {
           values.pop_front();
         }
         values.push_back(std::move(value));
-        waiting = std::exchange(reader, std::nullopt);
       }
-      if (waiting) (*waiting)();
+      arrived.open();
     }
 
     void finish() {
-      std::optional<Resumption> waiting;
       {
         std::scoped_lock lock(mutex);
         finished = true;
-        waiting = std::exchange(reader, std::nullopt);
       }
-      if (waiting) (*waiting)();
+      arrived.open();
     }
   };
 
@@ -108,16 +104,7 @@ class AsyncStream {
         }
         if (state->finished) co_return std::nullopt;
       }
-      auto park = [state](Resumption resume) {
-        std::unique_lock lock(state->mutex);
-        if (state->values.empty() && !state->finished) {
-          state->reader = std::move(resume);
-          return;
-        }
-        lock.unlock();
-        resume();
-      };
-      co_await suspend(std::move(park));
+      co_await state->arrived.pass();
       auto cancellation = co_await boost::asio::this_coro::cancellation_state;
       if (cancellation.cancelled() != boost::asio::cancellation_type::none) co_return std::nullopt;
     }

@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 #include <fstream>
+#include <iterator>
 #include <sstream>
 #include <stdexcept>
 #include <utility>
@@ -57,6 +58,20 @@ std::vector<Token> tokens(std::string_view text) {
   return result;
 }
 
+// apertium-transfer 3.9 cuts the last tag off each word when it reads the bilingual dictionary itself. So
+// lt-proc looks the words up before it, as the modes of newer language pairs have it.
+void separateDictionary(ApertiumStages& stages) {
+  for (auto stage = stages.begin(); stage != stages.end(); ++stage) {
+    const bool readsDictionary = stage->front().ends_with("/apertium-transfer") && stage->size() == 5 &&
+                                 !stage->at(2).starts_with('-');
+    if (!readsDictionary) continue;
+    std::vector<std::string> lookUp = {findProgram("lt-proc"), "-z", "-b", std::move(stage->back())};
+    stage->pop_back();
+    stage->insert(stage->begin() + 1, "-b");
+    stage = std::next(stages.insert(stage, std::move(lookUp)));
+  }
+}
+
 } // namespace
 
 ApertiumStages parseApertiumMode(std::string_view text) {
@@ -75,6 +90,7 @@ ApertiumStages parseApertiumMode(std::string_view text) {
   }
   for (const auto& stage : stages)
     if (stage.empty()) throw std::runtime_error("a mode file with an empty stage");
+  separateDictionary(stages);
   return stages;
 }
 

@@ -21,38 +21,29 @@ void AudioQueue::push(std::string_view frame) {
 }
 
 Task<void> AudioQueue::untilRoom() {
-  auto park = [this](Resumption resume) {
-    {
-      std::scoped_lock lock(mutex_);
-      if (count() >= capacity && !finished_) {
-        writer_ = std::move(resume);
-        return;
-      }
-    }
-    resume();
-  };
-  co_await suspend(std::move(park));
+  while (isFull()) co_await room_.pass();
+}
+
+bool AudioQueue::isFull() {
+  std::scoped_lock lock(mutex_);
+  return count() >= capacity && !finished_;
 }
 
 void AudioQueue::finish() {
-  std::unique_lock lock(mutex_);
-  finished_ = true;
+  {
+    std::scoped_lock lock(mutex_);
+    finished_ = true;
+  }
   arrived_.notify_one();
-  wakeWriter(lock);
+  room_.open();
 }
 
 void AudioQueue::abandon() {
-  std::unique_lock lock(mutex_);
-  finished_ = true;
-  abandoned_ = true;
-  arrived_.notify_one();
-  wakeWriter(lock);
-}
-
-void AudioQueue::wakeWriter(std::unique_lock<std::mutex>& lock) {
-  std::optional<Resumption> writer = std::exchange(writer_, std::nullopt);
-  lock.unlock();
-  if (writer) (*writer)();
+  {
+    std::scoped_lock lock(mutex_);
+    abandoned_ = true;
+  }
+  finish();
 }
 
 AudioQueue::State AudioQueue::take(std::vector<std::int16_t>& samples, std::size_t wanted,
@@ -71,7 +62,9 @@ AudioQueue::State AudioQueue::take(std::vector<std::int16_t>& samples, std::size
   samples.assign(first, first + static_cast<std::ptrdiff_t>(taken));
   start_ += taken;
   const bool last = finished_ && count() == 0;
-  if (count() < capacity) wakeWriter(lock);
+  const bool room = count() < capacity;
+  lock.unlock();
+  if (room) room_.open();
   if (last) return State::finished;
   return taken < wanted ? State::starved : State::more;
 }

@@ -1,13 +1,12 @@
 #pragma once
 
-#include "Async/Suspension.h"
+#include "Async/Gate.h"
 
 #include <chrono>
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <mutex>
-#include <optional>
 #include <string_view>
 #include <vector>
 
@@ -35,7 +34,7 @@ class AudioQueue {
   State take(std::vector<std::int16_t>& samples, std::size_t count, std::chrono::milliseconds patience);
 
  private:
-  void wakeWriter(std::unique_lock<std::mutex>& lock);
+  [[nodiscard]] bool isFull();
 
   std::mutex mutex_;
   std::condition_variable arrived_;
@@ -43,7 +42,7 @@ class AudioQueue {
   std::size_t start_ = 0; // samples before it are taken
   bool finished_ = false;
   bool abandoned_ = false;
-  std::optional<Resumption> writer_;
+  Gate room_;
 
   [[nodiscard]] std::size_t count() const { return samples_.size() - start_; }
 };

@@ -32,7 +32,6 @@ Duration lengthOf(std::size_t samples) {
 
 void DubStream::say(Sentence sentence) {
   if (sentence.empty()) return;
-  std::optional<Resumption> waking;
   {
     std::scoped_lock lock(mutex_);
     if (dropped_) return;
@@ -42,21 +41,18 @@ void DubStream::say(Sentence sentence) {
       waiting_ -= sentences_.front().size();
       sentences_.pop_front();
     }
-    waking = std::exchange(sender_, std::nullopt);
   }
-  if (waking) (*waking)();
+  said_.open();
 }
 
 void DubStream::drop() {
-  std::optional<Resumption> waking;
   {
     std::scoped_lock lock(mutex_);
     dropped_ = true;
     sentences_.clear();
     waiting_ = 0;
-    waking = std::exchange(sender_, std::nullopt);
   }
-  if (waking) (*waking)();
+  said_.open();
 }
 
 bool DubStream::dropped() const {
@@ -66,26 +62,14 @@ bool DubStream::dropped() const {
 
 Task<void> DubStream::send(std::shared_ptr<DubStream> stream) {
   while (!stream->dropped()) {
-    co_await stream->untilSaid();
     auto sentence = stream->take();
-    if (!sentence) continue;
+    if (!sentence) {
+      co_await stream->said_.pass();
+      continue;
+    }
     const bool whole = co_await stream->sendWhole(std::move(*sentence));
     if (!whole) co_return;
   }
-}
-
-Task<void> DubStream::untilSaid() {
-  auto park = [this](Resumption resume) {
-    {
-      std::scoped_lock lock(mutex_);
-      if (sentences_.empty() && !dropped_) {
-        sender_ = std::move(resume);
-        return;
-      }
-    }
-    resume();
-  };
-  co_await suspend(std::move(park));
 }
 
 std::optional<DubStream::Sentence> DubStream::take() {

@@ -3,7 +3,7 @@
 #include "TolveraService/Stream/StreamOutput.h"
 
 #include "Async/Clock.h"
-#include "Async/Suspension.h"
+#include "Async/Gate.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -42,7 +42,6 @@ class DubStream {
  private:
   using Sentence = std::vector<std::int16_t>;
 
-  Task<void> untilSaid();
   std::optional<Sentence> take();
   // False when it was dropped meanwhile.
   Task<bool> sendWhole(Sentence sentence);
@@ -56,7 +55,8 @@ class DubStream {
   std::deque<Sentence> sentences_;
   std::size_t waiting_ = 0; // samples in `sentences_`
   bool dropped_ = false;
-  std::optional<Resumption> sender_;
+
+  Gate said_; // opened by a sentence and by `drop`
 };
 
 } // namespace tolvera::service

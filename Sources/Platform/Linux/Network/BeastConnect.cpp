@@ -1,6 +1,6 @@
 #include "Platform/Linux/Network/BeastConnect.h"
 
-#include "Async/Suspension.h"
+#include "Async/Gate.h"
 #include "Platform/Linux/Network/BeastErrors.h"
 
 #include <boost/asio/ip/tcp.hpp>
@@ -32,29 +32,20 @@ Task<void> throwIfCancelled() {
 // The outcome of something that is waited for by one coroutine and may be abandoned.
 template<typename Value>
 struct Outcome {
-  std::optional<Resumption> waiter;
+  Gate gate; // opens at the end
   std::optional<Value> value;
   ErrorCode error;
   bool timedOut = false;
   bool ended = false;
 
   void end() {
-    if (std::exchange(ended, true)) return;
-    if (auto resume = std::exchange(waiter, std::nullopt)) (*resume)();
+    if (!std::exchange(ended, true)) gate.open();
   }
 };
 
 template<typename Value>
 Task<void> wait(std::shared_ptr<Outcome<Value>> outcome) {
-  auto park = [outcome](Resumption resume) {
-    if (outcome->ended) {
-      resume();
-    } else {
-      outcome->waiter = std::move(resume);
-    }
-  };
-  co_await suspend(std::move(park));
-  outcome->waiter.reset();
+  co_await outcome->gate.pass();
   co_await throwIfCancelled();
 }
 
