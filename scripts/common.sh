@@ -2,6 +2,7 @@
 
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
+source tools/stage/processes.sh
 
 step() { printf '==> %s\n' "$*"; }
 fail() {
@@ -39,17 +40,14 @@ port_answers() { (exec 3<>"/dev/tcp/127.0.0.1/$1") 2>/dev/null; }
 # wait_for_lines FILE PATTERN COUNT SECONDS [PID]: waits until the file has COUNT matching lines; fails at
 # the deadline or when the process is gone.
 wait_for_lines() {
-  local deadline=$((SECONDS + $4))
-  local count
-  while count=$(grep -cE "$2" "$1" 2>/dev/null || true) && [ "${count:-0}" -lt "$3" ]; do
-    [ "$SECONDS" -lt "$deadline" ] || return 1
-    [ -z "${5:-}" ] || kill -0 "$5" 2>/dev/null || return 1
-    sleep 0.1
-  done
+  wait_until "$4" has_lines_or_ended "$@" || true
+  has_lines "$@"
 }
+has_lines() { [ "$(grep -cE "$2" "$1" 2>/dev/null)" -ge "$3" ]; }
+has_lines_or_ended() { has_lines "$@" || { [ -n "${5:-}" ] && ! is_running "$5"; }; }
 wait_for_line() { wait_for_lines "$1" "$2" 1 "$3" "${4:-}"; }
 
-# start_service LOG COMMAND...: starts the local service, waits until it listens, leaves its pid in $started.
+# start_service LOG COMMAND...: starts the local service and waits until it listens; its process is $started.
 start_service() {
   local log=$1
   shift
@@ -62,24 +60,5 @@ start_service() {
   }
 }
 
-# stop_process PID: asks it to end, and insists after 10 s.
-stop_process() {
-  kill "$1" 2>/dev/null || return 0
-  local deadline=$((SECONDS + 10))
-  while kill -0 "$1" 2>/dev/null && [ "$SECONDS" -lt "$deadline" ]; do sleep 0.1; done
-  kill -KILL "$1" 2>/dev/null || true
-  wait "$1" 2>/dev/null || true
-}
-
-# wait_until SECONDS COMMAND...: repeats the command until it succeeds; fails at the deadline.
-wait_until() {
-  local deadline=$((SECONDS + $1))
-  shift
-  until "$@" >/dev/null 2>&1; do
-    [ "$SECONDS" -lt "$deadline" ] || return 1
-    sleep 0.1
-  done
-}
-
-# output_exists NODE: whether a node of the sound server by that name has outputs.
+# output_exists NODE: whether a node of that name has outputs at the sound server.
 output_exists() { pw-link -o | grep -q "^$1:"; }

@@ -68,7 +68,7 @@ TEST_F(DubLoop, OfOneApplicationNothingElseIsHeard) {
   play("").wait(20s);
   const auto film = graph_.directory() + "/film.wav";
   test::outputOf(
-      {"python3", TOLVERA_STAGE "/join-sounds", film, "5", graph_.directory() + "/speech.wav", "15"});
+      {"python3", TOLVERA_STAGE "/sound", "join", film, "5", graph_.directory() + "/speech.wav", "15"});
   const test::ChildProcess player({"pw-play", film});
   in_.runningApplications.addRegular(player.pid(), "org.player", "Player");
   in_.userDefaults.setObject("captureMode", "app");

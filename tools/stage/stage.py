@@ -118,7 +118,7 @@ class Stage:
             subprocess.run(["flite", "-voice", "rms", "-t", sentence, "-o", file], check=True)
             parts += [str(file), "2.5"]
         film = self.home / "film.wav"
-        subprocess.run([STAGE / "join-sounds", film, *(parts[:1] + parts[1:] * rounds)], check=True)
+        subprocess.run([STAGE / "sound", "join", film, *(parts[:1] + parts[1:] * rounds)], check=True)
         player = self._install("org.tolvera.ExamplePlayer", PLAYER,
                                f'pw-play "{film}" &\ntrap "kill $!" TERM\nwait')
         process = self.start(player, log="player.log")
