@@ -10,7 +10,6 @@
 #include <cmath>
 #include <cstdio>
 #include <optional>
-#include <thread>
 
 namespace {
 
@@ -37,7 +36,7 @@ void speak(StreamClient& client) {
   auto due = StreamClient::Clock::now();
   const auto send = [&](std::span<const std::int16_t> samples) {
     due += std::chrono::milliseconds(100);
-    std::this_thread::sleep_until(due);
+    client.readUntil(due);
     client.sendAudio(samples);
   };
   const std::vector<std::int16_t> silence(chunk);
@@ -48,7 +47,7 @@ void speak(StreamClient& client) {
       send(std::span(samples).subspan(at, std::min(chunk, samples.size() - at)));
     for (std::size_t i = 0; i < pauseChunks; ++i) send(silence);
   }
-  std::this_thread::sleep_for(std::chrono::seconds(4));
+  client.readUntil(StreamClient::Clock::now() + std::chrono::seconds(4));
 }
 
 // A caption that comes while an earlier sentence is still being sent has no first sound of its own to be

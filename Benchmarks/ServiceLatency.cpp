@@ -143,7 +143,7 @@ Figures measure(std::uint16_t port, const std::vector<Sentence>& sentences) {
   std::vector<Time> starts;
   const auto send = [&](std::span<const std::int16_t> samples) {
     due += std::chrono::milliseconds(100);
-    std::this_thread::sleep_until(due);
+    client.readUntil(due);
     client.sendAudio(samples);
   };
   for (std::size_t i = 0; i < 20; ++i) send(silence);
@@ -157,8 +157,8 @@ Figures measure(std::uint16_t port, const std::vector<Sentence>& sentences) {
     }
     for (std::size_t i = 0; i < pauseChunks; ++i) send(silence);
   }
-  std::this_thread::sleep_for(std::chrono::seconds(2));
-  const auto frames = client.frames();
+  client.readUntil(StreamClient::Clock::now() + std::chrono::seconds(2));
+  const auto& frames = client.frames();
   Figures figures;
   for (std::size_t i = 0; i < sentences.size(); ++i) {
     const Time end = i + 1 < sentences.size() ? starts[i + 1] : Time::max();

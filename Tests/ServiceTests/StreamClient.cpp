@@ -3,23 +3,13 @@
 #include "Harness/ChildProcess.h"
 #include "Harness/TemporaryDirectory.h"
 
-#include <boost/asio/connect.hpp>
-#include <boost/asio/executor_work_guard.hpp>
-#include <boost/asio/io_context.hpp>
-#include <boost/asio/ip/tcp.hpp>
-#include <boost/asio/post.hpp>
-#include <boost/asio/read.hpp>
 #include <boost/asio/write.hpp>
 #include <boost/beast/core/buffers_to_string.hpp>
-#include <boost/beast/core/flat_buffer.hpp>
+#include <boost/beast/http.hpp>
 #include <boost/beast/websocket.hpp>
 
-#include <condition_variable>
 #include <filesystem>
 #include <fstream>
-#include <future>
-#include <mutex>
-#include <thread>
 
 namespace tolvera::test {
 
@@ -39,56 +29,36 @@ std::vector<std::int16_t> spoken(const std::string& sentence) {
   return samples;
 }
 
-namespace {
-
-HTTPReply replyOf(const std::string& answer) {
-  HTTPReply reply;
-  const std::size_t end = answer.find("\r\n\r\n");
-  if (!answer.starts_with("HTTP/1.") || end == std::string::npos) return reply;
-  reply.status = static_cast<unsigned>(std::stoul(answer.substr(9, 3)));
-  reply.rawHead = answer.substr(0, end);
-  reply.body = answer.substr(end + 4);
-  return reply;
-}
-
-// True when the answer has the length that it promised.
-bool isWhole(const std::string& answer) {
-  const HTTPReply reply = replyOf(answer);
-  const std::size_t at = beast::string_view(reply.rawHead).find("ontent-Length:");
-  return at != std::string::npos && reply.body.size() >= std::stoul(reply.rawHead.substr(at + 14));
-}
-
-} // namespace
-
-HTTPReply HTTPClient::raw(std::string_view bytes, bool more) const {
+HTTPReply HTTPClient::exchange(std::string_view bytes, bool more) const {
   asio::io_context context;
   tcp::socket socket(context);
   socket.connect({asio::ip::address_v4::loopback(), port_});
   boost::system::error_code error;
   asio::write(socket, asio::buffer(bytes.data(), bytes.size()), error);
   if (!more) socket.shutdown(tcp::socket::shutdown_send, error);
-  std::string answer;
-  while (!error && !(more && isWhole(answer)))
-    asio::read(socket, asio::dynamic_buffer(answer), asio::transfer_at_least(1), error);
-  return replyOf(answer);
+  HTTPReply reply;
+  for (beast::flat_buffer buffer;;) {
+    beast::http::response<beast::http::string_body> message;
+    beast::http::read(socket, buffer, message, error);
+    if (error) return reply;
+    reply = {message.result_int(), message.body()};
+    if (more) return reply;
+  }
 }
 
-HTTPReply HTTPClient::request(std::string_view method, std::string_view target, const Headers& headers,
+HTTPReply HTTPClient::raw(std::string_view bytes) const { return exchange(bytes, false); }
+
+HTTPReply HTTPClient::request(std::string_view method, std::string_view target, Headers headers,
                               std::string_view body) const {
-  std::string message(method);
-  message += ' ';
-  message += target;
-  message += " HTTP/1.1\r\nConnection: close\r\n";
   bool hasHost = false;
-  for (const auto& [name, value] : headers) {
-    hasHost = hasHost || name == "Host";
-    message += name + ": " + value + "\r\n";
-  }
-  if (!hasHost) message += "Host: 127.0.0.1:" + std::to_string(port_) + "\r\n";
-  if (!body.empty() || method == "POST") message += "Content-Length: " + std::to_string(body.size()) + "\r\n";
+  for (const auto& header : headers) hasHost = hasHost || header.first == "Host";
+  if (!hasHost) headers.emplace_back("Host", "127.0.0.1:" + std::to_string(port_));
+  if (method == "POST") headers.emplace_back("Content-Length", std::to_string(body.size()));
+  std::string message = std::string(method) + ' ' + std::string(target) + " HTTP/1.1\r\n";
+  for (const auto& [name, value] : headers) message += name + ": " + value + "\r\n";
   message += "\r\n";
   message += body;
-  return raw(message, true);
+  return exchange(message, true);
 }
 
 HTTPReply HTTPClient::get(std::string_view target, std::string_view token) const {
@@ -96,117 +66,81 @@ HTTPReply HTTPClient::get(std::string_view target, std::string_view token) const
 }
 
 HTTPReply HTTPClient::post(std::string_view target, std::string_view token, std::string_view body) const {
-  return request("POST", target,
-                 {{"Authorization", "Bearer " + std::string(token)}, {"Content-Type", "application/json"}},
-                 body);
+  return request("POST", target, {{"Authorization", "Bearer " + std::string(token)}}, body);
 }
 
 std::string HTTPClient::signUp() const {
   return std::string(post("/livetranslate/api/signup").json().at("token").as_string());
 }
 
-struct StreamClient::State {
-  asio::io_context context;
-  asio::executor_work_guard<asio::io_context::executor_type> work{context.get_executor()};
-  beast::websocket::stream<tcp::socket> socket{context};
-  beast::flat_buffer buffer;
-  mutable std::mutex mutex;
-  mutable std::condition_variable changed;
-  std::vector<Frame> frames;
-  bool closed = false;
-  std::thread thread;
-
-  void read() {
-    socket.async_read(buffer, [this](boost::system::error_code error, std::size_t) {
-      const auto now = Clock::now();
-      std::scoped_lock lock(mutex);
-      changed.notify_all();
-      if (error) {
-        closed = true;
-        return;
-      }
-      std::string bytes = beast::buffers_to_string(buffer.data());
-      buffer.consume(buffer.size());
-      if (socket.got_text()) {
-        frames.push_back({now, boost::json::parse(bytes).as_object(), {}});
-      } else {
-        frames.push_back({now, {}, std::move(bytes)});
-      }
-      read();
-    });
-  }
-};
-
-StreamClient::StreamClient(std::uint16_t port, const std::string& query) : state_(std::make_shared<State>()) {
-  state_->socket.next_layer().connect({asio::ip::address_v4::loopback(), port});
-  state_->socket.next_layer().set_option(tcp::no_delay(true));
-  state_->socket.handshake("127.0.0.1:" + std::to_string(port), "/livetranslate/ws?" + query);
-  state_->read();
-  state_->thread = std::thread([state = state_.get()] { state->context.run(); });
+StreamClient::StreamClient(std::uint16_t port, const std::string& query) {
+  socket_.next_layer().connect({asio::ip::address_v4::loopback(), port});
+  socket_.next_layer().set_option(tcp::no_delay(true));
+  socket_.handshake("127.0.0.1:" + std::to_string(port), "/livetranslate/ws?" + query);
+  read();
 }
 
-StreamClient::~StreamClient() {
-  state_->context.stop();
-  state_->thread.join();
+void StreamClient::read() {
+  socket_.async_read(buffer_, [this](boost::system::error_code error, std::size_t) {
+    closed_ = error.failed();
+    if (closed_) return;
+    std::string bytes = beast::buffers_to_string(buffer_.data());
+    buffer_.consume(buffer_.size());
+    Frame& frame = frames_.emplace_back(Frame{Clock::now(), {}, {}});
+    if (socket_.got_text())
+      frame.json = boost::json::parse(bytes).as_object();
+    else
+      frame.binary = std::move(bytes);
+    read();
+  });
 }
 
 void StreamClient::sendAudio(std::span<const std::int16_t> samples) {
   sendBytes({reinterpret_cast<const char*>(samples.data()), samples.size_bytes()}, true);
 }
 
-void StreamClient::sendBytes(std::string bytes, bool binary) {
-  std::promise<void> done;
-  asio::post(state_->context, [&] {
-    state_->socket.binary(binary);
-    state_->socket.async_write(asio::buffer(bytes),
-                               [&done](boost::system::error_code, std::size_t) { done.set_value(); });
-  });
-  done.get_future().wait();
+void StreamClient::sendBytes(std::string_view bytes, bool binary) {
+  bool sent = false;
+  socket_.binary(binary);
+  socket_.async_write(asio::buffer(bytes.data(), bytes.size()),
+                      [&sent](boost::system::error_code, std::size_t) { sent = true; });
+  context_.restart();
+  while (!sent) context_.run_one();
 }
 
 void StreamClient::close() {
-  asio::post(state_->context, [state = state_.get()] {
-    state->socket.async_close(beast::websocket::close_code::normal, [](boost::system::error_code) {});
-  });
+  socket_.async_close(beast::websocket::close_code::normal, [](boost::system::error_code) {});
 }
 
-std::vector<StreamClient::Frame> StreamClient::frames() const {
-  std::scoped_lock lock(state_->mutex);
-  return state_->frames;
-}
-
-std::optional<StreamClient::Frame> StreamClient::waitFor(const std::function<bool(const Frame&)>& condition,
-                                                         std::chrono::milliseconds limit) const {
+std::optional<StreamClient::Frame> StreamClient::waitFor(const Condition& condition,
+                                                         std::chrono::milliseconds limit) {
   const auto deadline = Clock::now() + limit;
-  std::unique_lock lock(state_->mutex);
-  for (std::size_t looked = 0;;) {
-    for (; looked < state_->frames.size(); ++looked)
-      if (condition(state_->frames[looked])) return state_->frames[looked];
-    if (state_->closed) return std::nullopt;
-    if (state_->changed.wait_until(lock, deadline) == std::cv_status::timeout) return std::nullopt;
+  context_.restart();
+  for (std::size_t next = 0;;) {
+    for (; next < frames_.size(); ++next)
+      if (condition(frames_[next])) return frames_[next];
+    if (context_.run_one_until(deadline) == 0) return std::nullopt;
   }
 }
 
-std::optional<StreamClient::Frame> StreamClient::waitForType(std::string_view type, bool finalOnly) const {
+std::optional<StreamClient::Frame> StreamClient::waitForType(std::string_view type, bool finalOnly) {
   return waitFor([&](const Frame& frame) {
     const auto* final = frame.json.if_contains("final");
     return textOf(frame, "type") == type && (!finalOnly || (final != nullptr && final->as_bool()));
   });
 }
 
-bool StreamClient::waitUntilClosed(std::chrono::milliseconds limit) const {
-  std::unique_lock lock(state_->mutex);
-  return state_->changed.wait_for(lock, limit, [&] { return state_->closed; });
+void StreamClient::readUntil(Clock::time_point time) {
+  context_.restart();
+  context_.run_until(time);
 }
 
-std::unique_ptr<StreamClient> openStream(std::uint16_t port, const std::string& query) {
-  for (int attempt = 0; attempt < 50; ++attempt) {
-    auto client = std::make_unique<StreamClient>(port, query);
-    const auto first = client->waitFor([](const auto&) { return true; });
-    if (first && textOf(*first, "type") == "ready") return client;
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+bool StreamClient::waitUntilClosed(std::chrono::milliseconds limit) {
+  const auto deadline = Clock::now() + limit;
+  context_.restart();
+  while (!closed_ && context_.run_one_until(deadline) > 0) {
   }
-  return nullptr;
+  return closed_;
 }
 
 void sendSpeech(StreamClient& client, const std::string& words) {

@@ -1,5 +1,9 @@
 #pragma once
 
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/beast/core/flat_buffer.hpp>
+#include <boost/beast/websocket/stream.hpp>
 #include <boost/json.hpp>
 
 #include <chrono>
@@ -20,34 +24,32 @@ std::vector<std::int16_t> spoken(const std::string& sentence);
 struct HTTPReply {
   unsigned status = 0; // 0: the service closed the connection without an answer
   std::string body;
-  std::string rawHead;
-
   [[nodiscard]] boost::json::object json() const { return boost::json::parse(body).as_object(); }
 };
 
-// A plain client of the service's REST interface, with nothing in common with the program's own: it sends
-// bytes and reads an answer.
+// A blocking client of the service's REST interface that shares nothing with the program's own.
 class HTTPClient {
  public:
   using Headers = std::vector<std::pair<std::string, std::string>>;
 
   explicit HTTPClient(std::uint16_t port) : port_(port) {}
-  // One request on a connection of its own.
-  [[nodiscard]] HTTPReply request(std::string_view method, std::string_view target,
-                                  const Headers& headers = {}, std::string_view body = {}) const;
+  // One request on a connection of its own. A Host header that is not given is the right one.
+  [[nodiscard]] HTTPReply request(std::string_view method, std::string_view target, Headers headers = {},
+                                  std::string_view body = {}) const;
   [[nodiscard]] HTTPReply get(std::string_view target, std::string_view token = {}) const;
   [[nodiscard]] HTTPReply post(std::string_view target, std::string_view token = {},
                                std::string_view body = {}) const;
-  // Sends the bytes as they are, and nothing after them unless there is more to come.
-  [[nodiscard]] HTTPReply raw(std::string_view bytes, bool more = false) const;
-  // A new installation's token.
+  // Sends the bytes as they are and then no more, and gives the last answer that comes.
+  [[nodiscard]] HTTPReply raw(std::string_view bytes) const;
+  // The token of a new installation.
   [[nodiscard]] std::string signUp() const;
 
  private:
+  [[nodiscard]] HTTPReply exchange(std::string_view bytes, bool more) const;
   std::uint16_t port_;
 };
 
-// A plain client of one run, on a thread of its own. Any thread; one that sends waits until it is sent.
+// A client of one run. It reads only while one of its operations waits, all on the caller's thread.
 class StreamClient {
  public:
   using Clock = std::chrono::steady_clock;
@@ -56,33 +58,36 @@ class StreamClient {
     boost::json::object json; // empty for a binary frame
     std::string binary;
   };
+  using Condition = std::function<bool(const Frame&)>;
 
   // Opens /livetranslate/ws with the query. Throws if the upgrade is refused.
   StreamClient(std::uint16_t port, const std::string& query);
-  ~StreamClient();
 
   void sendAudio(std::span<const std::int16_t> samples);
-  void sendBytes(std::string bytes, bool binary);
+  void sendBytes(std::string_view bytes, bool binary);
   void stop() { sendBytes(R"({"type":"stop"})", false); }
   void close();
 
   // All frames so far.
-  [[nodiscard]] std::vector<Frame> frames() const;
-  // Waits for a frame that the condition likes, those before the call included.
-  std::optional<Frame> waitFor(const std::function<bool(const Frame&)>& condition,
-                               std::chrono::milliseconds limit = std::chrono::seconds(20)) const;
-  std::optional<Frame> waitForType(std::string_view type, bool finalOnly = false) const;
+  [[nodiscard]] const std::vector<Frame>& frames() const { return frames_; }
+  // Waits for a frame that meets the condition. Frames that came before the call count too.
+  std::optional<Frame> waitFor(const Condition& condition,
+                               std::chrono::milliseconds limit = std::chrono::seconds(20));
+  std::optional<Frame> waitForType(std::string_view type, bool finalOnly = false);
+  // Reads until the time is over.
+  void readUntil(Clock::time_point time);
   // Waits until the service has closed the socket.
-  [[nodiscard]] bool waitUntilClosed(std::chrono::milliseconds limit = std::chrono::seconds(20)) const;
+  [[nodiscard]] bool waitUntilClosed(std::chrono::milliseconds limit = std::chrono::seconds(20));
 
  private:
-  struct State;
-  std::shared_ptr<State> state_;
-};
+  void read();
 
-// A run that is ready. Tries for some seconds: decoders are given back a moment after a socket has closed.
-// Null if the service stays busy.
-std::unique_ptr<StreamClient> openStream(std::uint16_t port, const std::string& query);
+  boost::asio::io_context context_;
+  boost::beast::websocket::stream<boost::asio::ip::tcp::socket> socket_{context_};
+  boost::beast::flat_buffer buffer_;
+  std::vector<Frame> frames_;
+  bool closed_ = false;
+};
 
 // Speaks a sentence, and a second of silence after it.
 void sendSpeech(StreamClient& client, const std::string& words);

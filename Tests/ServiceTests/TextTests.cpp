@@ -9,7 +9,7 @@
 namespace tolvera::service {
 namespace {
 
-TEST(SettledTextTest, AWordSettlesWhenItStoodForFiveLooksAndTwoWordsFollow) {
+TEST(SettledText, WordSettlesAfterFiveLooks) {
   SettledText line;
   for (int look = 1; look <= 4; ++look) EXPECT_EQ(line.update("we need more").text, "");
   const auto split = line.update("we need more");
@@ -19,7 +19,7 @@ TEST(SettledTextTest, AWordSettlesWhenItStoodForFiveLooksAndTwoWordsFollow) {
   EXPECT_EQ(line.update("we need mortal time").stash, " mortal time");
 }
 
-TEST(SettledTextTest, SettledWordsStayAndTheTailFollowsThem) {
+TEST(SettledText, SettledWordsStay) {
   SettledText line;
   for (int look = 0; look < 5; ++look) line.update("the weather was");
   EXPECT_EQ(line.update("whether it was").text, "the");
@@ -27,11 +27,9 @@ TEST(SettledTextTest, SettledWordsStayAndTheTailFollowsThem) {
   const auto shrunk = line.update("");
   EXPECT_EQ(shrunk.text, "the");
   EXPECT_EQ(shrunk.stash, "");
-  line.reset();
-  EXPECT_EQ(line.update("new").stash, "new");
 }
 
-TEST(TextNormalizerTest, WritesEnglishAsItIsPrinted) {
+TEST(TextNormalizer, WritesEnglishAsPrinted) {
   EXPECT_EQ(sentence("he said that i'll come on tuesday"), "He said that I'll come on Tuesday.");
   EXPECT_EQ(sentence("i may march in may"), "I may march in May.");
   EXPECT_EQ(sentence("monday's news"), "Monday's news.");
@@ -39,7 +37,7 @@ TEST(TextNormalizerTest, WritesEnglishAsItIsPrinted) {
   EXPECT_EQ(tidied(" Dijo que  sí , y nada  más . "), "Dijo que sí, y nada más.");
 }
 
-TEST(UnknownWordsTest, AreKeptFromTheNextModeAndQuotedAtTheEnd) {
+TEST(UnknownWords, AreQuotedAtTheEnd) {
   UnknownWords unknown;
   const std::string hidden = unknown.hide("El *frobnicator *come mi #canal y d'*zyzzyva, @son.");
   EXPECT_EQ(hidden.find("frobnicator"), std::string::npos);
@@ -52,7 +50,7 @@ TEST(UnknownWordsTest, AreKeptFromTheNextModeAndQuotedAtTheEnd) {
   EXPECT_EQ(unknown.known, 1U);
 }
 
-TEST(StreamProtocolTest, ReadsTheQueryOfARun) {
+TEST(StreamProtocol, ReadsTheQueryOfARun) {
   const auto parameters = parseStreamParameters(
       "/livetranslate/ws?token=a%2Bb&target=es&source=auto&dub=1&src=true&voice=&token=second");
   ASSERT_TRUE(parameters);
@@ -65,7 +63,7 @@ TEST(StreamProtocolTest, ReadsTheQueryOfARun) {
   EXPECT_FALSE(parseStreamParameters("no address"));
 }
 
-TEST(OptionsTest, ReadsTheCommandLineOrSaysWhatIsWrong) {
+TEST(Options, WrongCommandLinesAreRefused) {
   const Options options = parseOptions({"--port", "0", "--state", "/tmp/x"});
   EXPECT_EQ(options.port, 0);
   EXPECT_EQ(options.stateDirectory, "/tmp/x");

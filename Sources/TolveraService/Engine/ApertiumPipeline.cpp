@@ -83,11 +83,6 @@ bool wait(int descriptor, short events, SteadyClock::time_point deadline) {
 
 ApertiumPipeline::~ApertiumPipeline() { stop(); }
 
-std::vector<pid_t> ApertiumPipeline::processes() const {
-  std::scoped_lock lock(mutex_);
-  return processes_;
-}
-
 std::optional<std::string> ApertiumPipeline::translate(std::string_view line) {
   std::scoped_lock lock(mutex_);
   if (!processes_.empty())

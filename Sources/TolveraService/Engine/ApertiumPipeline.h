@@ -27,8 +27,6 @@ class ApertiumPipeline {
   // What the mode makes of one line, marks (`*`, `@`, `#`) included. A dead or stuck program costs one
   // restart and a second try; nothing if that fails as well.
   std::optional<std::string> translate(std::string_view line);
-  // Process ids of the running programs, in order; empty before the first line.
-  std::vector<pid_t> processes() const;
 
  private:
   std::optional<std::string> exchange(std::string_view line, std::chrono::milliseconds limit);
@@ -36,7 +34,7 @@ class ApertiumPipeline {
   void stop();
 
   const ApertiumStages stages_;
-  mutable std::mutex mutex_;
+  std::mutex mutex_;
   std::vector<pid_t> processes_;
   int input_ = -1;
   int output_ = -1;

@@ -43,9 +43,4 @@ SettledText::Split SettledText::update(std::string_view line) {
   return split;
 }
 
-void SettledText::reset() {
-  words_.clear();
-  settledWords_.clear();
-}
-
 } // namespace tolvera::service

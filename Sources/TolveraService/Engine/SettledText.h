@@ -20,8 +20,6 @@ class SettledText {
 
   // Takes the line as it looks now, words parted by white space, and gives its split.
   Split update(std::string_view line);
-  // Forgets the line.
-  void reset();
 
  private:
   static constexpr std::size_t looksToSettle = 5;

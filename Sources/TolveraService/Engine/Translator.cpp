@@ -78,12 +78,4 @@ Translator::Result Translator::translate(std::string_view target, std::string_vi
   return {Result::Kind::translated, tidied(unknown.show(text))};
 }
 
-std::vector<pid_t> Translator::processes(std::string_view target) const {
-  std::vector<pid_t> all;
-  if (const Route* pipelines = route(target))
-    for (const auto& pipeline : *pipelines)
-      for (const pid_t process : pipeline->processes()) all.push_back(process);
-  return all;
-}
-
 } // namespace tolvera::service

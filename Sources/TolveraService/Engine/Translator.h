@@ -43,9 +43,6 @@ class Translator {
   // do not know stays as it is, in quotation marks.
   Result translate(std::string_view target, std::string_view line);
 
-  // Process ids of the running engines of `target`, for tests of their failure.
-  [[nodiscard]] std::vector<pid_t> processes(std::string_view target) const;
-
  private:
   // The pipelines that lead to a target, in order: one, or two by way of Spanish.
   using Route = std::vector<std::shared_ptr<ApertiumPipeline>>;

@@ -23,8 +23,8 @@ constexpr std::size_t unreadFrameLimit = 4000; // a client that has not read for
 constexpr std::chrono::seconds handshakeLimit{10};
 constexpr std::chrono::seconds idleLimit{60};      // with pings in between
 constexpr std::chrono::seconds afterStopLimit{15}; // a client closes by itself after 5 s
-constexpr std::chrono::milliseconds handOverLimit{3000};
-constexpr std::chrono::milliseconds handOverLook{20};
+constexpr std::chrono::milliseconds handOverLimit{5000};
+constexpr std::chrono::milliseconds handOverStep{20};
 
 Task<std::optional<AccountStore::Account>> found(std::shared_ptr<Services> services, std::string token) {
   co_return services->accounts.find(token);
@@ -94,8 +94,12 @@ Task<void> StreamConnection::run(Upgrade upgrade) {
   audio_->abandon();
   if (dub_) dub_->drop();
   output_->sendLast({});
+  leaveRuns();
+}
+
+void StreamConnection::leaveRuns() {
   const auto run = services_->runs.find(account_);
-  if (run != services_->runs.end() && run->second.lock() == self) services_->runs.erase(run);
+  if (run != services_->runs.end() && run->second.lock().get() == this) services_->runs.erase(run);
 }
 
 Task<std::string> StreamConnection::admit() {
@@ -114,21 +118,25 @@ Task<std::string> StreamConnection::admit() {
   auto earlier = std::exchange(services_->runs[account->id], weak_from_this()).lock();
   account_ = account->id;
   if (earlier) earlier->replace();
-  auto recognizer = co_await leaseRecognizer(earlier != nullptr);
-  // A code that ends the run: a client that only lost this socket would come back again and again, each
-  // time in vain, and show a lost connection in the end.
-  if (!recognizer)
+  auto recognizer = co_await leaseRecognizer();
+  if (!recognizer) {
+    leaveRuns();
+    // A code that ends the run: after any other one the client would connect again and again in vain, and
+    // show a lost connection in the end.
     co_return errorFrame(errorCode::upstreamRejected, refusal::busy(services_->recognizers.size()));
+  }
   begin(*account, std::move(recognizer));
   co_return std::string();
 }
 
-// The run that this one replaces needs a moment to let go of its decoder.
-Task<std::unique_ptr<RecognizerPool::Lease>> StreamConnection::leaseRecognizer(bool replacing) {
+// A run that has ended needs a moment to give its decoder back. There is such a run if the others are fewer
+// than the decoders; then this one waits.
+Task<std::unique_ptr<RecognizerPool::Lease>> StreamConnection::leaseRecognizer() {
+  const std::size_t others = services_->runs.size() - 1;
+  const bool oneEnds = others < services_->recognizers.size();
   auto recognizer = services_->recognizers.lease();
-  for (auto waited = handOverLook; replacing && !recognizer && waited < handOverLimit;
-       waited += handOverLook) {
-    co_await pause(handOverLook);
+  for (auto waited = handOverStep; oneEnds && !recognizer && waited < handOverLimit; waited += handOverStep) {
+    co_await pause(handOverStep);
     recognizer = services_->recognizers.lease();
   }
   co_return recognizer;

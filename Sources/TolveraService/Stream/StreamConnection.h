@@ -41,8 +41,9 @@ class StreamConnection : public std::enable_shared_from_this<StreamConnection> {
   Task<void> run(Upgrade upgrade);
   // What refuses the run: the last frame to send, or nothing.
   Task<std::string> admit();
-  Task<std::unique_ptr<RecognizerPool::Lease>> leaseRecognizer(bool replacing);
+  Task<std::unique_ptr<RecognizerPool::Lease>> leaseRecognizer();
   void begin(AccountStore::Account account, std::unique_ptr<RecognizerPool::Lease> recognizer);
+  void leaveRuns();
   Task<void> read();
   Task<void> write();
 
