@@ -9,15 +9,11 @@ namespace tolvera::test {
 
 namespace json = boost::json;
 
-namespace {
-
 constexpr std::chrono::milliseconds look{20};
 constexpr int looks = 500;
 
-} // namespace
-
 std::unique_ptr<Browser> Browser::start(int width) {
-  std::unique_ptr<Browser> browser(new Browser());
+  auto browser = std::make_unique<Browser>();
   for (int looked = 0; browser->port() == 0; ++looked) {
     if (!browser->driver_.running()) return nullptr;
     if (looked == looks) throw std::runtime_error("the browser's driver does not start");
@@ -28,14 +24,10 @@ std::unique_ptr<Browser> Browser::start(int width) {
   const json::object options{
       {"args", {"--headless=new", "--no-sandbox", "--disable-gpu", profile}},
       {"mobileEmulation", {{"deviceMetrics", {{"width", width}, {"height", 900}, {"pixelRatio", 1.0}}}}}};
-  const json::object capabilities{{"browserName", "chrome"}, {"goog:chromeOptions", options}};
-  const auto session = browser->command("", {{"capabilities", {{"alwaysMatch", capabilities}}}});
-  browser->session_ = "/" + std::string(session.at("sessionId").as_string());
+  const json::object wanted{{"browserName", "chrome"}, {"goog:chromeOptions", options}};
+  const auto session = browser->command("", {{"capabilities", {{"alwaysMatch", wanted}}}});
+  browser->session_ += "/" + std::string(session.at("sessionId").as_string());
   return browser;
-}
-
-Browser::~Browser() {
-  if (!session_.empty()) static_cast<void>(client_.request("DELETE", "/session" + session_));
 }
 
 std::uint16_t Browser::port() const {
@@ -47,32 +39,20 @@ std::uint16_t Browser::port() const {
 }
 
 json::value Browser::command(const std::string& path, const json::object& body) {
-  const HTTPReply reply = client_.post("/session" + session_ + path, {}, json::serialize(body));
+  const HTTPReply reply = client_.post(session_ + path, {}, json::serialize(body));
   if (reply.status != 200) throw std::runtime_error("the browser refuses " + path + ": " + reply.body);
   return reply.json().at("value");
 }
 
-void Browser::open(const std::string& url) { command("/url", {{"url", url}}); }
-
-void Browser::click(const std::string& selector) {
-  run("document.querySelector('" + selector + "').click()");
-}
-
 bool Browser::waitForText(const std::string& selector, const std::string& text) {
-  const json::value wanted(text);
-  for (int looked = 0; looked < looks; ++looked) {
+  for (int looked = 0; looked < looks; ++looked, std::this_thread::sleep_for(look)) {
     try {
-      if (run("return document.querySelector('" + selector + "')?.innerText") == wanted) return true;
+      if (run("return document.querySelector('" + selector + "')?.innerText") == json::value(text))
+        return true;
     } catch (const std::runtime_error&) {
-      // Between two pages.
-    }
-    std::this_thread::sleep_for(look);
+    } // between two pages
   }
   return false;
-}
-
-json::value Browser::run(const std::string& script) {
-  return command("/execute/sync", {{"script", script}, {"args", json::array{}}});
 }
 
 } // namespace tolvera::test

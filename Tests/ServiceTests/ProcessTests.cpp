@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 
+#include <filesystem>
 #include <fstream>
 #include <thread>
 
@@ -20,37 +21,29 @@ std::string contentsOf(const std::filesystem::path& path) {
   return {std::istreambuf_iterator<char>(file), {}};
 }
 
-class Program {
- public:
-  explicit Program(const std::filesystem::path& directory, const std::string& port = "0")
-      : log_(directory / "log"),
-        process_({TOLVERA_SERVICE_PROGRAM, "--port", port, "--state", (directory / "state").string()},
-                 log_.string()) {
+struct Program {
+  std::filesystem::path log;
+  ChildProcess process;
+
+  explicit Program(const std::filesystem::path& directory, std::uint16_t port = 0)
+      : log(directory / "log"), process({TOLVERA_SERVICE_PROGRAM, "--port", std::to_string(port), "--state",
+                                         (directory / "state").string()},
+                                        log.string()) {
     for (int look = 0; look < 500 && !output().ends_with('\n'); ++look) std::this_thread::sleep_for(20ms);
   }
   // Ends it, and gives its status as a shell does.
   int end(int signal) {
-    ::kill(process_.pid(), signal);
-    return process_.wait(10s);
+    ::kill(process.pid(), signal);
+    return process.wait(10s);
   }
-  [[nodiscard]] std::string output() const { return contentsOf(log_); }
+  [[nodiscard]] std::string output() const { return contentsOf(log); }
   [[nodiscard]] std::uint16_t port() const {
     const std::string ready = output();
     return static_cast<std::uint16_t>(std::stoi(ready.substr(ready.rfind(':') + 1)));
   }
-  [[nodiscard]] std::vector<pid_t> children() const {
-    std::vector<pid_t> all;
-    const auto tasks = std::filesystem::path("/proc") / std::to_string(process_.pid()) / "task";
-    for (const auto& task : std::filesystem::directory_iterator(tasks)) {
-      std::ifstream file(task.path() / "children");
-      for (pid_t child = 0; file >> child;) all.push_back(child);
-    }
-    return all;
+  [[nodiscard]] StreamClient run(const std::string& token) const {
+    return StreamClient(port(), "token=" + token + "&target=es&source=en&dub=1&src=1");
   }
-
- private:
-  std::filesystem::path log_;
-  ChildProcess process_;
 };
 
 TEST(Program, EndsPolitelyAtASignal) {
@@ -58,8 +51,7 @@ TEST(Program, EndsPolitelyAtASignal) {
     const TemporaryDirectory directory;
     Program program(directory.path());
     const std::string ready = program.output();
-    const std::string token = HTTPClient(program.port()).signUp();
-    StreamClient run(program.port(), "token=" + token + "&target=es&source=en&dub=0&src=1");
+    auto run = program.run(HTTPClient(program.port()).signUp());
     run.sendAudio(spoken("we need more time"));
     ASSERT_TRUE(run.waitForType("tr"));
     EXPECT_EQ(program.end(signal), 0);
@@ -73,25 +65,23 @@ TEST(Program, ChargesSurviveAKill) {
   const TemporaryDirectory directory;
   Program program(directory.path());
   const std::string token = HTTPClient(program.port()).signUp();
-  StreamClient run(program.port(), "token=" + token + "&target=es&source=en&dub=1&src=1");
+  auto run = program.run(token);
   run.sendAudio(spoken("many people in this country do not have clean water"));
   ASSERT_TRUE(run.waitForType("tr"));
   ASSERT_TRUE(run.waitForType("balance"));
-  const auto children = program.children();
+  const auto children = childrenOf(program.process.pid());
   EXPECT_FALSE(children.empty());
   program.end(SIGKILL);
   EXPECT_TRUE(run.waitUntilClosed());
   double told = 0;
   for (const auto& frame : run.frames())
     if (textOf(frame, "type") == "balance") told = frame.json.at("secondsLeft").to_number<double>();
-
   for (const pid_t child : children) {
-    const std::filesystem::path stat = "/proc/" + std::to_string(child) + "/stat";
     for (int look = 0; look < 250 && ::kill(child, 0) == 0; ++look) std::this_thread::sleep_for(20ms);
-    const std::string line = contentsOf(stat);
+    const std::string line = contentsOf("/proc/" + std::to_string(child) + "/stat");
     EXPECT_TRUE(line.empty() || line.find(") Z ") != std::string::npos) << "still running: " << line;
   }
-  std::filesystem::remove(directory / "log");
+  std::filesystem::remove(program.log);
   const Program again(directory.path());
   const auto me = HTTPClient(again.port()).get("/livetranslate/api/me", token).json();
   const double left = me.at("secondsLeft").to_number<double>();
@@ -99,13 +89,13 @@ TEST(Program, ChargesSurviveAKill) {
   EXPECT_GE(left, told - 2 * 4) << "sound is charged that was not heard";
 }
 
-TEST(Program, WrongStartsAreToldWithTheReason) {
+TEST(Program, TakenPortIsNamed) {
   const TemporaryDirectory directory;
   const TemporaryDirectory other;
   const Program first(directory.path());
-  Program second(other.path(), std::to_string(first.port()));
+  Program second(other.path(), first.port());
   EXPECT_NE(second.output().find("Cannot listen"), std::string::npos) << second.output();
-  EXPECT_EQ(second.end(0), 1);
+  EXPECT_EQ(second.process.wait(10s), 1);
 }
 
 } // namespace

@@ -149,6 +149,16 @@ void sendSpeech(StreamClient& client, const std::string& words) {
   client.sendAudio(silence);
 }
 
+std::vector<pid_t> childrenOf(pid_t process) {
+  std::vector<pid_t> all;
+  const std::string tasks = "/proc/" + std::to_string(process) + "/task";
+  for (const auto& task : std::filesystem::directory_iterator(tasks)) {
+    std::ifstream file(task.path() / "children");
+    for (pid_t child = 0; file >> child;) all.push_back(child);
+  }
+  return all;
+}
+
 std::string textOf(const StreamClient::Frame& frame, std::string_view key) {
   const auto* value = frame.json.if_contains(key);
   return value != nullptr && value->is_string() ? std::string(value->get_string()) : std::string();

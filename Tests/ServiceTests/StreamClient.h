@@ -5,6 +5,7 @@
 #include <boost/beast/core/flat_buffer.hpp>
 #include <boost/beast/websocket/stream.hpp>
 #include <boost/json.hpp>
+#include <sys/types.h>
 
 #include <chrono>
 #include <cstdint>
@@ -91,6 +92,9 @@ class StreamClient {
 
 // Speaks a sentence, and a second of silence after it.
 void sendSpeech(StreamClient& client, const std::string& words);
+
+// The processes that a process has started.
+std::vector<pid_t> childrenOf(pid_t process);
 
 // A member of a frame that is text; empty if it is not there.
 std::string textOf(const StreamClient::Frame& frame, std::string_view key);

@@ -1,29 +1,16 @@
-#include "TolveraService/Engine/ApertiumMode.h"
 #include "TolveraService/Engine/Translator.h"
 
 #include "Harness/TemporaryDirectory.h"
+#include "ServiceTests/StreamClient.h"
 
 #include <gtest/gtest.h>
 #include <signal.h>
-
-#include <fstream>
+#include <unistd.h>
 
 namespace tolvera::service {
 namespace {
 
 using Kind = Translator::Result::Kind;
-
-TEST(ApertiumMode, ReadsProgramsWithoutAShell) {
-  const auto stages = parseApertiumMode("cat -w '/some where/a.bin' | tee $1 $2 'b;c' ");
-  ASSERT_EQ(stages.size(), 2U);
-  EXPECT_TRUE(stages[0][0].ends_with("/cat"));
-  EXPECT_EQ((std::vector(stages[0].begin() + 1, stages[0].end())),
-            (std::vector<std::string>{"-z", "-w", "/some where/a.bin"}));
-  EXPECT_EQ((std::vector(stages[1].begin() + 1, stages[1].end())),
-            (std::vector<std::string>{"-z", "-g", "b;c"}));
-  for (const char* bad : {"", "cat |", "| cat", "cat 'open", "no-such-program-at-all x", "/bin/cat"})
-    EXPECT_THROW(parseApertiumMode(bad), std::runtime_error) << bad;
-}
 
 TEST(Translator, OffersInstalledLanguagesOnly) {
   const test::TemporaryDirectory empty;
@@ -54,28 +41,18 @@ TEST(Translator, UnknownWordsAreQuoted) {
             "El “frobnicator” es en la casa");
 }
 
-// The processes that this one has started.
-std::vector<pid_t> children() {
-  std::vector<pid_t> all;
-  for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
-    std::ifstream file(task.path() / "children");
-    for (pid_t child = 0; file >> child;) all.push_back(child);
-  }
-  return all;
-}
-
 TEST(Translator, DeadEnginesStartAgain) {
   Translator translator;
   translator.warmUp("es");
-  const std::size_t stages = children().size();
+  const std::size_t stages = test::childrenOf(::getpid()).size();
   ASSERT_GT(stages, 3U);
   // One that hangs is as good as dead.
   for (const auto& [victim, signal] :
        {std::pair{std::size_t{0}, SIGKILL}, {stages / 2, SIGKILL}, {stages - 1, SIGKILL}, {1, SIGSTOP}}) {
-    ::kill(children().at(victim), signal);
+    ::kill(test::childrenOf(::getpid()).at(victim), signal);
     EXPECT_EQ(translator.translate("es", "The house").text, "La casa") << victim;
   }
-  EXPECT_EQ(children().size(), stages);
+  EXPECT_EQ(test::childrenOf(::getpid()).size(), stages);
 }
 
 } // namespace
