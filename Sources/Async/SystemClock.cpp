@@ -9,6 +9,7 @@
 #include <sys/timerfd.h>
 
 #include <cerrno>
+#include <ctime>
 #include <system_error>
 
 namespace tolvera {
@@ -35,6 +36,12 @@ Task<void> waitForTimer(Duration duration) {
 } // namespace
 
 WallTime SystemClock::now() const { return std::chrono::time_point_cast<Duration>(WallTime::clock::now()); }
+
+Duration SystemClock::uptime() const {
+  timespec time{};
+  ::clock_gettime(CLOCK_BOOTTIME, &time);
+  return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
+}
 
 Task<void> SystemClock::sleep(Duration duration) {
   if (duration <= Duration::zero()) duration = std::chrono::nanoseconds(1);

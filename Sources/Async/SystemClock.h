@@ -4,14 +4,15 @@
 
 namespace tolvera {
 
-// The system's clocks. Waits run on CLOCK_BOOTTIME by a timer descriptor each, on the io_context behind
-// `executor`, and resume the caller on its own executor.
+// The system's clocks. Each wait is a timer descriptor of CLOCK_BOOTTIME on the io_context behind `executor`;
+// the caller resumes on its own executor.
 class SystemClock final : public Clock {
  public:
-  // `executor` must belong to an io_context (or a strand of one) that somebody runs.
+  // `executor` belongs to an io_context, or a strand of one, that a thread runs.
   explicit SystemClock(Executor executor) : executor_(std::move(executor)) {}
 
   [[nodiscard]] WallTime now() const override;
+  [[nodiscard]] Duration uptime() const override;
   Task<void> sleep(Duration duration) override;
 
  private:

@@ -14,13 +14,10 @@ CaptionPrinter::CaptionPrinter(AppState& model, Executor main, std::FILE* output
   connect(&model, &AppState::sourceLineChanged, this, [this] { print("source", model_.sourceLine()); });
   connect(&model, &AppState::currentLineChanged, this, [this] { scheduleTranslation(); });
   connect(&model, &AppState::currentStashChanged, this, [this] { scheduleTranslation(); });
-  connect(&model, &AppState::previousLineChanged, this, [this] {
-    if (!model_.previousLine().isEmpty()) ++finishedTranslations_;
-    print("finished", model_.previousLine());
-  });
+  connect(&model, &AppState::previousLineChanged, this, [this] { print("finished", model_.previousLine()); });
 }
 
-// One caption changes both fields; it is one line here.
+// One caption changes both fields and is printed once.
 void CaptionPrinter::scheduleTranslation() {
   if (std::exchange(scheduled_, true)) return;
   boost::asio::post(main_, [self = QPointer(this)] {
@@ -35,7 +32,7 @@ void CaptionPrinter::printTranslation() {
 }
 
 void CaptionPrinter::print(const char* label, const QString& text) {
-  // An emptied line is a change that nobody needs to read.
+  // A line that was emptied has nothing to print.
   if (text.isEmpty()) return;
   auto line = QString(text).replace('\n', ' ').toUtf8();
   std::fprintf(output_, "%s: %s\n", label, line.constData());

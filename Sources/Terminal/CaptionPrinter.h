@@ -8,14 +8,11 @@
 
 namespace tolvera {
 
-// Prints the model to a stream, one line for each change: its phase, its status line, the source text and
-// the translation, whose unsettled tail stands in brackets. Main thread; the model outlives it.
+// Prints each change of the model as one line: the phase, the status, the source text and the translation,
+// whose unsettled tail stands in brackets. Main thread; the model outlives it.
 class CaptionPrinter : public QObject {
  public:
   CaptionPrinter(AppState& model, Executor main, std::FILE* output);
-
-  // The number of finished translations printed so far.
-  [[nodiscard]] int finishedTranslations() const { return finishedTranslations_; }
 
  private:
   void print(const char* label, const QString& text);
@@ -26,7 +23,6 @@ class CaptionPrinter : public QObject {
   Executor main_;
   std::FILE* output_;
   bool scheduled_ = false;
-  int finishedTranslations_ = 0;
 };
 
 } // namespace tolvera

@@ -16,18 +16,17 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// How long a failure may stand before the terminal takes the run for lost. A failure that the session
-// survives is followed by other phases well within it.
+// How long a failure may stand before the terminal gives the run up. A session that survives a failure
+// changes the phase sooner.
 constexpr auto failureGrace = 10s;
 
-// One run, printed: starts it, follows the model until the run is over, and knows how it ended. The main
-// loop ends by itself when nothing is left to do.
+// Starts one run and prints it until it is over. The main loop ends by itself when no work is left.
 class TerminalRun {
  public:
   TerminalRun(platform::Platform& platform, boost::asio::io_context& main)
       : main_(main), clock_(platform.clock), signals_(main, SIGINT, SIGTERM),
         model_(AppState::make(platform, noWindows())), printer_(*model_, platform.mainExecutor, stdout) {
-    QObject::connect(model_.get(), &AppState::phaseChanged, &printer_, [this] { followPhase(); });
+    QObject::connect(model_.get(), &AppState::phaseChanged, &printer_, [this] { handlePhase(); });
   }
 
   int run() {
@@ -48,13 +47,13 @@ class TerminalRun {
   void waitForSignal() {
     signals_.async_wait([this](const boost::system::error_code& error, int) {
       if (error) return;
-      if (quitting_) std::_Exit(EXIT_FAILURE); // asked twice: without a goodbye
-      waitForSignal(); // first: quitting may be over at once, and then nothing may be waited for
+      if (quitting_) std::_Exit(EXIT_FAILURE); // a second signal ends it without a goodbye
+      waitForSignal(); // first, since quitting may be over at once and cancels the wait
       quit(EXIT_SUCCESS);
     });
   }
 
-  void followPhase() {
+  void handlePhase() {
     failureTimer_.cancel();
     if (model_->phase().is(Phase::Kind::idle)) end();
     if (model_->phase().is(Phase::Kind::failed)) {
@@ -71,10 +70,10 @@ class TerminalRun {
     quitting_ = true;
     exitStatus_ = status;
     if (model_->phase().is(Phase::Kind::idle)) return end();
-    stopTask_ = spawn(main_.get_executor(), "stop", model_->stop());
+    stopTask_ = spawn(main_.get_executor(), "stop", model_, model_->stop());
   }
 
-  // The run is over. The last look at the account is not worth waiting for.
+  // The run is over. The last read of the account is not waited for.
   void end() {
     signals_.cancel();
     startTask_.cancel();

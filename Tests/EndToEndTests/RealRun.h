@@ -28,6 +28,7 @@ class HurriedClock final : public Clock {
  public:
   explicit HurriedClock(Executor executor) : clock_(std::move(executor)) {}
   [[nodiscard]] WallTime now() const override { return clock_.now(); }
+  [[nodiscard]] Duration uptime() const override { return clock_.uptime() * speed.load(); }
   Task<void> sleep(Duration duration) override { return clock_.sleep(duration / speed.load()); }
 
   std::atomic<int> speed = 100;

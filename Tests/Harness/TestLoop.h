@@ -18,6 +18,7 @@ namespace tolvera::test {
 class VirtualClock final : public Clock {
  public:
   [[nodiscard]] WallTime now() const override;
+  [[nodiscard]] Duration uptime() const override { return now().time_since_epoch(); }
   Task<void> sleep(Duration duration) override;
 
   // When the earliest sleeper wants to wake; nothing without sleepers.

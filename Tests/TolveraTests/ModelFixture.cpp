@@ -32,7 +32,7 @@ AppState& ModelFixture::launchLive() {
 }
 
 TaskHandle ModelFixture::begin(Task<void> operation) {
-  auto handle = spawn(in_.loop.executor(), "operation", std::move(operation));
+  auto handle = spawn(in_.loop.executor(), "operation", model_, std::move(operation));
   in_.loop.settle();
   return handle;
 }

@@ -70,7 +70,7 @@ void AppDelegate::terminate() {
   connect(&state_, &AppState::phaseChanged, this, [this] {
     if (state_.phase().is(Phase::Kind::idle)) finish();
   });
-  stopTask_ = spawn(executor_, "stop", state_.stop());
+  stopTask_ = spawn(executor_, "stop", state_.shared_from_this(), state_.stop());
   deadline_.start();
 }
 

@@ -1,5 +1,6 @@
 #include "Tolvera/Model/AppState.h"
 
+#include "Async/Log.h"
 #include "Tolvera/Model/TokenStore.h"
 #include "TolveraCore/AudioRoute.h"
 
@@ -13,6 +14,8 @@ namespace tolvera {
 namespace {
 
 using namespace std::chrono_literals;
+
+using log::Category;
 
 constexpr auto pollInterval = 3s;
 constexpr int pollsAfterOpeningTheBrowser = 40;
@@ -34,14 +37,16 @@ Task<std::string> AppState::currentToken() {
     token_ = *stored;
     co_return *stored;
   }
+  log::trace(Category::account, "signing up at ", std::string_view(serverURL().encoded_host_and_port()));
   const auto signup = co_await api().signup();
+  log::trace(Category::account, "signed up, ", signup.secondsLeft, " s left");
   TokenStore::save(platform_.fileManager, signup.token, server);
   token_ = signup.token;
   setSecondsLeft(signup.secondsLeft);
   co_return signup.token;
 }
 
-Task<void> AppState::refreshAccount(Self self) {
+Task<void> AppState::refreshAccount() {
   std::optional<API::Me> reply;
   bool unauthorized = false;
   try {
@@ -49,27 +54,38 @@ Task<void> AppState::refreshAccount(Self self) {
     reply = co_await api().me(token);
   } catch (const API::ServerError& error) {
     unauthorized = error.isUnauthorized();
-    if (!unauthorized) log(QStringLiteral("查余额失败：") + QString::fromUtf8(error.what()));
+    if (!unauthorized) reportAccountFailure(error);
   } catch (const std::exception& error) {
-    log(QStringLiteral("查余额失败：") + QString::fromUtf8(error.what()));
+    reportAccountFailure(error);
   }
 
   if (reply) {
     assign(me_, std::move(reply), &AppState::meChanged);
     setSecondsLeft(me_->secondsLeft);
+    log::trace(Category::account, "account read: ", secondsLeft_, " s left, signed in ", isSignedIn());
   } else if (unauthorized) {
-    TokenStore::clear(platform_.fileManager, std::string(serverURL().buffer()));
-    token_.reset();
+    forgetToken();
     if (me_) co_return;
     try {
       co_await currentToken();
     } catch (const std::exception&) {
-      // There is no account yet; the next use of the token tries again.
+      // The next use of the token signs up again.
     }
   }
 }
 
-Task<void> AppState::bootstrap(Self self) {
+void AppState::reportAccountFailure(const std::exception& error) {
+  log(QStringLiteral("查余额失败：") + QString::fromUtf8(error.what()));
+  log::warn(Category::account, "the account could not be read: ", std::string_view(error.what()));
+}
+
+void AppState::forgetToken() {
+  log::warn(Category::account, "the service does not know the token, which is dropped");
+  TokenStore::clear(platform_.fileManager, std::string(serverURL().buffer()));
+  token_.reset();
+}
+
+Task<void> AppState::bootstrap() {
   co_await refreshAccount();
   refreshApps();
   listenForOutputChanges();
@@ -95,24 +111,26 @@ void AppState::listenForOutputChanges() {
       });
 }
 
-// A press that leads to no page leaves everything as it was, so failures end here without a word.
-Task<void> AppState::signIn(Self self) {
+// A press that leads to no page changes nothing, so its failure only reaches the trace.
+Task<void> AppState::signIn() {
   try {
     const auto token = co_await currentToken();
     const auto page = co_await api().alipayAuthURL(token, std::nullopt, languageCode());
     if (!openInBrowser(page.url)) co_return;
-  } catch (const std::exception&) {
+  } catch (const std::exception& error) {
+    log::warn(Category::account, "no sign-in page: ", std::string_view(error.what()));
     co_return;
   }
   co_await pollForAccountChange();
 }
 
-Task<void> AppState::openTopUp(Self self, std::string pack) {
+Task<void> AppState::openTopUp(std::string pack) {
   try {
     const auto token = co_await currentToken();
     const auto page = co_await api().checkout(token, std::move(pack), "alipay", languageCode());
     if (!openInBrowser(page.url)) co_return;
-  } catch (const std::exception&) {
+  } catch (const std::exception& error) {
+    log::warn(Category::account, "no purchase page: ", std::string_view(error.what()));
     co_return;
   }
   co_await pollForAccountChange();
@@ -134,7 +152,7 @@ Task<void> AppState::pollForAccountChange() {
   }
 }
 
-Task<void> AppState::signOut(Self self) {
+Task<void> AppState::signOut() {
   std::string token;
   try {
     token = co_await currentToken();
@@ -144,7 +162,7 @@ Task<void> AppState::signOut(Self self) {
   try {
     co_await api().signOut(token);
   } catch (const std::exception&) {
-    // The refresh tells what is true now.
+    // The refresh below reads the true state.
   }
   co_await refreshAccount();
 }
@@ -156,7 +174,7 @@ void AppState::openPrivacy() {
 }
 
 QString AppState::formatTime(double seconds) const {
-  // Balances that are no number, or beyond what an integer holds, are told like an empty one.
+  // A balance that is no number, or too large for an integer, reads like an empty one.
   const double rounded = std::round(seconds);
   if (!(rounded >= 60) || rounded >= static_cast<double>(std::numeric_limits<qint64>::max())) {
     return strings().underAMinute();

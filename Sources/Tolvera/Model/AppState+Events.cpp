@@ -23,7 +23,7 @@ void AppState::handle(const TranslateSession::Event& event) {
   using Session = TranslateSession;
   std::visit(Overloaded{
                  [this](const Session::Ready& ready) {
-                   setPhase(Phase(Phase::Kind::live));
+                   setPhase(Phase(Phase::Kind::live), "the service is ready");
                    setSecondsLeft(ready.secondsLeft);
                    setOverlayStatus(listening());
                  },
@@ -40,20 +40,21 @@ void AppState::handle(const TranslateSession::Event& event) {
                    const auto message = QString::fromStdString(failed.message);
                    log(QStringLiteral("会话报错 [") + QString::fromStdString(failed.code) +
                        QStringLiteral("] ") + message);
-                   setPhase(Phase::failed(friendly(message, failed.code)));
+                   fail(friendly(message, failed.code),
+                        "session error " + failed.code + ": " + failed.message);
                  },
                  [this](const Session::Connecting&) {
-                   setPhase(Phase(Phase::Kind::connecting));
+                   setPhase(Phase(Phase::Kind::connecting), "the session connects");
                    setOverlayStatus(strings().connecting());
                  },
                  [this](const Session::Reconnecting&) {
-                   setPhase(Phase(Phase::Kind::reconnecting));
+                   setPhase(Phase(Phase::Kind::reconnecting), "the session reconnects");
                    setOverlayStatus(strings().reconnecting());
                  },
                  [this](const Session::Ended&) {
                    log(QStringLiteral("收到 ended"));
                    if (phase_.is(Phase::Kind::failed)) return;
-                   spawn(platform_.mainExecutor, "stop after the session ended", stop());
+                   begin("stop after the session ended", stop());
                  },
              },
              event);
@@ -65,7 +66,7 @@ void AppState::applyCaption(const TranslateSession::Caption& caption) {
   if (caption.kind == TranslateSession::CaptionKind::source) {
     setSourceLine(text + stash);
   } else if (caption.final) {
-    assign(previousLine_, text, &AppState::previousLineChanged);
+    setPreviousLine(text);
     setCurrent({}, {});
   } else {
     setCurrent(text, stash);

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 namespace tolvera {
 
@@ -39,11 +40,11 @@ Task<void> AppState::watch(std::weak_ptr<AppState> model, Clock& clock) {
   co_await boost::asio::this_coro::throw_if_cancelled(false);
   while (!co_await isCancelled()) {
     co_await clock.sleep(watchdogPeriod);
-    if (auto state = model.lock()) state->look();
+    if (auto state = model.lock()) state->reportSilence();
   }
 }
 
-void AppState::look() {
+void AppState::reportSilence() {
   const bool listening = phase_.is(Phase::Kind::live) || phase_.is(Phase::Kind::connecting);
   if (!listening || settings_->captureMode().kind == CaptureMode::Kind::microphone) return;
   if (platform_.clock.now() - captureStartedAt_ <= gracePeriod) return;
@@ -57,15 +58,22 @@ void AppState::look() {
   }
 }
 
+// A caption moves the deadline of the wait under way; only the first one begins a wait.
 void AppState::restartIdleTimer() {
-  idleTask_.cancel();
+  idleDeadline_ = platform_.clock.uptime() + idleTime;
+  if (!idleTask_.finished()) return;
   idleTask_ = spawn(platform_.mainExecutor, "idle timer", clearWhenIdle(weak_from_this(), platform_.clock));
 }
 
+void AppState::stopIdleTimer() { std::exchange(idleTask_, {}).cancel(); }
+
 Task<void> AppState::clearWhenIdle(std::weak_ptr<AppState> model, Clock& clock) {
-  co_await clock.sleep(idleTime);
-  if (co_await isCancelled()) co_return;
-  if (auto state = model.lock()) {
+  for (Duration wait = idleTime; wait > Duration::zero();) {
+    co_await clock.sleep(wait);
+    auto state = model.lock();
+    if (!state || co_await isCancelled()) co_return;
+    wait = state->idleDeadline_ - clock.uptime();
+    if (wait > Duration::zero()) continue;
     state->clearLines();
     state->setOverlayStatus(state->listening());
   }

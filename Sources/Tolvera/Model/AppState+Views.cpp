@@ -4,16 +4,6 @@
 
 namespace tolvera {
 
-void AppState::beginStart() { spawn(platform_.mainExecutor, "start", start()); }
-void AppState::beginStop() { spawn(platform_.mainExecutor, "stop", stop()); }
-void AppState::beginToggle() { spawn(platform_.mainExecutor, "toggle", toggle()); }
-void AppState::beginBootstrap() { spawn(platform_.mainExecutor, "bootstrap", bootstrap()); }
-void AppState::beginSignIn() { spawn(platform_.mainExecutor, "sign in", signIn()); }
-void AppState::beginTopUp(const QString& pack) {
-  spawn(platform_.mainExecutor, "top up", openTopUp(pack.toStdString()));
-}
-void AppState::beginSignOut() { spawn(platform_.mainExecutor, "sign out", signOut()); }
-
 void AppState::openMicrophoneSettings() { platform_.workspace.openMicrophoneSettings(); }
 
 void AppState::previewPanel() {
@@ -22,7 +12,7 @@ void AppState::previewPanel() {
 
 void AppState::previewOverlay() {
   setSourceLine("and then move on to the roadmap for the next three months");
-  assign(previousLine_, QString("我们先来快速回顾一下上个季度的业绩。"), &AppState::previousLineChanged);
+  setPreviousLine("我们先来快速回顾一下上个季度的业绩。");
   setCurrent("然后讨论未来三个月的", "规划");
   setOverlayStatus({});
   setSecondsLeft(742);

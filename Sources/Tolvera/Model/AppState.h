@@ -22,14 +22,18 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
 
 namespace tolvera {
 
-// The application's one model: the run, its captions, the account. Made once by the program, which keeps
-// it until exit; every view observes it and calls it. Main thread only. A property announces a change once,
-// and nothing when it did not change. Public operations report failure through `phase` or not at all.
+// The application's one model: the run, its captions, the account. The program makes it once and keeps it
+// until exit; every view observes it and calls it. Main thread only. A property announces each change once.
+// Public operations report a failure through `phase` or not at all.
 //
-// Every suspending operation keeps the model alive until it has ended.
+// The `begin…` form of an operation runs it in a task that keeps the model alive until it has ended. A caller
+// that awaits the operation itself keeps the model alive.
 class AppState final : public QObject, public std::enable_shared_from_this<AppState> {
   Q_OBJECT
   Q_PROPERTY(tolvera::AppState::Tab tab READ tab WRITE setTab NOTIFY tabChanged)
@@ -38,6 +42,7 @@ class AppState final : public QObject, public std::enable_shared_from_this<AppSt
   Q_PROPERTY(bool signedIn READ isSignedIn NOTIFY meChanged)
   Q_PROPERTY(QVariantList packs READ packs NOTIFY meChanged)
   Q_PROPERTY(double secondsLeft READ secondsLeft NOTIFY secondsLeftChanged)
+  Q_PROPERTY(QString balanceText READ balanceText NOTIFY balanceTextChanged)
   Q_PROPERTY(QVariantList apps READ appsForViews NOTIFY appsChanged)
   Q_PROPERTY(bool outputIsBuiltInSpeaker READ outputIsBuiltInSpeaker NOTIFY outputIsBuiltInSpeakerChanged)
   Q_PROPERTY(QString sourceLine READ sourceLine NOTIFY sourceLineChanged)
@@ -69,15 +74,17 @@ class AppState final : public QObject, public std::enable_shared_from_this<AppSt
   [[nodiscard]] const Phase& phase() const { return phase_; }
   // The last account reply; absent before the first.
   [[nodiscard]] const std::optional<API::Me>& me() const { return me_; }
-  // Balance in seconds, as last heard from any source.
+  // Balance in seconds, as the service last gave it.
   [[nodiscard]] double secondsLeft() const { return secondsLeft_; }
+  // The balance as text, in the interface language.
+  [[nodiscard]] const QString& balanceText() const { return balanceText_; }
 
-  // The applications offered for capture, as of the last look.
+  // The applications offered for capture, as they were at the last refresh.
   [[nodiscard]] const std::vector<AudioApp>& apps() const { return apps_; }
   [[nodiscard]] QVariantList appsForViews() const;
-  // Whether sound goes out through the machine's own speaker. Chooses a text, and nothing else.
+  // Whether sound goes out through the machine's own speaker. Only the choice of a text depends on it.
   [[nodiscard]] bool outputIsBuiltInSpeaker() const { return outputIsBuiltInSpeaker_; }
-  // Looks again which applications make sound and where it goes out.
+  // Lists the applications that make sound, and reads the output route.
   Q_INVOKABLE void refreshApps();
 
   // The recognised source text as it now stands.
@@ -99,11 +106,11 @@ class AppState final : public QObject, public std::enable_shared_from_this<AppSt
 
   // Opens a run, from `idle` or `failed`; does nothing otherwise. The outcome is in `phase`. A `stop`
   // that comes while it still waits for the token or a permission ends the start as well.
-  Task<void> start() { return start(shared_from_this()); }
+  Task<void> start();
+  Q_INVOKABLE void beginStart() { begin("start", start()); }
   // Ends the run, waits for the session's goodbye and refreshes the account. Does nothing when `idle`.
-  Task<void> stop() { return stop(shared_from_this()); }
-  // What the button of every view does: starts from `idle` or `failed`, stops in any other phase.
-  Task<void> toggle() { return phase_.isActive() ? stop() : start(); }
+  Task<void> stop();
+  Q_INVOKABLE void beginStop() { begin("stop", stop()); }
 
   [[nodiscard]] bool canSwapDirection() const;
   // Exchanges source and target, unless the source is "auto".
@@ -111,40 +118,36 @@ class AppState final : public QObject, public std::enable_shared_from_this<AppSt
 
   // What the first appearance of the interface needs: the account, the applications, the output route and
   // its changes from now on. Harmless to repeat.
-  Task<void> bootstrap() { return bootstrap(shared_from_this()); }
+  Task<void> bootstrap();
+  Q_INVOKABLE void beginBootstrap() { begin("bootstrap", bootstrap()); }
   // Asks for the account; old values stay if that fails.
-  Task<void> refreshAccount() { return refreshAccount(shared_from_this()); }
-  // Opens the sign-in page, or the purchase of the pack with this id, in the browser, then asks for the
-  // account every 3 s until it has changed or 2 minutes are over. Nothing happens if there is no page.
-  Task<void> signIn() { return signIn(shared_from_this()); }
-  Task<void> openTopUp(std::string pack) { return openTopUp(shared_from_this(), std::move(pack)); }
+  Task<void> refreshAccount();
+  // Opens the sign-in page, or the purchase of the pack with this id, in the browser. Then asks for the
+  // account every 3 s until it has changed or 2 minutes are over. Does nothing if there is no page.
+  Task<void> signIn();
+  Q_INVOKABLE void beginSignIn() { begin("sign in", signIn()); }
+  Task<void> openTopUp(std::string pack);
+  Q_INVOKABLE void beginTopUp(const QString& pack) { begin("top up", openTopUp(pack.toStdString())); }
   // Leaves a signed-out installation with the same token.
-  Task<void> signOut() { return signOut(shared_from_this()); }
+  Task<void> signOut();
+  Q_INVOKABLE void beginSignOut() { begin("sign out", signOut()); }
   // Opens the service's privacy page in the browser.
   Q_INVOKABLE void openPrivacy();
   // Opens the system's settings at its microphones.
   Q_INVOKABLE void openMicrophoneSettings();
-  // For developers, to look at a view without a run: the tray's menu in a window, and the caption panel
-  // with sample captions.
+  // Show a view without a run, for developers: the tray's menu in a window, and the caption panel with
+  // sample captions.
   void previewPanel();
   void previewOverlay();
-  // A balance in seconds as text, in the language of this moment.
+  // A balance in seconds as text, in the interface language.
   [[nodiscard]] Q_INVOKABLE QString formatTime(double seconds) const;
-
-  // For views: begin the operation of that name in a task on the main executor and return at once.
-  Q_INVOKABLE void beginStart();
-  Q_INVOKABLE void beginStop();
-  Q_INVOKABLE void beginToggle();
-  Q_INVOKABLE void beginBootstrap();
-  Q_INVOKABLE void beginSignIn();
-  Q_INVOKABLE void beginTopUp(const QString& pack);
-  Q_INVOKABLE void beginSignOut();
 
  Q_SIGNALS:
   void tabChanged();
   void phaseChanged();
   void meChanged();
   void secondsLeftChanged();
+  void balanceTextChanged();
   void appsChanged();
   void outputIsBuiltInSpeakerChanged();
   void sourceLineChanged();
@@ -155,7 +158,6 @@ class AppState final : public QObject, public std::enable_shared_from_this<AppSt
   void canSwapDirectionChanged();
 
  private:
-  using Self = std::shared_ptr<AppState>;
   using Changed = void (AppState::*)();
 
   AppState(platform::Platform& platform, Windows windows);
@@ -168,21 +170,38 @@ class AppState final : public QObject, public std::enable_shared_from_this<AppSt
     Q_EMIT(this->*changed)();
   }
 
-  // The run (AppState.cpp).
-  Task<void> start(Self self);
-  Task<void> stop(Self self);
+  void begin(std::string name, Task<void> operation) {
+    spawn(platform_.mainExecutor, std::move(name), shared_from_this(), std::move(operation));
+  }
+
+  // The run (AppState+Run.cpp). The steps of `start`; each sets the phase when it fails.
   void abandonRun();
+  void enterStarting();
+  bool checkBalance();
+  Task<std::optional<std::string>> tokenFor(std::uint64_t run); // nothing if the run is over
+  Task<bool> mayCapture(std::uint64_t run);                     // false if the run is over
+  void startDubPlayer();
+  std::optional<AsyncStream<SampleBlock>> startCapture();
+  Task<void> startSession(std::uint64_t run, std::string token, AsyncStream<SampleBlock> samples);
   AudioCaptureBackend::OnSamples sampleCallback(AsyncStream<SampleBlock>::Writer writer);
   std::unique_ptr<AudioCaptureBackend> makeBackend();
   Task<bool> ensureMicrophoneAccess();
   [[nodiscard]] QString describeCaptureFailure(const std::exception& error) const;
   [[nodiscard]] QString friendly(const QString& message, const std::string& code) const;
-  void setPhase(Phase phase);
-  void setSecondsLeft(double seconds) { assign(secondsLeft_, seconds, &AppState::secondsLeftChanged); }
+  static Task<void> pump(std::shared_ptr<TranslateSession> session, AsyncStream<SampleBlock> samples);
+
+  // Fields (AppState.cpp). `why` is for the trace alone.
+  void setPhase(Phase phase, std::string_view why);
+  void fail(QString message, std::string_view why) { setPhase(Phase::failed(std::move(message)), why); }
+  void setSecondsLeft(double seconds);
+  void updateBalanceText() { assign(balanceText_, formatTime(secondsLeft_), &AppState::balanceTextChanged); }
   void setSourceLine(QString line) { assign(sourceLine_, std::move(line), &AppState::sourceLineChanged); }
   void setCurrent(QString line, QString stash) {
     assign(currentLine_, std::move(line), &AppState::currentLineChanged);
     assign(currentStash_, std::move(stash), &AppState::currentStashChanged);
+  }
+  void setPreviousLine(QString line) {
+    assign(previousLine_, std::move(line), &AppState::previousLineChanged);
   }
   void setOverlayStatus(QString status) {
     assign(overlayStatus_, std::move(status), &AppState::overlayStatusChanged);
@@ -191,8 +210,6 @@ class AppState final : public QObject, public std::enable_shared_from_this<AppSt
   [[nodiscard]] Strings strings() const { return settings_->strings(); }
   [[nodiscard]] QString listening() const { return strings().pick("正在聆听…", "Listening…"); }
   void log(const QString& message) const;
-
-  static Task<void> pump(std::shared_ptr<TranslateSession> session, AsyncStream<SampleBlock> samples);
 
   // Events and captions (AppState+Events.cpp).
   static Task<void> deliver(std::weak_ptr<AppState> model, AsyncStream<TranslateSession::Event> events);
@@ -203,21 +220,19 @@ class AppState final : public QObject, public std::enable_shared_from_this<AppSt
   void noteSamples(const SampleBlock& samples);
   void startWatchdog();
   static Task<void> watch(std::weak_ptr<AppState> model, Clock& clock);
-  void look();
+  void reportSilence();
   void restartIdleTimer();
+  void stopIdleTimer();
   static Task<void> clearWhenIdle(std::weak_ptr<AppState> model, Clock& clock);
 
   // The account (AppState+Account.cpp).
-  Task<void> bootstrap(Self self);
-  Task<void> refreshAccount(Self self);
-  Task<void> signIn(Self self);
-  Task<void> openTopUp(Self self, std::string pack);
-  Task<void> signOut(Self self);
   Task<void> pollForAccountChange();
   void listenForOutputChanges();
-  bool openInBrowser(const std::string& address); // false if it is no address
-  Task<std::string> currentToken();
-  // The code of the interface language that the service understands.
+  bool openInBrowser(const std::string& address); // false if the text is no address
+  Task<std::string> currentToken();               // throws what the signup throws
+  void forgetToken();
+  void reportAccountFailure(const std::exception& error);
+  // The interface language as the service knows it.
   [[nodiscard]] std::string languageCode() const { return strings().zh ? "zh" : "en"; }
   [[nodiscard]] platform::URL serverURL() const;
   [[nodiscard]] API api() const;
@@ -231,6 +246,7 @@ class AppState final : public QObject, public std::enable_shared_from_this<AppSt
   Phase phase_;
   std::optional<API::Me> me_;
   double secondsLeft_ = 0;
+  QString balanceText_;
   std::vector<AudioApp> apps_;
   bool outputIsBuiltInSpeaker_ = false;
   QString sourceLine_;
@@ -249,10 +265,11 @@ class AppState final : public QObject, public std::enable_shared_from_this<AppSt
   TaskHandle eventTask_;
   TaskHandle idleTask_;
   TaskHandle watchdogTask_;
+  Duration idleDeadline_{}; // on the clock of Clock::uptime
   WallTime lastCallback_ = distantPast;
   WallTime lastNonSilent_ = distantPast;
   WallTime captureStartedAt_ = distantPast;
-  // Raised by every start and stop, so that a start which waited can tell that it was overtaken.
+  // Every start and stop raises it, so that an operation that waited can tell that another overtook it.
   std::uint64_t runNumber_ = 0;
 };
 

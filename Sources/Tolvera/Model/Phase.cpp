@@ -4,8 +4,12 @@
 
 namespace tolvera {
 
+const char* Phase::kindName() const {
+  return QMetaEnum::fromType<Kind>().valueToKey(static_cast<int>(kind_));
+}
+
 QString Phase::description() const {
-  const auto name = QString::fromLatin1(QMetaEnum::fromType<Kind>().valueToKey(static_cast<int>(kind_)));
+  const auto name = QString::fromLatin1(kindName());
   return kind_ == Kind::failed ? name + QStringLiteral("(") + message_ + QStringLiteral(")") : name;
 }
 

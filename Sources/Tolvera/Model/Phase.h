@@ -28,11 +28,12 @@ class Phase {
 
   [[nodiscard]] Kind kind() const { return kind_; }
   [[nodiscard]] bool is(Kind kind) const { return kind_ == kind; }
-  // What the user reads; empty unless failed.
+  // The text that the user reads; empty unless the kind is `failed`.
   [[nodiscard]] const QString& message() const { return message_; }
   // True while a run is on: starting, connecting, live or reconnecting.
   [[nodiscard]] bool isActive() const { return kind_ != Kind::idle && kind_ != Kind::failed; }
-  // The kind's name, and a failure's message behind it.
+  [[nodiscard]] const char* kindName() const;
+  // The kind's name, followed by a failure's message.
   [[nodiscard]] QString description() const;
 
   bool operator==(const Phase&) const = default;

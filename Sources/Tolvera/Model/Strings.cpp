@@ -1,5 +1,7 @@
 #include "Tolvera/Model/Strings.h"
 
+#include <algorithm>
+
 namespace tolvera {
 
 namespace {
@@ -25,9 +27,8 @@ QString storedText(UILanguage language) {
 }
 
 UILanguage uiLanguageFromText(const QString& text) {
-  if (text == "chinese") return UILanguage::chinese;
-  if (text == "english") return UILanguage::english;
-  return UILanguage::system;
+  const auto* const found = std::ranges::find(allUILanguages, text, storedText);
+  return found == allUILanguages.end() ? UILanguage::system : *found;
 }
 
 Strings Strings::forSetting(UILanguage language, const platform::Locale& locale) {

@@ -84,10 +84,7 @@ RowLayout {
     CopyableText {
         visible: CaptionViewRules.showsBalance(row.app.secondsLeft)
         strings: row.strings
-        text: {
-            row.strings; // the text is in the language of the moment it is asked for
-            return row.app.formatTime(row.app.secondsLeft);
-        }
+        text: row.app.balanceText
         color: CaptionViewRules.balanceColor(row.app.secondsLeft)
         selectionColor: "#6679a7ff"
         font.pixelSize: 12

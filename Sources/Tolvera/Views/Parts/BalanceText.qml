@@ -5,10 +5,7 @@ import Tolvera.Views
 SelectableText {
     required property AppState app
 
-    text: {
-        app.settings.strings; // the text is in the language of the moment it is asked for
-        return app.formatTime(app.secondsLeft);
-    }
+    text: app.balanceText
     color: Theme.primary
     font.pixelSize: Theme.body
     equalDigits: true
