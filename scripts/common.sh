@@ -34,9 +34,6 @@ build() {
   cmake --build --preset "$preset" ${1:+--target "$@"} -- --quiet
 }
 
-# port_answers PORT: whether something listens there on loopback.
-port_answers() { (exec 3<>"/dev/tcp/127.0.0.1/$1") 2>/dev/null; }
-
 # wait_for_lines FILE PATTERN COUNT SECONDS [PID]: waits until the file has COUNT matching lines; fails at
 # the deadline or when the process is gone.
 wait_for_lines() {
