@@ -13,7 +13,8 @@ LAYERS = {
     "Async": ((), f"{WINDOWS}|{TECHNOLOGIES}"),
     "Platform": (("Async",), f"{WINDOWS}|{TECHNOLOGIES}"),
     "Platform/Linux/Network": (("Async", "Platform"), f"{WINDOWS}|pipewire|gio/"),
-    "Platform/Linux/Sound": (("Async", "Platform"), f"{WINDOWS}|boost/beast|openssl|gio/"),
+    "Platform/Linux/Sound/Graph": (("Async", "Platform"), f"{WINDOWS}|boost/beast|openssl|gio/|soxr"),
+    "Platform/Linux/Sound": (("Async", "Platform", "Platform/Linux/Sound/Graph"), f"{WINDOWS}|boost/beast|openssl|gio/"),
     "Platform/Linux/Desktop": (("Async", "Platform"), f"{WINDOWS}|pipewire|boost/beast"),
     "Platform/Linux": (
         ("Async", "Platform", "Platform/Linux/Network", "Platform/Linux/Sound", "Platform/Linux/Desktop"),

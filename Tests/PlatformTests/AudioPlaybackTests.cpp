@@ -1,4 +1,4 @@
-#include "Platform/Linux/Sound/PipeWireOutputs.h"
+#include "Platform/Linux/Sound/Graph/PipeWireOutputs.h"
 #include "PlatformTests/AudioGraphFixture.h"
 #include "TolveraCore/AudioRoute.h"
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Platform/AudioHardware.h"
-#include "Platform/Linux/Sound/PipeWireConnection.h"
+#include "Platform/Linux/Sound/Graph/PipeWireConnection.h"
 
 #include <functional>
 #include <map>

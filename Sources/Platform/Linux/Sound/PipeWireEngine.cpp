@@ -1,7 +1,7 @@
 #include "Platform/Linux/Sound/PipeWireEngine.h"
 
 #include "Platform/Linux/Sound/PipeWireCapture.h"
-#include "Platform/Linux/Sound/PipeWireGraph.h"
+#include "Platform/Linux/Sound/Graph/PipeWireGraph.h"
 
 namespace tolvera::adapters {
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Platform/Linux/Sound/PipeWireGraph.h"
+#include "Platform/Linux/Sound/Graph/PipeWireGraph.h"
 
 #include <cstdint>
 #include <memory>

@@ -2,7 +2,7 @@
 
 #include "Platform/Audio.h"
 #include "Platform/AudioHardware.h"
-#include "Platform/Linux/Sound/PipeWireGraph.h"
+#include "Platform/Linux/Sound/Graph/PipeWireGraph.h"
 #include "Platform/Linux/Sound/PipeWireWorker.h"
 
 #include <atomic>

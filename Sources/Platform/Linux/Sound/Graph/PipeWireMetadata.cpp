@@ -1,4 +1,4 @@
-#include "Platform/Linux/Sound/PipeWireMetadata.h"
+#include "Platform/Linux/Sound/Graph/PipeWireMetadata.h"
 
 #include <spa/utils/json.h>
 

@@ -1,4 +1,4 @@
-#include "Platform/Linux/Sound/PipeWireObjects.h"
+#include "Platform/Linux/Sound/Graph/PipeWireObjects.h"
 
 #include <cstdlib>
 #include <cstring>

@@ -1,4 +1,4 @@
-#include "Platform/Linux/Sound/PipeWireSources.h"
+#include "Platform/Linux/Sound/Graph/PipeWireSources.h"
 
 #include <spa/param/audio/format-utils.h>
 #include <spa/pod/iter.h>

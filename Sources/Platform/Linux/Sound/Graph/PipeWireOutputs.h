@@ -1,8 +1,8 @@
 #pragma once
 
 #include "Platform/AudioHardware.h"
-#include "Platform/Linux/Sound/PipeWireMetadata.h"
-#include "Platform/Linux/Sound/PipeWireProcesses.h"
+#include "Platform/Linux/Sound/Graph/PipeWireMetadata.h"
+#include "Platform/Linux/Sound/Graph/PipeWireProcesses.h"
 
 #include <map>
 #include <string>

@@ -1,4 +1,4 @@
-#include "Platform/Linux/Sound/PipeWireProcesses.h"
+#include "Platform/Linux/Sound/Graph/PipeWireProcesses.h"
 
 namespace tolvera::adapters {
 

@@ -1,4 +1,4 @@
-#include "Platform/Linux/Sound/PipeWireConnection.h"
+#include "Platform/Linux/Sound/Graph/PipeWireConnection.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Platform/Linux/Sound/PipeWireHandles.h"
+#include "Platform/Linux/Sound/Graph/PipeWireHandles.h"
 
 #include <atomic>
 #include <chrono>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Platform/Linux/Sound/PipeWireConnection.h"
+#include "Platform/Linux/Sound/Graph/PipeWireConnection.h"
 
 #include <pipewire/extensions/metadata.h>
 

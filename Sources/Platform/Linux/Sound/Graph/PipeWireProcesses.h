@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Platform/AudioHardware.h"
-#include "Platform/Linux/Sound/PipeWireObjects.h"
+#include "Platform/Linux/Sound/Graph/PipeWireObjects.h"
 
 #include <atomic>
 #include <map>

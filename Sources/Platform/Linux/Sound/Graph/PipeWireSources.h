@@ -1,8 +1,8 @@
 #pragma once
 
 #include "Platform/AudioFormat.h"
-#include "Platform/Linux/Sound/PipeWireConnection.h"
-#include "Platform/Linux/Sound/PipeWireMetadata.h"
+#include "Platform/Linux/Sound/Graph/PipeWireConnection.h"
+#include "Platform/Linux/Sound/Graph/PipeWireMetadata.h"
 
 #include <map>
 #include <optional>

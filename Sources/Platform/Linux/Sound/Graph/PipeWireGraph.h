@@ -1,11 +1,11 @@
 #pragma once
 
-#include "Platform/Linux/Sound/PipeWireConnection.h"
-#include "Platform/Linux/Sound/PipeWireMetadata.h"
-#include "Platform/Linux/Sound/PipeWireObjects.h"
-#include "Platform/Linux/Sound/PipeWireOutputs.h"
-#include "Platform/Linux/Sound/PipeWireProcesses.h"
-#include "Platform/Linux/Sound/PipeWireSources.h"
+#include "Platform/Linux/Sound/Graph/PipeWireConnection.h"
+#include "Platform/Linux/Sound/Graph/PipeWireMetadata.h"
+#include "Platform/Linux/Sound/Graph/PipeWireObjects.h"
+#include "Platform/Linux/Sound/Graph/PipeWireOutputs.h"
+#include "Platform/Linux/Sound/Graph/PipeWireProcesses.h"
+#include "Platform/Linux/Sound/Graph/PipeWireSources.h"
 
 namespace tolvera::adapters {
 
