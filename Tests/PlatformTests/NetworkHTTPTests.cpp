@@ -6,27 +6,26 @@ namespace {
 
 using NetworkHTTP = NetworkTest;
 
-TEST_F(NetworkHTTP, OneExchangeCarriesMethodPathHeadersAndBodyBothWays) {
+TEST_F(NetworkHTTP, CarriesRequestWhole) {
   hosts::define("service.test", {"127.0.0.1"});
   server_.onRequest([](const auto&) { return Reply::http(200, R"({"url":"x"})"); });
   const auto address = "service.test:" + std::to_string(server_.port());
   auto request = get("http://" + address + "/livetranslate/api/checkout?lang=zh#part");
   request.method = "POST";
-  request.headers = {{"Authorization", "Bearer secret"}, {"Content-Type", "application/json"}};
+  request.headers = {{"Authorization", "Bearer secret"}};
   request.body = R"({"pack":"p1"})";
-  EXPECT_EQ(run(session_.data(request)).body, R"({"url":"x"})");
+  EXPECT_EQ(run(session_.data(request)), R"(200 {"url":"x"})");
   const auto seen = server_.requests().at(0);
   EXPECT_EQ(seen.method, "POST");
   EXPECT_EQ(seen.target, "/livetranslate/api/checkout?lang=zh");
   EXPECT_EQ(seen.headers.at("host"), address);
   EXPECT_EQ(seen.headers.at("authorization"), "Bearer secret");
-  EXPECT_EQ(seen.headers.at("content-length"), "13");
-  EXPECT_FALSE(seen.headers.at("user-agent").empty());
   EXPECT_EQ(seen.body, request.body);
 }
 
-TEST_F(NetworkHTTP, AReplyIsTakenWhateverItsStatusAndFormIfItIsWholeAndOfBoundedSize) {
+TEST_F(NetworkHTTP, TakesWholeRepliesOfAnyStatus) {
   const std::string elsewhere = "Location: " + server_.url("http", "/elsewhere") + "\r\n";
+  const std::string tooLarge = "The reply of " + where_ + " is over 8 MiB";
   const std::pair<std::string, std::string> cases[] = {
       {"HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n2\r\nsa\r\n2\r\nid\r\n0\r\n\r\n", "200 said"},
       {"HTTP/1.1 100 Continue\r\n\r\nHTTP/1.1 401 No\r\nContent-Length: 4\r\n\r\nsaid", "401 said"},
@@ -35,51 +34,39 @@ TEST_F(NetworkHTTP, AReplyIsTakenWhateverItsStatusAndFormIfItIsWholeAndOfBounded
       {"HTTP/1.1 302 Found\r\n" + elsewhere + "Content-Length: 4\r\n\r\nsaid", "302 said"},
       {"\x01\x02 garbage \xff\r\n\r\n", where_ + " did not answer in HTTP"},
       {"HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\nshort", where_ + " ended the connection"},
-      {"HTTP/1.1 200 OK\r\nContent-Length: 99999999\r\n\r\n", "The reply of " + where_ + " is over 8 MiB"},
-      {"HTTP/1.1 200 OK\r\nA: " + std::string(70'000, 'a'), "The reply of " + where_ + " is over 8 MiB"},
+      {"HTTP/1.1 200 OK\r\nContent-Length: 99999999\r\n\r\n", tooLarge},
+      {"HTTP/1.1 200 OK\r\nA: " + std::string(70'000, 'a'), tooLarge},
       {"", where_ + " ended the connection"},
   };
   for (const auto& [reply, expected] : cases) {
     server_.onRequest([&reply](const auto&) { return Reply::raw(reply); });
-    std::string outcome;
-    try {
-      const auto response = run(session_.data(get(server_.url("http"))));
-      outcome = std::to_string(*response.status) + " " + response.body;
-    } catch (const PlatformError& error) {
-      outcome = error.localizedDescription();
-    }
-    EXPECT_EQ(outcome, expected);
+    EXPECT_EQ(run(session_.data(get(server_.url("http")))), expected);
   }
-  EXPECT_EQ(server_.requests().size(), std::size(cases)); // none was followed
+  EXPECT_EQ(server_.requests().size(), std::size(cases)) << "no redirect is followed";
 }
 
-TEST_F(NetworkHTTP, AnExchangeEndsAfterItsTimeoutAndWithItsCaller) {
+TEST_F(NetworkHTTP, EndsAfterTimeoutOrWithCaller) {
   server_.onRequest([](const auto&) { return Reply::silence(); });
   auto request = get(server_.url("http", "/?token=secret"));
   request.timeout = 200ms;
-  const auto failure = failureOf(request);
-  EXPECT_EQ(failure.code(), code(TransportError::timedOut));
-  EXPECT_EQ(failure.localizedDescription(), "No answer from " + where_ + " within 0.2 s");
+  EXPECT_EQ(run(session_.data(request)), "No answer from " + where_ + " within 0.2 s");
 
-  auto caller = [](BeastURLSession& session, HTTPRequest what) -> Task<void> {
+  auto caller = [](BeastURLSession& session, platform::HTTPRequest what) -> Task<void> {
     co_await session.data(std::move(what));
   };
   const auto waiting = spawn(main_.get_executor(), "caller", caller(session_, get(server_.url("http"))));
-  ASSERT_TRUE(server_.waitFor([&] { return finished(waiting) || server_.requests().size() == 2; }));
-  EXPECT_FALSE(finished(waiting));
+  ASSERT_TRUE(server_.waitFor([&] { return server_.requests().size() == 2; }));
+  EXPECT_FALSE(waiting.finished());
   waiting.cancel();
-  EXPECT_TRUE(server_.waitFor([&] { return finished(waiting); }));
+  EXPECT_TRUE(server_.waitFor([&] { return waiting.finished(); }));
   EXPECT_TRUE(allClosed());
 }
 
-TEST_F(NetworkHTTP, ARequestThatCannotBeSentSafelyIsRefused) {
+TEST_F(NetworkHTTP, RefusesUnsafeRequests) {
   auto split = get(server_.url("http"));
   split.headers = {{"Authorization", "Bearer secret\r\nX-Other: 1"}};
-  for (const auto& request : {split, get("ftp://127.0.0.1/"), get("http:///path")}) {
-    const auto failure = failureOf(request);
-    EXPECT_EQ(failure.code(), code(TransportError::badRequest));
-    EXPECT_EQ(failure.localizedDescription().find("secret"), std::string::npos);
-  }
+  EXPECT_EQ(run(session_.data(split)), "A header of the request cannot be sent");
+  EXPECT_EQ(run(session_.data(get("http:///path"))), "The address names no host");
   EXPECT_EQ(server_.acceptedCount(), 0U);
 }
 

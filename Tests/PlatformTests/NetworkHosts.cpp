@@ -6,51 +6,39 @@
 #include <condition_variable>
 #include <map>
 #include <mutex>
-#include <set>
 
 namespace tolvera::test::hosts {
 
 namespace {
 
-struct Table {
-  std::mutex mutex;
-  std::condition_variable released;
-  std::map<std::string, std::vector<std::string>> addresses;
-  std::set<std::string> heldBack;
-};
-
-Table& table() {
-  static auto* one = new Table; // lookups may outlive the statics
-  return *one;
-}
+// Never destroyed, since lookups may outlive the statics.
+auto& mutex = *new std::mutex;
+auto& released = *new std::condition_variable;
+auto& addresses = *new std::map<std::string, std::vector<std::string>>;
+std::string heldBack;
 
 std::vector<std::string> addressesOf(const std::string& name) {
-  std::unique_lock lock(table().mutex);
-  table().released.wait(lock, [&name] { return !table().heldBack.contains(name); });
-  return table().addresses[name];
+  std::unique_lock lock(mutex);
+  released.wait(lock, [&name] { return name != heldBack; });
+  return addresses[name];
 }
 
 } // namespace
 
-void define(const std::string& name, const std::vector<std::string>& addresses) {
-  const std::scoped_lock lock(table().mutex);
-  table().addresses[name] = addresses;
+void define(const std::string& name, const std::vector<std::string>& all) {
+  const std::scoped_lock lock(mutex);
+  addresses[name] = all;
 }
 
 void holdBack(const std::string& name) {
-  const std::scoped_lock lock(table().mutex);
-  table().heldBack.insert(name);
-}
-
-void release() {
-  const std::scoped_lock lock(table().mutex);
-  table().heldBack.clear();
-  table().released.notify_all();
+  const std::scoped_lock lock(mutex);
+  heldBack = name;
+  released.notify_all();
 }
 
 } // namespace tolvera::test::hosts
 
-// The system's own turns the addresses into entries, and frees these one by one.
+// The system's own function turns the addresses into entries, and frees these one by one.
 extern "C" __attribute__((visibility("default"))) int getaddrinfo(const char* node, const char* service,
                                                                   const addrinfo*, addrinfo** result) {
   static const auto real = reinterpret_cast<decltype(&getaddrinfo)>(::dlsym(RTLD_NEXT, "getaddrinfo"));

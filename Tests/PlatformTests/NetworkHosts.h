@@ -3,13 +3,12 @@
 #include <string>
 #include <vector>
 
-// The names that this test program can look up: it stands in for the system's lookup, so nothing is asked
-// of a name server. An unknown name does not exist; numeric addresses work as ever.
+// The host names that this test program can look up. It replaces the system's lookup, so that no name server
+// is asked. A name that is not defined does not exist; numeric addresses work as usual.
 namespace tolvera::test::hosts {
 
 void define(const std::string& name, const std::vector<std::string>& addresses);
-// Lookups of `name` do not return until `release`.
+// Lookups of this one name do not return until another name, or none, is held back.
 void holdBack(const std::string& name);
-void release();
 
 } // namespace tolvera::test::hosts
