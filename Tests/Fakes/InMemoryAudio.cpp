@@ -8,31 +8,17 @@ namespace tolvera::test {
 using platform::AudioFormat;
 using platform::AudioPCMBuffer;
 
-namespace {
-
-std::string described(const AudioFormat& format) {
-  return std::to_string(static_cast<long>(format.sampleRate)) + '/' + std::to_string(format.channelCount);
-}
-
-} // namespace
-
 class InMemoryAudio::Engine final : public platform::AudioEngine, private platform::AudioInputNode {
  public:
   explicit Engine(InMemoryAudio& audio) : audio_(audio) { audio_.engines_.push_back(this); }
   ~Engine() override { std::erase(audio_.engines_, this); }
-  Engine(const Engine&) = delete;
-  Engine& operator=(const Engine&) = delete;
 
   AudioInputNode& inputNode() override { return *this; }
   void start() override {
-    audio_.calls.emplace_back("start");
     if (audio_.startFailure) throw platform::PlatformError(*audio_.startFailure);
     running_ = true;
   }
-  void stop() override {
-    audio_.calls.emplace_back("stop");
-    running_ = false;
-  }
+  void stop() override { running_ = false; }
 
   [[nodiscard]] bool tapped() const { return block_ != nullptr; }
   [[nodiscard]] bool capturing() const { return running_ && tapped(); }
@@ -47,19 +33,12 @@ class InMemoryAudio::Engine final : public platform::AudioEngine, private platfo
   }
 
  private:
-  [[nodiscard]] AudioFormat outputFormat(int /*bus*/) const override {
-    audio_.calls.emplace_back("format");
-    return audio_.inputFormat;
-  }
-  void installTap(int /*bus*/, std::uint32_t bufferSize, const AudioFormat& format, TapBlock block) override {
-    audio_.calls.push_back("tap " + std::to_string(bufferSize) + ' ' + described(format));
+  [[nodiscard]] AudioFormat outputFormat(int) const override { return audio_.inputFormat; }
+  void installTap(int, std::uint32_t, const AudioFormat& format, TapBlock block) override {
     tapFormat_ = format;
     block_ = std::move(block);
   }
-  void removeTap(int /*bus*/) override {
-    audio_.calls.emplace_back("removeTap");
-    block_ = nullptr;
-  }
+  void removeTap(int) override { block_ = nullptr; }
 
   InMemoryAudio& audio_;
   AudioFormat tapFormat_;
@@ -72,13 +51,11 @@ class InMemoryAudio::Converter final : public platform::AudioConverter {
   Converter(InMemoryAudio& audio, const AudioFormat& from, const AudioFormat& to)
       : audio_(audio), from_(from), to_(to) {
     ++audio_.converters;
+    ++audio_.convertersMade;
   }
   ~Converter() override { --audio_.converters; }
-  Converter(const Converter&) = delete;
-  Converter& operator=(const Converter&) = delete;
 
   bool convert(AudioPCMBuffer& output, const std::function<Input()>& input) override {
-    audio_.capacities.push_back(output.frameCapacity());
     output.setFrameLength(0);
     while (true) {
       const Input next = input();
@@ -107,8 +84,6 @@ class InMemoryAudio::Converter final : public platform::AudioConverter {
   double position_ = 0; // of the next output sample, in frames of the next block
 };
 
-InMemoryAudio::~InMemoryAudio() = default;
-
 bool InMemoryAudio::deliver(std::span<const float> samples) {
   bool delivered = false;
   for (Engine* engine : std::vector<Engine*>(engines_)) {
@@ -133,7 +108,6 @@ std::unique_ptr<platform::AudioEngine> InMemoryAudio::makeEngine() { return std:
 
 std::unique_ptr<platform::AudioConverter> InMemoryAudio::makeConverter(const AudioFormat& from,
                                                                        const AudioFormat& to) {
-  calls.push_back("converter " + described(from));
   if (conversion == Conversion::absent || to.channelCount != 1) return nullptr;
   return std::make_unique<Converter>(*this, from, to);
 }

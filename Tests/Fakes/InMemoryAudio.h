@@ -3,16 +3,14 @@
 #include "Platform/Audio.h"
 #include "Platform/PlatformError.h"
 
-#include <cstdint>
 #include <optional>
 #include <span>
-#include <string>
 #include <vector>
 
 namespace tolvera::test {
 
-// A sound system without sound: the test sets the input's format and delivers its blocks. Not locked: what
-// the test does while an engine runs, it does on one thread, or in an order that it knows.
+// A sound system without sound: the test sets the input's format and delivers its blocks. Not locked: while
+// an engine runs, the test uses it on one thread, or in an order that the test knows.
 class InMemoryAudio final : public platform::AudioSystem {
  public:
   enum class Conversion {
@@ -22,20 +20,11 @@ class InMemoryAudio final : public platform::AudioSystem {
     absent   // `makeConverter` gives none
   };
 
-  InMemoryAudio() = default;
-  ~InMemoryAudio() override;
-  InMemoryAudio(const InMemoryAudio&) = delete;
-  InMemoryAudio& operator=(const InMemoryAudio&) = delete;
-
   platform::AudioFormat inputFormat{48000, 1};
-  Conversion conversion = Conversion::working; // looked at on each use
+  Conversion conversion = Conversion::working; // read on each use
   std::optional<platform::PlatformError> startFailure;
-
-  // What was asked of the system, in order: "format", "converter 48000/1", "tap 2048 48000/1", "start",
-  // "removeTap", "stop".
-  std::vector<std::string> calls;
-  std::vector<std::uint32_t> capacities; // of the output of each conversion
-  int converters = 0;                    // alive
+  int converters = 0;     // alive
+  int convertersMade = 0; // ever
 
   // Hands a block to the tap of every running engine, on the calling thread; all channels are the same.
   // False if there is none.

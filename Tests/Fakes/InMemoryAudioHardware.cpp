@@ -1,24 +1,11 @@
 #include "Fakes/InMemoryAudioHardware.h"
 
 #include <algorithm>
-#include <iterator>
-#include <string_view>
-#include <variant>
+#include <stdexcept>
 
 namespace tolvera::test {
 
-using platform::AudioBuffer;
-using platform::AudioObjectID;
-using platform::AudioPropertyAddress;
-using platform::AudioPropertyValue;
-using platform::fourCharacterCode;
-using platform::IOProcID;
-using platform::noAudioObject;
-using platform::noSuchObject;
-using platform::noSuchProperty;
-using platform::OSResult;
-using platform::OSStatus;
-using platform::systemAudioObject;
+using namespace platform;
 
 namespace {
 
@@ -30,72 +17,55 @@ constexpr std::uint32_t streamFormatOfInput = fourCharacterCode("sfmt");
 
 InMemoryAudioHardware::InMemoryAudioHardware() {
   objects_[systemAudioObject] = {
-      Kind::device, {{processList, std::vector<AudioObjectID>()}, {defaultOutput, noAudioObject}}};
+      Kind::system, {{processList, std::vector<ID>()}, {defaultOutput, noAudioObject}}, 0, {}};
+}
+
+AudioObjectID InMemoryAudioHardware::add(Object object) {
+  objects_[nextObject_] = std::move(object);
+  return nextObject_++;
 }
 
 AudioObjectID InMemoryAudioHardware::addProcess(std::int32_t pid, std::optional<std::string> bundleID,
                                                 bool playing) {
   const std::scoped_lock lock(mutex_);
-  const AudioPropertyValue bundle =
-      bundleID ? AudioPropertyValue(*std::move(bundleID)) : AudioPropertyValue();
-  const AudioObjectID object =
-      add(Kind::process, {{fourCharacterCode("ppid"), pid},
-                          {fourCharacterCode("pbid"), bundle},
-                          {fourCharacterCode("piro"), static_cast<std::uint32_t>(playing ? 1 : 0)}});
-  std::get<std::vector<AudioObjectID>>(objects_[systemAudioObject].properties[processList]).push_back(object);
+  const auto bundle = bundleID ? AudioPropertyValue(*bundleID) : AudioPropertyValue();
+  const auto object = add({Kind::process,
+                           {{fourCharacterCode("ppid"), pid},
+                            {fourCharacterCode("pbid"), bundle},
+                            {fourCharacterCode("piro"), static_cast<std::uint32_t>(playing)}},
+                           0,
+                           {}});
+  std::get<std::vector<ID>>(objects_[systemAudioObject].properties[processList]).push_back(object);
   return object;
 }
 
 AudioObjectID InMemoryAudioHardware::addOutput(std::uint32_t transport, const std::string& name) {
   const std::scoped_lock lock(mutex_);
-  const AudioObjectID device =
-      add(Kind::device, {{fourCharacterCode("tran"), transport}, {fourCharacterCode("lnam"), name}});
+  const auto device =
+      add({Kind::device, {{fourCharacterCode("tran"), transport}, {fourCharacterCode("lnam"), name}}, 0, {}});
   objects_[systemAudioObject].properties[defaultOutput] = device;
   return device;
 }
 
-void InMemoryAudioHardware::setProperty(AudioObjectID object, std::uint32_t selector,
+void InMemoryAudioHardware::setProperty(ID object, std::uint32_t selector,
                                         std::optional<AudioPropertyValue> value) {
   const std::scoped_lock lock(mutex_);
-  if (value)
-    objects_[object].properties[selector] = *std::move(value);
-  else
-    objects_[object].properties.erase(selector);
+  objects_[object].properties.erase(selector);
+  if (value) objects_[object].properties[selector] = *value;
 }
 
 std::size_t InMemoryAudioHardware::count(Kind kind) const {
   const std::scoped_lock lock(mutex_);
-  return static_cast<std::size_t>(std::count_if(objects_.begin(), objects_.end(), [kind](const auto& entry) {
-    return entry.first != systemAudioObject && entry.second.kind == kind;
-  }));
-}
-
-std::size_t InMemoryAudioHardware::taps() const { return count(Kind::tap); }
-
-std::size_t InMemoryAudioHardware::aggregates() const { return count(Kind::aggregate); }
-
-std::size_t InMemoryAudioHardware::ioProcs() const {
-  const std::scoped_lock lock(mutex_);
-  return procs_.size();
-}
-
-std::size_t InMemoryAudioHardware::reads() const {
-  const std::scoped_lock lock(mutex_);
-  return reads_;
+  return static_cast<std::size_t>(
+      std::ranges::count_if(objects_, [kind](const auto& entry) { return entry.second.kind == kind; }));
 }
 
 bool InMemoryAudioHardware::deliver(std::span<const AudioBuffer> inputs) {
-  std::vector<std::shared_ptr<Proc>> procs;
-  {
-    const std::scoped_lock lock(mutex_);
-    std::transform(procs_.begin(), procs_.end(), std::back_inserter(procs),
-                   [](const auto& entry) { return entry.second; });
-  }
+  const std::scoped_lock lock(mutex_);
   bool delivered = false;
-  for (const auto& proc : procs) {
-    const std::scoped_lock running(proc->running);
-    if (!proc->started) continue;
-    proc->block(inputs);
+  for (const auto& [id, object] : objects_) {
+    if (!object.started) continue;
+    object.block(inputs);
     delivered = true;
   }
   return delivered;
@@ -106,140 +76,83 @@ bool InMemoryAudioHardware::deliver(const std::vector<float>& samples) {
   return deliver(std::span(&buffer, 1));
 }
 
-AudioObjectID InMemoryAudioHardware::processObject(std::optional<std::int32_t> pid) const {
-  if (!pid) return noAudioObject;
-  const auto found = std::find_if(objects_.begin(), objects_.end(), [pid](const auto& entry) {
-    const auto value = entry.second.properties.find(fourCharacterCode("ppid"));
-    return value != entry.second.properties.end() && value->second == AudioPropertyValue(*pid);
-  });
-  return found == objects_.end() ? noAudioObject : found->first;
-}
-
-OSResult<AudioPropertyValue> InMemoryAudioHardware::property(AudioObjectID object,
+OSResult<AudioPropertyValue> InMemoryAudioHardware::property(ID object,
                                                              const AudioPropertyAddress& address) const {
   const std::scoped_lock lock(mutex_);
-  ++reads_;
-  if (const auto failure = readFailures.find(address.selector); failure != readFailures.end()) {
+  if (const auto failure = readFailures.find(address.selector); failure != readFailures.end())
     return {failure->second, {}};
-  }
   if (object == systemAudioObject && address.selector == fourCharacterCode("id2p")) {
-    return {0, processObject(address.qualifier)};
+    for (const auto& [id, candidate] : objects_) {
+      const auto pid = candidate.properties.find(fourCharacterCode("ppid"));
+      if (pid != candidate.properties.end() && pid->second == AudioPropertyValue(*address.qualifier))
+        return {0, id};
+    }
+    return {0, noAudioObject};
   }
   const auto found = objects_.find(object);
   if (found == objects_.end()) return {noSuchObject, {}};
   const std::uint32_t scope = fourCharacterCode(address.selector == streamFormatOfInput ? "inpt" : "glob");
   const auto value = found->second.properties.find(address.selector);
-  const bool known = address.scope == scope && value != found->second.properties.end();
-  return known ? OSResult<AudioPropertyValue>{0, value->second}
-               : OSResult<AudioPropertyValue>{noSuchProperty, {}};
+  if (address.scope != scope || value == found->second.properties.end()) return {noSuchProperty, {}};
+  return {0, value->second};
 }
 
-std::optional<OSStatus> InMemoryAudioHardware::begin(const char* call) {
-  calls.emplace_back(call);
-  const auto failure = failures.find(std::string_view(call));
-  return failure == failures.end() ? std::nullopt : std::optional(failure->second);
+OSStatus InMemoryAudioHardware::statusOf(const char* operation) const {
+  const auto failure = failures.find(operation);
+  return failure == failures.end() ? 0 : failure->second;
 }
 
-AudioObjectID InMemoryAudioHardware::add(Kind kind, std::map<std::uint32_t, AudioPropertyValue> properties) {
-  const AudioObjectID object = nextObject_++;
-  objects_[object] = {kind, std::move(properties)};
-  return object;
-}
-
-OSStatus InMemoryAudioHardware::destroy(AudioObjectID object, Kind kind) {
-  const auto found = objects_.find(object);
-  if (found == objects_.end() || found->second.kind != kind) return noSuchObject;
-  objects_.erase(found);
-  return 0;
-}
-
-OSResult<AudioObjectID> InMemoryAudioHardware::createProcessTap(const platform::TapDescription& description) {
+OSResult<AudioObjectID> InMemoryAudioHardware::createProcessTap(const TapDescription& description) {
   const std::scoped_lock lock(mutex_);
   lastTap = description;
-  if (const auto failure = begin("createProcessTap")) return {*failure, noAudioObject};
-  return {0, add(Kind::tap, {{fourCharacterCode("tuid"), description.uuid}})};
-}
-
-OSStatus InMemoryAudioHardware::destroyProcessTap(AudioObjectID tap) {
-  const std::scoped_lock lock(mutex_);
-  const auto failure = begin("destroyProcessTap");
-  const OSStatus status = destroy(tap, Kind::tap);
-  return failure.value_or(status);
+  if (const auto failure = statusOf("createProcessTap")) return {failure, noAudioObject};
+  return {0, add({Kind::tap, {{fourCharacterCode("tuid"), description.uuid}}, 0, {}})};
 }
 
 OSResult<AudioObjectID>
-InMemoryAudioHardware::createAggregateDevice(const platform::AggregateDescription& description) {
+InMemoryAudioHardware::createAggregateDevice(const AggregateDescription& description) {
   const std::scoped_lock lock(mutex_);
   lastAggregate = description;
-  if (const auto failure = begin("createAggregateDevice")) return {*failure, noAudioObject};
-  return {0, add(Kind::aggregate, {{streamFormatOfInput, streamFormat}})};
+  if (const auto failure = statusOf("createAggregateDevice")) return {failure, noAudioObject};
+  const auto tap = std::ranges::find_if(objects_, [&description](const auto& entry) {
+    const auto uid = entry.second.properties.find(fourCharacterCode("tuid"));
+    return uid != entry.second.properties.end() &&
+           uid->second == AudioPropertyValue(description.taps.at(0).uid);
+  });
+  if (tap == objects_.end()) return {noSuchObject, noAudioObject};
+  return {0, add({Kind::aggregate, {{streamFormatOfInput, streamFormat}}, tap->first, {}})};
 }
 
-OSStatus InMemoryAudioHardware::destroyAggregateDevice(AudioObjectID device) {
+OSResult<IOProcID> InMemoryAudioHardware::createIOProc(ID device, IOBlock block) {
   const std::scoped_lock lock(mutex_);
-  const auto failure = begin("destroyAggregateDevice");
-  const OSStatus status = destroy(device, Kind::aggregate);
-  return failure.value_or(status);
+  if (const auto failure = statusOf("createIOProc")) return {failure, 0};
+  return {0, add({Kind::ioProc, {}, device, std::move(block)})};
 }
 
-OSResult<IOProcID> InMemoryAudioHardware::createIOProc(AudioObjectID device, platform::IOBlock block) {
+OSStatus InMemoryAudioHardware::run(const char* operation, ID device, IOProcID proc) {
   const std::scoped_lock lock(mutex_);
-  if (const auto failure = begin("createIOProc")) return {*failure, 0};
-  if (!objects_.contains(device)) return {noSuchObject, 0};
-  auto proc = std::make_shared<Proc>();
-  proc->device = device;
-  proc->block = std::move(block);
-  procs_[nextProc_] = std::move(proc);
-  return {0, nextProc_++};
+  auto& object = objects_.at(static_cast<ID>(proc));
+  if (object.on != device) return noSuchObject;
+  const auto failure = statusOf(operation);
+  const bool isStart = operation == std::string("startDevice");
+  if (!isStart || failure == 0) object.started = isStart;
+  return failure;
 }
 
-std::shared_ptr<InMemoryAudioHardware::Proc> InMemoryAudioHardware::find(AudioObjectID device,
-                                                                         IOProcID proc) const {
-  const auto found = procs_.find(proc);
-  return found == procs_.end() || found->second->device != device ? nullptr : found->second;
+OSStatus InMemoryAudioHardware::destroyIOProc(ID device, IOProcID proc) {
+  const auto id = static_cast<ID>(proc);
+  const std::scoped_lock lock(mutex_);
+  if (objects_.at(id).on != device || objects_.at(id).started) throw std::logic_error("the device runs");
+  return destroy("destroyIOProc", id);
 }
 
-OSStatus InMemoryAudioHardware::startDevice(AudioObjectID device, IOProcID proc) {
-  std::shared_ptr<Proc> found;
-  {
-    const std::scoped_lock lock(mutex_);
-    if (const auto failure = begin("startDevice")) return *failure;
-    found = find(device, proc);
-  }
-  if (!found) return noSuchObject;
-  const std::scoped_lock running(found->running);
-  found->started = true;
-  return 0;
-}
-
-OSStatus InMemoryAudioHardware::stopDevice(AudioObjectID device, IOProcID proc) {
-  std::shared_ptr<Proc> found;
-  std::optional<OSStatus> failure;
-  {
-    const std::scoped_lock lock(mutex_);
-    failure = begin("stopDevice");
-    found = find(device, proc);
-  }
-  if (!found) return noSuchObject;
-  const std::scoped_lock running(found->running); // not with the other lock: an IO block may read properties
-  found->started = false;
-  return failure.value_or(0);
-}
-
-OSStatus InMemoryAudioHardware::destroyIOProc(AudioObjectID device, IOProcID proc) {
-  std::shared_ptr<Proc> found;
-  std::optional<OSStatus> failure;
-  {
-    const std::scoped_lock lock(mutex_);
-    failure = begin("destroyIOProc");
-    found = find(device, proc);
-    if (found) procs_.erase(proc);
-  }
-  if (!found) return noSuchObject;
-  const std::scoped_lock running(found->running);
-  found->started = false;
-  found->block = nullptr;
-  return failure.value_or(0);
+// The object is gone even if a failure is reported.
+OSStatus InMemoryAudioHardware::destroy(const char* operation, ID object) {
+  const std::scoped_lock lock(mutex_);
+  if (std::ranges::any_of(objects_, [object](const auto& entry) { return entry.second.on == object; }))
+    throw std::logic_error("another object still uses it");
+  if (objects_.erase(object) == 0) throw std::logic_error("it was destroyed before");
+  return statusOf(operation);
 }
 
 } // namespace tolvera::test

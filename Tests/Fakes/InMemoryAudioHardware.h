@@ -2,59 +2,46 @@
 
 #include "Platform/AudioHardware.h"
 
-#include <cstddef>
-#include <cstdint>
-#include <functional>
-#include <initializer_list>
 #include <map>
-#include <memory>
 #include <mutex>
 #include <optional>
-#include <span>
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace tolvera::test {
 
-// A sound server in memory: the test adds processes and outputs, breaks what it likes, and delivers sound
-// to the IO blocks. The fields are the test's own thread's; the rest may come from any.
+// A sound server in memory: the test adds processes and outputs, makes operations fail, and delivers sound to
+// the IO blocks. It throws if objects are released in the wrong order. The fields belong to the test's
+// thread; the rest may be called from any.
 class InMemoryAudioHardware final : public platform::AudioHardware {
+  using ID = platform::AudioObjectID;
+  using Status = platform::OSStatus;
+
  public:
   InMemoryAudioHardware();
 
   std::int32_t ownPID = 4242;
   // What aggregate devices deliver.
-  platform::AudioStreamBasicDescription streamFormat{.sampleRate = 48'000,
-                                                     .formatFlags =
-                                                         platform::AudioStreamBasicDescription::isFloat,
-                                                     .bitsPerChannel = 32,
-                                                     .channelsPerFrame = 2};
+  platform::AudioStreamBasicDescription streamFormat{48'000, platform::AudioStreamBasicDescription::isFloat,
+                                                     32, 2};
   // Status of the operations that fail, by name ("createProcessTap", "startDevice", ...), and of the reads
   // that fail, by selector.
-  std::map<std::string, platform::OSStatus, std::less<>> failures;
-  std::map<std::uint32_t, platform::OSStatus> readFailures;
-
-  // What was asked for, in order: "createProcessTap", "createAggregateDevice", "createIOProc", "startDevice",
-  // "stopDevice", "destroyIOProc", "destroyAggregateDevice", "destroyProcessTap".
-  std::vector<std::string> calls;
+  std::map<std::string, Status> failures;
+  std::map<std::uint32_t, Status> readFailures;
   std::optional<platform::TapDescription> lastTap;
   std::optional<platform::AggregateDescription> lastAggregate;
 
   // A process that plays or not. Without a bundle identifier, the property is there and holds nothing.
-  platform::AudioObjectID addProcess(std::int32_t pid, std::optional<std::string> bundleID = std::nullopt,
-                                     bool playing = false);
+  ID addProcess(std::int32_t pid, std::optional<std::string> bundleID = std::nullopt, bool playing = false);
   // A device, which becomes the default output.
-  platform::AudioObjectID addOutput(std::uint32_t transport, const std::string& name);
-  // Any property of an object; nothing takes the property away.
-  void setProperty(platform::AudioObjectID object, std::uint32_t selector,
-                   std::optional<platform::AudioPropertyValue> value);
+  ID addOutput(std::uint32_t transport, const std::string& name);
+  // Any property of an object; an absent value takes the property away.
+  void setProperty(ID object, std::uint32_t selector, std::optional<platform::AudioPropertyValue> value);
 
   // Objects and IO procedures made and not destroyed.
-  [[nodiscard]] std::size_t taps() const;
-  [[nodiscard]] std::size_t aggregates() const;
-  [[nodiscard]] std::size_t ioProcs() const;
-  [[nodiscard]] std::size_t reads() const;
+  [[nodiscard]] std::size_t taps() const { return count(Kind::tap); }
+  [[nodiscard]] std::size_t aggregates() const { return count(Kind::aggregate); }
+  [[nodiscard]] std::size_t ioProcs() const { return count(Kind::ioProc); }
 
   // Runs the block of every started IO procedure on the calling thread. False if none was.
   bool deliver(std::span<const platform::AudioBuffer> inputs);
@@ -63,47 +50,37 @@ class InMemoryAudioHardware final : public platform::AudioHardware {
 
   [[nodiscard]] std::int32_t processIdentifier() const override { return ownPID; }
   [[nodiscard]] platform::OSResult<platform::AudioPropertyValue>
-  property(platform::AudioObjectID object, const platform::AudioPropertyAddress& address) const override;
-  platform::OSResult<platform::AudioObjectID>
-  createProcessTap(const platform::TapDescription& description) override;
-  platform::OSStatus destroyProcessTap(platform::AudioObjectID tap) override;
-  platform::OSResult<platform::AudioObjectID>
-  createAggregateDevice(const platform::AggregateDescription& description) override;
-  platform::OSStatus destroyAggregateDevice(platform::AudioObjectID device) override;
-  platform::OSResult<platform::IOProcID> createIOProc(platform::AudioObjectID device,
-                                                      platform::IOBlock block) override;
-  platform::OSStatus startDevice(platform::AudioObjectID device, platform::IOProcID proc) override;
-  platform::OSStatus stopDevice(platform::AudioObjectID device, platform::IOProcID proc) override;
-  platform::OSStatus destroyIOProc(platform::AudioObjectID device, platform::IOProcID proc) override;
+  property(ID object, const platform::AudioPropertyAddress& address) const override;
+  platform::OSResult<ID> createProcessTap(const platform::TapDescription& description) override;
+  Status destroyProcessTap(ID tap) override { return destroy("destroyProcessTap", tap); }
+  platform::OSResult<ID> createAggregateDevice(const platform::AggregateDescription& description) override;
+  Status destroyAggregateDevice(ID device) override { return destroy("destroyAggregateDevice", device); }
+  platform::OSResult<platform::IOProcID> createIOProc(ID device, platform::IOBlock block) override;
+  Status startDevice(ID device, platform::IOProcID proc) override { return run("startDevice", device, proc); }
+  Status stopDevice(ID device, platform::IOProcID proc) override { return run("stopDevice", device, proc); }
+  Status destroyIOProc(ID device, platform::IOProcID proc) override;
 
  private:
-  enum class Kind { process, device, tap, aggregate };
+  enum class Kind { system, process, device, tap, aggregate, ioProc };
+  using Properties = std::map<std::uint32_t, platform::AudioPropertyValue>;
   struct Object {
     Kind kind = Kind::process;
-    std::map<std::uint32_t, platform::AudioPropertyValue> properties;
-  };
-  // `running` is held while the block runs, so that a stop waits for it.
-  struct Proc {
-    platform::AudioObjectID device = platform::noAudioObject;
+    Properties properties;
+    ID on = platform::noAudioObject; // the tap of an aggregate, the aggregate of an IO procedure
     platform::IOBlock block;
-    std::mutex running;
     bool started = false;
   };
 
-  [[nodiscard]] std::optional<platform::OSStatus> begin(const char* call);
+  [[nodiscard]] Status statusOf(const char* operation) const;
   [[nodiscard]] std::size_t count(Kind kind) const;
-  [[nodiscard]] platform::AudioObjectID add(Kind kind,
-                                            std::map<std::uint32_t, platform::AudioPropertyValue> properties);
-  platform::OSStatus destroy(platform::AudioObjectID object, Kind kind);
-  [[nodiscard]] std::shared_ptr<Proc> find(platform::AudioObjectID device, platform::IOProcID proc) const;
-  [[nodiscard]] platform::AudioObjectID processObject(std::optional<std::int32_t> pid) const;
+  ID add(Object object);
+  Status destroy(const char* operation, ID object);
+  Status run(const char* operation, ID device, platform::IOProcID proc);
 
-  mutable std::mutex mutex_; // of all below
-  std::map<platform::AudioObjectID, Object> objects_;
-  std::map<platform::IOProcID, std::shared_ptr<Proc>> procs_;
-  platform::AudioObjectID nextObject_ = 100;
-  platform::IOProcID nextProc_ = 0; // 0 is an identifier like any other
-  mutable std::size_t reads_ = 0;
+  // Held while a block runs, so that a stop waits for it; the block may read properties.
+  mutable std::recursive_mutex mutex_;
+  std::map<ID, Object> objects_;
+  ID nextObject_ = 100;
 };
 
 } // namespace tolvera::test

@@ -4,42 +4,75 @@
 #include "Platform/PlatformError.h"
 
 #include <atomic>
-#include <memory>
 #include <optional>
-#include <string>
+#include <utility>
 #include <vector>
 
 namespace tolvera::test {
 
-// An output without sound: what would be heard gathers in `queued`. For one engine with one node at a time;
-// it outlives them. One thread, but for the volume.
+// An output without sound, for one engine with one node at a time; it outlives them. One thread, but for the
+// volume.
 class InMemoryPlayback final : public platform::AudioPlayback {
  public:
-  std::optional<platform::PlatformError> startFailure; // looked at on each start
-
-  // What was asked of the system, in order: "attach", "connect 24000/1", "start", "play", "schedule 480",
-  // "stopNode", "stopEngine", "detach".
-  std::vector<std::string> calls;
-  std::vector<float> queued;    // all that was scheduled where it would be heard, less what a stop dropped
+  std::optional<platform::PlatformError> startFailure; // read on each start
+  std::vector<float> queued;    // what was scheduled where it would be heard, less what a stop dropped
+  double sampleRate = 0;        // of the connection
   std::atomic<float> volume{1}; // of the node
 
   // An engine runs with a node that plays.
   [[nodiscard]] bool playing() const { return engineRuns_ && nodePlays_ && nodeConnected_; }
   [[nodiscard]] int engines() const { return engines_; } // alive
-  [[nodiscard]] int nodes() const { return nodes_; }
 
-  std::unique_ptr<platform::AudioOutputEngine> makeOutputEngine() override;
-  std::unique_ptr<platform::AudioPlayerNode> makePlayerNode() override;
+  std::unique_ptr<platform::AudioOutputEngine> makeOutputEngine() override {
+    return std::make_unique<Engine>(*this);
+  }
+  std::unique_ptr<platform::AudioPlayerNode> makePlayerNode() override {
+    return std::make_unique<Node>(*this);
+  }
 
  private:
-  class Engine;
-  class Node;
+  struct Engine final : platform::AudioOutputEngine {
+    explicit Engine(InMemoryPlayback& playback) : system(playback) { ++system.engines_; }
+    ~Engine() override {
+      system.engineRuns_ = false;
+      --system.engines_;
+    }
+    void attach(platform::AudioPlayerNode&) override {}
+    void connectToMainMixer(platform::AudioPlayerNode&, const platform::AudioFormat& format) override {
+      system.sampleRate = format.sampleRate;
+      system.nodeConnected_ = true;
+    }
+    void detach(platform::AudioPlayerNode&) override { system.nodeConnected_ = system.nodePlays_ = false; }
+    void start() override {
+      if (system.startFailure) throw platform::PlatformError(*system.startFailure);
+      system.engineRuns_ = true;
+    }
+    void stop() override { system.engineRuns_ = false; }
+
+    InMemoryPlayback& system;
+  };
+  struct Node final : platform::AudioPlayerNode {
+    explicit Node(InMemoryPlayback& playback) : system(playback) {}
+    void play() override { system.nodePlays_ = true; }
+    void stop() override {
+      system.nodePlays_ = false;
+      system.queued.clear();
+    }
+    void scheduleBuffer(platform::AudioPCMBuffer buffer) override {
+      const float* samples = std::as_const(buffer).channel(0);
+      if (system.playing())
+        system.queued.insert(system.queued.end(), samples, samples + buffer.frameLength());
+    }
+    [[nodiscard]] float volume() const override { return system.volume; }
+    void setVolume(float volume) override { system.volume = volume; }
+
+    InMemoryPlayback& system;
+  };
 
   bool engineRuns_ = false;
   bool nodePlays_ = false;
   bool nodeConnected_ = false;
   int engines_ = 0;
-  int nodes_ = 0;
 };
 
 } // namespace tolvera::test

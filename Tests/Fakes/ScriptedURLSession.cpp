@@ -164,7 +164,7 @@ std::shared_ptr<ScriptedConnection> ScriptedURLSession::connection() const {
   return connections_.back();
 }
 
-void ScriptedURLSession::reply(const std::string& path, int status, std::string body) {
+void ScriptedURLSession::reply(const std::string& path, std::optional<int> status, std::string body) {
   auto fixed = [](platform::HTTPResponse response) -> Task<platform::HTTPResponse> { co_return response; };
   platform::HTTPResponse response{status, std::move(body)};
   answer(path,

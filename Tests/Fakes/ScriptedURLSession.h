@@ -93,7 +93,7 @@ class ScriptedURLSession final : public platform::URLSession {
 
   // The reply to every request whose path ends in `path`, until it is scripted anew. A request without a
   // reply fails as a refused connection does.
-  void reply(const std::string& path, int status, std::string body);
+  void reply(const std::string& path, std::optional<int> status, std::string body);
   // As `reply`, with an operation that may wait, look at the request, or throw.
   void answer(const std::string& path, Answer answer);
   [[nodiscard]] std::vector<platform::HTTPRequest> requests() const;

@@ -7,8 +7,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <unordered_set>
-
 namespace tolvera {
 
 namespace {
@@ -17,7 +15,7 @@ using platform::fourCharacterCode;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-class AudioProcessesTest : public ::testing::Test {
+class AudioProcessList : public ::testing::Test {
  protected:
   [[nodiscard]] std::vector<AudioProcessInfo> list() const {
     return AudioProcesses::list(hardware, applications);
@@ -35,7 +33,7 @@ class AudioProcessesTest : public ::testing::Test {
   test::FixedLocale locale;
 };
 
-TEST_F(AudioProcessesTest, ListsTheServersProcessesInItsOrderWithWhateverCanBeReadOfThem) {
+TEST_F(AudioProcessList, ListsProcessesInOrderOfServer) {
   const auto first = hardware.addProcess(20, "org.player", true);
   const auto second = hardware.addProcess(10);
   const auto third = hardware.addProcess(30, "");
@@ -53,7 +51,7 @@ TEST_F(AudioProcessesTest, ListsTheServersProcessesInItsOrderWithWhateverCanBeRe
   EXPECT_THAT(userApps(), IsEmpty());
 }
 
-TEST_F(AudioProcessesTest, NamesAProcessByTheFirstNameThatThereIs) {
+TEST_F(AudioProcessList, NamesProcessByFirstNameFound) {
   hardware.addProcess(123, "org.player");
   applications.addRegular(123, "org.other", "Running Player");
   EXPECT_EQ(list().front().name, "Running Player");
@@ -63,7 +61,7 @@ TEST_F(AudioProcessesTest, NamesAProcessByTheFirstNameThatThereIs) {
   EXPECT_EQ(list().front().name, "Le Player");
 }
 
-TEST_F(AudioProcessesTest, AProcessThatIsARegularApplicationCountsForItWhateverItsBundleSays) {
+TEST_F(AudioProcessList, PrefersRunningApplicationToBundle) {
   applications.addRegular(10, "org.browser", "Browser");
   applications.addRegular(11, "org.player", "Player");
   const auto object = hardware.addProcess(10, "org.player.helper");
@@ -72,7 +70,7 @@ TEST_F(AudioProcessesTest, AProcessThatIsARegularApplicationCountsForItWhateverI
                                       AudioApp{"org.player", "Player", false, {bare}}));
 }
 
-TEST_F(AudioProcessesTest, AHelperBelongsToTheLongestIdentifierThatItsOwnExtendsByWholePieces) {
+TEST_F(AudioProcessList, GivesHelperToLongestIdentifier) {
   applications.addRegular(10, "org.browser", "Browser");
   applications.addRegular(11, "org.browser.beta", "Beta");
   const auto plain = hardware.addProcess(100, "org.browser.helper.renderer", true);
@@ -87,7 +85,7 @@ TEST_F(AudioProcessesTest, AHelperBelongsToTheLongestIdentifierThatItsOwnExtends
                                       AudioApp{"org.browser.beta", "Beta", false, {beta, exact}}));
 }
 
-TEST_F(AudioProcessesTest, OnlyRegularApplicationsWithAnIdentifierOwnProcesses) {
+TEST_F(AudioProcessList, IgnoresApplicationsThatAreNotRegular) {
   for (const auto policy : {platform::ActivationPolicy::accessory, platform::ActivationPolicy::prohibited}) {
     applications.running.push_back({10, policy, "org.agent", "Agent"});
   }
@@ -97,7 +95,7 @@ TEST_F(AudioProcessesTest, OnlyRegularApplicationsWithAnIdentifierOwnProcesses) 
   EXPECT_THAT(userApps(), IsEmpty());
 }
 
-TEST_F(AudioProcessesTest, ThisProgramIsNeverInTheList) {
+TEST_F(AudioProcessList, LeavesOutThisProgram) {
   applications.addRegular(hardware.ownPID, "org.self", "Self");
   hardware.addProcess(hardware.ownPID, "org.self", true);
   EXPECT_THAT(userApps(), IsEmpty());
@@ -105,17 +103,17 @@ TEST_F(AudioProcessesTest, ThisProgramIsNeverInTheList) {
   EXPECT_THAT(userApps(), ElementsAre(AudioApp{"org.self", "Self", false, {other}}));
 }
 
-TEST_F(AudioProcessesTest, SortsThoseThatPlayFirstAndThenByNameWithoutRegardToCase) {
+TEST_F(AudioProcessList, SortsPlayingFirstThenByName) {
   applications.addRegular(1, "b", "beta");
   applications.addRegular(2, "a", "Alpha");
   applications.addRegular(3, "z", "zulu");
   applications.addRegular(4, "c", "Charlie");
-  applications.addRegular(5, "same", "ALPHA"); // equal to Alpha: stays behind it, as the server has them
+  applications.addRegular(5, "same", "ALPHA"); // equal to Alpha, and after it in the server's order
   for (const std::int32_t pid : {1, 2, 3, 4, 5}) hardware.addProcess(pid, std::nullopt, pid == 3);
   EXPECT_THAT(userAppNames(), ElementsAre("zulu", "Alpha", "ALPHA", "beta", "Charlie"));
 }
 
-TEST_F(AudioProcessesTest, NamesAnApplicationByTheLastOfItsIdentifierAndLeavesOutAnEmptyName) {
+TEST_F(AudioProcessList, NamesApplicationByLastOfIdentifier) {
   applications.addRegular(1, "org.nameless", std::nullopt);
   applications.addRegular(2, "org.empty", "");
   applications.addRegular(3, "org.player", "Earlier");
@@ -123,14 +121,7 @@ TEST_F(AudioProcessesTest, NamesAnApplicationByTheLastOfItsIdentifierAndLeavesOu
   hardware.addProcess(1);
   hardware.addProcess(2);
   hardware.addProcess(50, "org.player.helper");
-  EXPECT_THAT(userAppNames(), ElementsAre("Later", "org.nameless"));
-}
-
-TEST(AudioProcessRecords, HashByAllFields) {
-  const AudioApp app{"org.player", "Player", false, {1, 2}};
-  EXPECT_EQ((std::unordered_set<AudioApp>{app, {"org.player", "Player", false, {2, 1}}, app}).size(), 2U);
-  const AudioProcessInfo process{1, 2, std::nullopt, "x", false};
-  EXPECT_EQ((std::unordered_set<AudioProcessInfo>{process, {1, 2, "", "x", false}, process}).size(), 2U);
+  EXPECT_THAT(userAppNames(), ElementsAre("Later", "org.nameless")) << "an empty name is left out";
 }
 
 } // namespace

@@ -14,20 +14,13 @@ namespace {
 
 using test::FixedLocale;
 
-TEST(Languages, HasSixtyDistinctRowsOfWhichTheFirstTwentyNineCanBeDubbed) {
+TEST(Languages, DubsFirstTwentyNineOfSixty) {
   std::unordered_set<Language> rows(Languages::all.begin(), Languages::all.end());
   EXPECT_EQ(rows.size(), 60u);
   for (std::size_t i = 0; i < Languages::all.size(); ++i)
     EXPECT_EQ(Languages::all[i].canDub, i < 29) << Languages::all[i].code;
-  EXPECT_EQ(Languages::all.front().code, "en");
   EXPECT_EQ(Languages::all[28].code, "fa");
   EXPECT_EQ(Languages::all[29].code, "yue");
-  EXPECT_EQ(Languages::all.back().englishName, "Ukrainian");
-}
-
-TEST(Languages, HasEightVoicesLabelledInBothLanguages) {
-  EXPECT_EQ(Languages::voices.front(), (Voice{"Tina", "甜甜（女）", "Tina (female)"}));
-  EXPECT_EQ(Languages::voices.back(), (Voice{"Aiden", "艾登（男·美音）", "Aiden (male, US)"}));
 }
 
 TEST(Languages, FindsOnlyExactCodes) {
@@ -40,7 +33,7 @@ TEST(Languages, FindsOnlyExactCodes) {
   EXPECT_FALSE(Languages::canDub("yue"));
 }
 
-TEST(Languages, GuessesTheTargetFromALocale) {
+TEST(Languages, GuessesTargetFromLocale) {
   const std::pair<const char*, const char*> guesses[] = {
       {"zh_Hans_CN", "zh"}, {"zh-Hans", "zh"}, {"zh_TW", "zh"},   {"zh_HK", "yue"},     {"zh_MO", "yue"},
       {"ZH-hk", "yue"},     {"yue_CN", "yue"}, {"en_GB", "en"},   {"zh_Hant_HK", "zh"}, {"nb_NO", "nb"},
@@ -52,7 +45,7 @@ TEST(Languages, GuessesTheTargetFromALocale) {
     EXPECT_EQ(Languages::guessTarget(identifier), code) << identifier;
 }
 
-TEST(Languages, AreNamedInTitleCaseOrElseInEnglishAndSortedByThatName) {
+TEST(Languages, SortsByDisplayName) {
   FixedLocale locale;
   EXPECT_EQ(Languages::find("ja")->displayName(locale, "zh-Hans"), "日语");
   EXPECT_EQ(Languages::find("zh")->displayName(locale, "en"), "Chinese");

@@ -26,7 +26,7 @@ Data bytes(std::initializer_list<int> values) {
   return data;
 }
 
-TEST(PCMChunker, HoldsBackSilenceAfterTwoSecondsAndOpensAtOnce) {
+TEST(PCMChunker, HoldsSilenceBackAfterTwoSeconds) {
   PCMChunker chunker;
   const auto silence = block(chunkSize, 0);
   for (int i = 0; i < 20; ++i) EXPECT_EQ(chunker.push(silence).size(), 1U);
@@ -41,7 +41,7 @@ TEST(PCMChunker, HoldsBackSilenceAfterTwoSecondsAndOpensAtOnce) {
   EXPECT_EQ(chunker.gatedChunks(), 6);
 }
 
-TEST(PCMChunker, CallsAChunkSilentByItsPeakMagnitudeAlone) {
+TEST(PCMChunker, JudgesSilenceByPeakMagnitude) {
   const float quietest = PCMChunker::silencePeak;
   EXPECT_EQ(std::bit_cast<std::uint32_t>(quietest), 0x38D1B717U);
   const auto gates = [](float peak) {
@@ -59,7 +59,7 @@ TEST(PCMChunker, CallsAChunkSilentByItsPeakMagnitudeAlone) {
   EXPECT_FALSE(gates(-std::numeric_limits<float>::infinity()));
 }
 
-TEST(PCMChunker, DrainsTheTailOnceWhateverTheGateSays) {
+TEST(PCMChunker, DrainsTailOnce) {
   PCMChunker chunker;
   EXPECT_FALSE(chunker.drain());
   EXPECT_EQ(chunker.push(block(30 * chunkSize + 100, 0)).size(), 20U);
@@ -74,7 +74,7 @@ TEST(PCMChunker, DrainsTheTailOnceWhateverTheGateSays) {
   EXPECT_EQ(chunker.drain(), test::plainEncode(rest));
 }
 
-TEST(PCMChunker, PutsSamplesOnTheWireAndReadsThemFromIt) {
+TEST(PCMChunker, ConvertsSamplesToWireFormat) {
   constexpr float nan = std::numeric_limits<float>::quiet_NaN();
   EXPECT_EQ(PCMChunker::encode(std::array{1.0F, -1.0F, 2.0F, -2.0F, 0.5F, -0.5F, nan}),
             bytes({0xFF, 0x7F, 0x00, 0x80, 0xFF, 0x7F, 0x00, 0x80, 0xFF, 0x3F, 0x00, 0xC0, 0xFF, 0x7F}));
@@ -82,8 +82,8 @@ TEST(PCMChunker, PutsSamplesOnTheWireAndReadsThemFromIt) {
               testing::ElementsAre(-1.0F, 32767.0F / 32768.0F));
 }
 
-// Floats of every kind, NaN and denormals and all, and those on either side of each step.
-TEST(PCMChunker, EncodesEveryKindOfFloatAsThePlainLoopDoes) {
+// Floats of every kind, NaN and denormals too, and the neighbours of each step.
+TEST(PCMChunker, EncodesLikePlainLoop) {
   std::vector<float> samples;
   for (std::uint64_t bits = 0; bits < 1ULL << 32U; bits += 9973)
     samples.push_back(std::bit_cast<float>(static_cast<std::uint32_t>(bits)));
@@ -94,13 +94,13 @@ TEST(PCMChunker, EncodesEveryKindOfFloatAsThePlainLoopDoes) {
     }
   }
   EXPECT_EQ(PCMChunker::encode(samples), test::plainEncode(samples));
-  for (std::size_t length = 0; length < 40; ++length) { // odd lengths and alignments take the loop's tail
+  for (std::size_t length = 0; length < 40; ++length) { // odd lengths reach the end of the vector loop
     const auto part = std::span(samples).subspan(1000 + length, length);
     EXPECT_EQ(PCMChunker::encode(part), test::plainEncode(part));
   }
 }
 
-TEST(PCMChunker, GivesTheSameChunksHoweverTheSoundIsCutIntoBlocks) {
+TEST(PCMChunker, GivesSameChunksHoweverSoundIsCut) {
   std::mt19937 random(1);
   std::uniform_real_distribution<float> speech(-1.2F, 1.2F);
   std::vector<float> samples;

@@ -16,7 +16,7 @@ std::string address(std::string_view base, const Session::Config& config, std::s
 
 const Session::Config plain{.target = "es", .source = "auto", .dub = false, .showSource = true, .voice = {}};
 
-TEST(SocketURL, TurnsTheSchemeAndAppendsThePathAsText) {
+TEST(SocketURL, TurnsSchemeOfBase) {
   const std::pair<const char*, const char*> addresses[] = {
       {"https://example.org/base", "wss://example.org/base/ws"},
       {"http://[::1]:8080", "ws://[::1]:8080/ws"},
@@ -27,7 +27,7 @@ TEST(SocketURL, TurnsTheSchemeAndAppendsThePathAsText) {
     EXPECT_EQ(address(base, plain), std::string(expected) + "?token=t&target=es&source=auto&dub=0&src=1");
 }
 
-TEST(SocketURL, HasTheVoiceLastAndOnlyIfThereIsOne) {
+TEST(SocketURL, PutsVoiceLast) {
   auto config = plain;
   config.dub = true;
   config.showSource = false;
@@ -37,7 +37,7 @@ TEST(SocketURL, HasTheVoiceLastAndOnlyIfThereIsOne) {
   EXPECT_THAT(address("http://h", config), testing::EndsWith("&dub=1&src=0&voice=warm"));
 }
 
-TEST(SocketURL, CarriesAnyTextThroughTheQueryWhole) {
+TEST(SocketURL, EncodesAnyTextInQuery) {
   const std::string awkward = "a+b c&d=e%20/?#\"é中\x01";
   auto config = plain;
   config.voice = awkward;
@@ -50,7 +50,7 @@ TEST(SocketURL, CarriesAnyTextThroughTheQueryWhole) {
   EXPECT_TRUE(url.encoded_fragment().empty());
 }
 
-TEST(IncomingFrame, ReadsEveryKindAndPutsADefaultForWhatIsMissingOrOfTheWrongType) {
+TEST(IncomingFrame, ReadsEveryKindWithDefaults) {
   const std::pair<const char*, Event> frames[] = {
       {R"({"type":"ready","secondsLeft":12.5,"more":[1]})", Session::Ready{12.5}},
       {R"({"type":"balance","secondsLeft":-3})", Session::Balance{-3}},
@@ -70,7 +70,7 @@ TEST(IncomingFrame, ReadsEveryKindAndPutsADefaultForWhatIsMissingOrOfTheWrongTyp
   for (const auto& [text, event] : frames) EXPECT_EQ(SessionProtocol::event(text), event) << text;
 }
 
-TEST(IncomingFrame, DropsWhatItDoesNotUnderstand) {
+TEST(IncomingFrame, IsDroppedIfNotUnderstood) {
   const std::string deep =
       R"({"type":"ready","x":)" + std::string(200'000, '[') + std::string(200'000, ']') + "}";
   for (const std::string frame :
