@@ -65,8 +65,9 @@ class URLSession {
  public:
   virtual ~URLSession() = default;
 
-  // A connection for a ws or wss URL, with no extra headers and no subprotocol, not yet begun.
-  virtual std::shared_ptr<WebSocketTask> webSocketTask(const URL& url) = 0;
+  // A connection for a ws or wss URL, with no extra headers and no subprotocol, not yet begun. It runs on
+  // `serial`, an executor that runs one thing at a time, such as the strand of its owner.
+  virtual std::shared_ptr<WebSocketTask> webSocketTask(const URL& url, const Executor& serial) = 0;
   // One HTTP exchange. Throws PlatformError if no reply could be had; a reply of any status is a result.
   virtual Task<HTTPResponse> data(HTTPRequest request) = 0;
 };

@@ -1,5 +1,6 @@
 #include "TolveraCore/TranslateSession.h"
 
+#include "Async/Log.h"
 #include "Async/On.h"
 #include "Async/Spawn.h"
 #include "TolveraCore/PCMChunker.h"
@@ -22,6 +23,10 @@ constexpr Duration firstBackoff = 500ms;
 constexpr Duration longestBackoff = 8s;
 constexpr Duration drainTime = 5s;
 constexpr std::uint16_t normalClosure = 1000;
+constexpr Duration tracePeriod = 10s;
+constexpr auto category = log::Category::session;
+
+double inSeconds(Duration duration) { return std::chrono::duration<double>(duration).count(); }
 
 // A wait whose failure only makes it shorter.
 Task<void> pause(Clock& clock, Duration duration) {
@@ -29,6 +34,12 @@ Task<void> pause(Clock& clock, Duration duration) {
     co_await clock.sleep(duration);
   } catch (const std::exception&) {
   }
+}
+
+// Holds the object whose members the task uses until the task has ended.
+template<typename T>
+Task<T> holding(std::shared_ptr<const void>, Task<T> task) {
+  co_return co_await std::move(task);
 }
 
 // Sends, and gives the description of the failure if there was one.
@@ -64,46 +75,54 @@ TranslateSession::~TranslateSession() {
   }
 }
 
-Task<AsyncStream<TranslateSession::Event>> TranslateSession::start() {
-  return shielded(strand_, begin(shared_from_this()));
+template<typename T>
+Task<T> TranslateSession::onStrand(Task<T> task) {
+  return shielded(strand_, holding(shared_from_this(), std::move(task)));
 }
 
-Task<void> TranslateSession::send(platform::Data audio) {
-  return shielded(strand_, sendChunk(shared_from_this(), std::move(audio)));
-}
+Task<AsyncStream<TranslateSession::Event>> TranslateSession::start() { return onStrand(begin()); }
 
-Task<void> TranslateSession::stop() { return shielded(strand_, sayGoodbye(shared_from_this())); }
+Task<void> TranslateSession::send(platform::Data audio) { return onStrand(sendChunk(std::move(audio))); }
 
-Task<AsyncStream<TranslateSession::Event>> TranslateSession::begin(std::shared_ptr<TranslateSession> self) {
+Task<void> TranslateSession::stop() { return onStrand(sayGoodbye()); }
+
+Task<AsyncStream<TranslateSession::Event>> TranslateSession::begin() {
   auto [writer, stream] = AsyncStream<Event>::make();
-  if (self->finished_) co_return std::move(stream); // stopped before it began: nothing will come
-  self->continuation_ = std::move(writer);
-  self->connect();
+  if (finished_) co_return std::move(stream); // it was stopped before: no event will come
+  continuation_ = std::move(writer);
+  countingSince_ = clock_.now();
+  connect();
   co_return std::move(stream);
 }
 
-Task<void> TranslateSession::sendChunk(std::shared_ptr<TranslateSession> self, platform::Data audio) {
-  if (!self->task_ || self->stopping_) co_return;
-  const auto failure = co_await attempt(self->task_, std::move(audio));
-  if (failure) co_await handleSocketFailure(self, *failure);
+Task<void> TranslateSession::sendChunk(platform::Data audio) {
+  traceChunks();
+  if (!task_ || stopping_) {
+    ++droppedChunks_;
+    co_return;
+  }
+  const auto failure = co_await attempt(task_, std::move(audio));
+  ++(failure ? droppedChunks_ : sentChunks_);
+  if (failure) co_await handleSocketFailure(weak_from_this(), *failure);
 }
 
-Task<void> TranslateSession::sayGoodbye(std::shared_ptr<TranslateSession> self) {
-  if (self->stopping_) co_return;
-  self->stopping_ = true;
-  const auto connection = self->task_;
+Task<void> TranslateSession::sayGoodbye() {
+  if (stopping_) co_return;
+  stopping_ = true;
+  const auto connection = task_;
   if (connection) {
+    log::trace(category, "says goodbye and listens for ", inSeconds(drainTime), " s");
     co_await attempt(connection, std::string(SessionProtocol::stopFrame));
-    co_await pause(self->clock_, drainTime);
+    co_await pause(clock_, drainTime);
     connection->cancel(normalClosure, "");
   }
-  self->finish();
+  finish("stopped");
 }
 
 void TranslateSession::connect() {
   if (stopping_ || finished_) return;
   deliver(reconnects_ == 0 ? Event(Connecting{}) : Event(Reconnecting{}));
-  auto connection = urlSession_.webSocketTask(SessionProtocol::socketURL(baseURL_, token_, config_));
+  auto connection = urlSession_.webSocketTask(SessionProtocol::socketURL(baseURL_, token_, config_), strand_);
   if (task_) {
     std::erase_if(replaced_, [](const auto& old) { return old.expired(); });
     replaced_.push_back(task_);
@@ -145,13 +164,17 @@ void TranslateSession::receive(const platform::WebSocketTask::Message& message) 
 void TranslateSession::handle(std::string_view text) {
   auto event = SessionProtocol::event(text);
   if (!event) return;
-  if (std::holds_alternative<Ready>(*event)) reconnects_ = 0;
+  if (const auto* ready = std::get_if<Ready>(&*event)) {
+    reconnects_ = 0;
+    log::trace(category, "ready, ", ready->secondsLeft, " s left");
+  }
   const auto* failure = std::get_if<Failed>(&*event);
   const bool fatal = failure && std::ranges::find(fatalCodes, failure->code) != fatalCodes.end();
+  const std::string why = fatal ? "the service refused to go on: " + failure->code : "";
   deliver(std::move(*event));
   if (!fatal) return;
   stopping_ = true;
-  finish();
+  finish(why);
 }
 
 Task<void> TranslateSession::handleSocketFailure(std::weak_ptr<TranslateSession> session,
@@ -159,16 +182,18 @@ Task<void> TranslateSession::handleSocketFailure(std::weak_ptr<TranslateSession>
   auto self = session.lock();
   if (!self) co_return;
   if (self->stopping_ || self->finished_) {
-    self->finish();
+    self->finish(description);
     co_return;
   }
   if (self->reconnects_ >= mostReconnects) {
     self->deliver(Failed{"连接断开：" + description, "disconnected"});
-    self->finish();
+    self->finish(description);
     co_return;
   }
   const auto backoff = std::min<Duration>(firstBackoff * (1 << self->reconnects_), longestBackoff);
   ++self->reconnects_;
+  log::trace(category, "attempt ", self->reconnects_, " of ", mostReconnects, " follows in ",
+             inSeconds(backoff), " s: ", description);
   auto& clock = self->clock_;
   self.reset();
   co_await pause(clock, backoff);
@@ -179,9 +204,22 @@ void TranslateSession::deliver(Event event) {
   if (continuation_) continuation_->yield(std::move(event));
 }
 
-void TranslateSession::finish() {
+// Once in 10 s, when a chunk comes.
+void TranslateSession::traceChunks() {
+  if (!log::isOn(category)) return;
+  const Duration passed = clock_.now() - countingSince_;
+  if (passed < tracePeriod) return;
+  log::trace(category, "chunks sent ", sentChunks_, ", dropped ", droppedChunks_, " in ", inSeconds(passed),
+             " s");
+  countingSince_ += passed;
+  sentChunks_ = droppedChunks_ = 0;
+}
+
+void TranslateSession::finish(std::string_view why) {
   if (finished_) return;
   finished_ = true;
+  log::trace(category, "ended: ", why, "; chunks sent ", sentChunks_, ", dropped ", droppedChunks_,
+             " since the last count");
   if (task_) {
     task_->cancel(normalClosure, "");
     task_.reset();

@@ -15,12 +15,13 @@
 
 namespace tolvera {
 
-// The connection to the translation service for one run: opens it, reads it, opens it again with a backoff
-// when it breaks, and says goodbye. Made by the application for a run, and not started a second time.
+// The connection to the translation service for one run. It opens the connection, reads it, opens it again
+// with a backoff when it breaks, and says goodbye. The application makes one for each run and starts it once.
 //
-// An actor: everything happens on a strand of its own. The public operations may be called from any
-// executor and resume the caller there; they run to their end even if the caller is cancelled, so that no
-// frame is left half sent. Dropping a session without `stop` closes its connections.
+// Everything happens on a strand that the session owns and that its web sockets use too. The public
+// operations may be called from any executor and resume the caller there. They run to their end even if the
+// caller is cancelled, so that no frame is left half sent. Dropping a session without `stop` closes its
+// connections.
 class TranslateSession : public std::enable_shared_from_this<TranslateSession> {
  public:
   // The run's parameters, the same on every reconnection.
@@ -44,7 +45,7 @@ class TranslateSession : public std::enable_shared_from_this<TranslateSession> {
     double secondsLeft = 0; // of the account; finite
     bool operator==(const Ready&) const = default;
   };
-  // A line as far as it is known: `text`, which stands, followed by `stash`, which may still change.
+  // A line as far as it is known: `text`, which is settled, followed by `stash`, which may still change.
   struct Caption {
     CaptionKind kind = CaptionKind::source;
     std::string text;
@@ -91,8 +92,8 @@ class TranslateSession : public std::enable_shared_from_this<TranslateSession> {
 
   // Begins connecting and gives the events, for one reader. Called once.
   Task<AsyncStream<Event>> start();
-  // Sends one chunk. Suspends until it is handed over or its failure has been dealt with, which takes a
-  // backoff of up to 8 s. Without a connection, or once stopping, the chunk is dropped.
+  // Sends one chunk. Suspends until the chunk is handed over or its failure has been dealt with, which takes
+  // a backoff of up to 8 s. Without a connection, or once stopping, the chunk is dropped.
   Task<void> send(platform::Data audio);
   // Tells the service that the run is over, listens for another 5 s and closes. Returns at once if the
   // session is stopping already.
@@ -104,11 +105,14 @@ class TranslateSession : public std::enable_shared_from_this<TranslateSession> {
   TranslateSession(Executor strand, Clock& clock, platform::URL baseURL, std::string token, Config config,
                    platform::URLSession& urlSession);
 
-  // All of these run on the strand. The ones that may outlast the application's interest hold the session
-  // weakly while they wait.
-  static Task<AsyncStream<Event>> begin(std::shared_ptr<TranslateSession> self);
-  static Task<void> sendChunk(std::shared_ptr<TranslateSession> self, platform::Data audio);
-  static Task<void> sayGoodbye(std::shared_ptr<TranslateSession> self);
+  // Runs a task of this session on the strand, and holds the session until the task has ended.
+  template<typename T>
+  Task<T> onStrand(Task<T> task);
+  // All of these run on the strand. The static ones hold the session weakly while they wait, since they may
+  // go on after the application has dropped it.
+  Task<AsyncStream<Event>> begin();
+  Task<void> sendChunk(platform::Data audio);
+  Task<void> sayGoodbye();
   static Task<void> receiveLoop(std::weak_ptr<TranslateSession> session, Connection connection);
   static Task<void> handleSocketFailure(std::weak_ptr<TranslateSession> session, std::string description);
 
@@ -116,7 +120,8 @@ class TranslateSession : public std::enable_shared_from_this<TranslateSession> {
   void receive(const platform::WebSocketTask::Message& message);
   void handle(std::string_view text);
   void deliver(Event event);
-  void finish();
+  void finish(std::string_view why); // the reason is for the trace
+  void traceChunks();
 
   const Executor strand_;
   Clock& clock_;
@@ -131,6 +136,11 @@ class TranslateSession : public std::enable_shared_from_this<TranslateSession> {
   bool stopping_ = false;
   bool finished_ = false;
   int reconnects_ = 0; // attempts since the last "ready"
+
+  // Chunks since `countingSince_`, for the trace.
+  WallTime countingSince_{};
+  int sentChunks_ = 0;
+  int droppedChunks_ = 0;
 };
 
 } // namespace tolvera

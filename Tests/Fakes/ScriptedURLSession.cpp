@@ -187,7 +187,8 @@ std::size_t ScriptedURLSession::requestCount(std::string_view path) const {
       requests_, [path](const auto& request) { return pathEndsIn(request.url, path); }));
 }
 
-std::shared_ptr<platform::WebSocketTask> ScriptedURLSession::webSocketTask(const platform::URL& url) {
+std::shared_ptr<platform::WebSocketTask> ScriptedURLSession::webSocketTask(const platform::URL& url,
+                                                                           const Executor&) {
   std::scoped_lock lock(mutex_);
   auto connection = std::make_shared<ScriptedConnection>(url);
   connection->onResume_ = rule_;

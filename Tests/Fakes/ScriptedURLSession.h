@@ -100,7 +100,8 @@ class ScriptedURLSession final : public platform::URLSession {
   [[nodiscard]] std::size_t requestCount(std::string_view path) const; // whose path ends so
 
   // URLSession
-  std::shared_ptr<platform::WebSocketTask> webSocketTask(const platform::URL& url) override;
+  std::shared_ptr<platform::WebSocketTask> webSocketTask(const platform::URL& url,
+                                                         const Executor& serial) override;
   Task<platform::HTTPResponse> data(platform::HTTPRequest request) override;
 
  private:

@@ -6,6 +6,7 @@
 #include "Platform/PlatformError.h"
 
 #include <boost/asio/co_spawn.hpp>
+#include <boost/asio/strand.hpp>
 #include <boost/asio/thread_pool.hpp>
 #include <boost/asio/use_future.hpp>
 #include <gtest/gtest.h>
@@ -57,8 +58,11 @@ class NetworkTest : public testing::Test {
     return end(pending);
   }
 
-  static std::shared_ptr<WebSocketTask> open(BeastURLSession& session, const std::string& url) {
-    auto socket = session.webSocketTask(platform::URL(url));
+  std::shared_ptr<WebSocketTask> make(BeastURLSession& session, const std::string& url) {
+    return session.webSocketTask(platform::URL(url), boost::asio::make_strand(network_));
+  }
+  std::shared_ptr<WebSocketTask> open(BeastURLSession& session, const std::string& url) {
+    auto socket = make(session, url);
     socket->resume();
     return socket;
   }

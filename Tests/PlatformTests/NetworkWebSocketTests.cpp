@@ -6,7 +6,7 @@ namespace {
 using NetworkWebSocket = NetworkTest;
 
 TEST_F(NetworkWebSocket, SendsInOrderOfCalls) {
-  auto socket = session_.webSocketTask(platform::URL(server_.url("ws", "/live/ws?token=secret&target=es")));
+  auto socket = make(session_, server_.url("ws", "/live/ws?token=secret&target=es"));
   std::vector<Pending> sends;
   for (std::size_t i = 0; i < 50; ++i) sends.push_back(start(socket->send(bytes(i))));
   sends.push_back(start(socket->send(std::string("stop"))));
@@ -76,7 +76,7 @@ TEST_F(NetworkWebSocket, ClosesWhenDropped) {
 }
 
 TEST_F(NetworkWebSocket, CancelsBeforeItIsOpen) {
-  auto before = session_.webSocketTask(platform::URL(server_.url("ws")));
+  auto before = make(session_, server_.url("ws"));
   before->cancel(1000, "");
   before->resume();
   EXPECT_EQ(run(before->receive()), closed);

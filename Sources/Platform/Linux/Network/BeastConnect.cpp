@@ -1,6 +1,7 @@
 #include "Platform/Linux/Network/BeastConnect.h"
 
 #include "Async/Gate.h"
+#include "Async/Log.h"
 #include "Platform/Linux/Network/BeastErrors.h"
 
 #include <boost/asio/ip/tcp.hpp>
@@ -29,7 +30,7 @@ Task<void> throwIfCancelled() {
   throw boost::system::system_error(boost::asio::error::operation_aborted);
 }
 
-// The outcome of something that is waited for by one coroutine and may be abandoned.
+// The outcome of an operation that one coroutine waits for and may abandon.
 template<typename Value>
 struct Outcome {
   Gate gate; // opens at the end
@@ -51,8 +52,7 @@ Task<void> wait(std::shared_ptr<Outcome<Value>> outcome) {
 
 using Addresses = std::vector<tcp::endpoint>;
 
-// The system's lookup cannot be interrupted, only left alone: it then ends by itself on the resolver's
-// thread.
+// The system's lookup cannot be interrupted. An abandoned one ends by itself on the resolver's thread.
 Task<Addresses> resolve(Endpoint endpoint, Duration timeout) {
   ErrorCode notNumeric;
   const auto numeric = boost::asio::ip::make_address(endpoint.host, notNumeric);
@@ -86,7 +86,7 @@ Task<Addresses> resolve(Endpoint endpoint, Duration timeout) {
   co_return std::move(*outcome->value);
 }
 
-// The families by turns, beginning with the one that the system put first.
+// Alternates the address families, beginning with the one that the system put first.
 Addresses interleaved(const Addresses& addresses) {
   Addresses preferred;
   Addresses others;
@@ -101,8 +101,8 @@ Addresses interleaved(const Addresses& addresses) {
   return ordered;
 }
 
-// Tries the addresses one after the other without waiting for the earlier ones to fail; the first that
-// answers wins and the rest are dropped.
+// Tries the addresses one after the other without waiting for the earlier ones to fail. The first that
+// answers wins, and the rest are dropped.
 class ConnectRace : public std::enable_shared_from_this<ConnectRace> {
  public:
   ConnectRace(const Executor& executor, Addresses addresses, Duration stagger)
@@ -169,7 +169,7 @@ Task<tcp::socket> connect(Endpoint endpoint, Addresses addresses, Duration timeo
   struct StopRace {
     std::shared_ptr<ConnectRace> race;
     ~StopRace() { race->stop(); }
-  } const stopWhateverHappens{race};
+  } const stopAtTheEnd{race};
   const Deadline deadline(executor, timeout, [race] {
     race->outcome->timedOut = true;
     race->stop();
@@ -198,7 +198,7 @@ void configure(tcp::socket& socket, const BeastOptions& options) {
   setOption(socket, IPPROTO_TCP, TCP_USER_TIMEOUT, static_cast<int>(unacknowledged.count()));
 }
 
-// Names the peer in the handshake and says what its certificate has to be for.
+// Names the peer in the handshake, and the host that its certificate must be valid for.
 void expectPeer(SSL* tls, const std::string& host) {
   ErrorCode notNumeric;
   boost::asio::ip::make_address(host, notNumeric);
@@ -326,13 +326,24 @@ Task<AnyStream> openStream(Endpoint endpoint, std::shared_ptr<BeastEnvironment> 
   const auto end = Steady::now() + limit;
   auto within = [end](Duration timeout) { return std::min<Duration>(timeout, end - Steady::now()); };
 
+  const Stopwatch resolving;
   auto addresses = co_await resolve(endpoint, within(options.resolveTimeout));
+  log::trace(log::Category::network, "resolved ", endpoint.host, " to ", addresses.size(), " addresses in ",
+             resolving.milliseconds(), " ms");
+  const Stopwatch connecting;
   auto socket = co_await connect(endpoint, std::move(addresses), within(options.connectTimeout),
                                  options.connectStagger);
   configure(socket, options);
+  log::trace(log::Category::network, "connected to ", endpoint.where(), " in ", connecting.milliseconds(),
+             " ms");
   if (!endpoint.secure) co_return AnyStream::plain(std::move(socket));
   auto context = environment->tlsContext();
-  co_return co_await secured(endpoint, std::move(socket), std::move(context), within(options.tlsTimeout));
+  const Stopwatch securing;
+  auto stream = co_await secured(endpoint, std::move(socket), std::move(context), within(options.tlsTimeout));
+  const std::string_view protocol = SSL_get_version(static_cast<const SSL*>(stream.nativeTLS()));
+  log::trace(log::Category::network, protocol, " with ", endpoint.where(), " in ", securing.milliseconds(),
+             " ms");
+  co_return stream;
 }
 
 } // namespace tolvera::adapters

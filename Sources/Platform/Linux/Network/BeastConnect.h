@@ -10,16 +10,16 @@
 #include <mutex>
 #include <string>
 
-// From an address to a connected stream. Everything here runs on the executor (a strand) of the coroutine
-// that calls it.
+// From an address to a connected stream. Everything here runs on the serial executor of the coroutine that
+// calls it.
 namespace tolvera::adapters {
 
 // What all connections of one BeastURLSession share. Any thread.
 struct BeastEnvironment {
-  BeastEnvironment(Executor io, BeastOptions chosen)
-      : ioExecutor(std::move(io)), options(std::move(chosen)) {}
+  BeastEnvironment(Executor executor, BeastOptions chosen)
+      : background(std::move(executor)), options(std::move(chosen)) {}
 
-  const Executor ioExecutor;
+  const Executor background;
   const BeastOptions options;
 
   // The client's TLS settings, made when first needed.
@@ -48,6 +48,17 @@ struct Endpoint {
 // Path and query as a request line has them.
 std::string requestTarget(const platform::URL& url);
 
+// Measures a step for the trace.
+class Stopwatch {
+ public:
+  [[nodiscard]] double milliseconds() const {
+    return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - begin_).count();
+  }
+
+ private:
+  const std::chrono::steady_clock::time_point begin_ = std::chrono::steady_clock::now();
+};
+
 // Calls `onExpiry` once after `duration`, unless destroyed before. Lives on one executor.
 class Deadline {
  public:
@@ -67,10 +78,9 @@ class Deadline {
   std::shared_ptr<State> state_;
 };
 
-// Looks the host up, connects to whichever of its addresses answers first, and for a secure endpoint does
-// the TLS handshake with SNI, checking the chain and the name. No step takes longer than its own time-out
-// or than `limit`. Throws PlatformError, or
-// `operation_aborted` when the caller is cancelled.
+// Looks the host up, connects to the first of its addresses that answers, and for a secure endpoint does the
+// TLS handshake with SNI, checking the chain and the name. No step takes longer than its own time-out or
+// than `limit`. Throws PlatformError, or `operation_aborted` when the caller is cancelled.
 Task<AnyStream> openStream(Endpoint endpoint, std::shared_ptr<BeastEnvironment> environment, Duration limit);
 
 } // namespace tolvera::adapters

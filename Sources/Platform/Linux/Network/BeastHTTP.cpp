@@ -1,5 +1,6 @@
 #include "Platform/Linux/Network/BeastHTTP.h"
 
+#include "Async/Log.h"
 #include "Platform/Linux/Network/BeastErrors.h"
 
 #include <boost/asio/redirect_error.hpp>
@@ -71,7 +72,7 @@ platform::PlatformError readFailure(const Endpoint& endpoint, ErrorCode error, s
   return connectionLost(endpoint.where(), error);
 }
 
-// Reads up to the final reply; informational ones (100 and its kind) come before it.
+// Reads up to the final reply, past informational ones such as 100.
 Task<ErrorCode> readReply(AnyStream& stream, std::optional<Parser>& parser, bool bodiless,
                           std::size_t limit) {
   boost::beast::flat_buffer buffer;
@@ -92,10 +93,8 @@ Task<ErrorCode> readReply(AnyStream& stream, std::optional<Parser>& parser, bool
   co_return make_error_code(http::error::bad_status);
 }
 
-} // namespace
-
-Task<platform::HTTPResponse> exchange(platform::HTTPRequest request,
-                                      std::shared_ptr<BeastEnvironment> environment) {
+Task<platform::HTTPResponse> exchangeUntraced(platform::HTTPRequest request,
+                                              std::shared_ptr<BeastEnvironment> environment) {
   const auto& options = environment->options;
   const auto end = std::chrono::steady_clock::now() + request.timeout;
   const auto endpoint = Endpoint::of(request.url);
@@ -107,7 +106,7 @@ Task<platform::HTTPResponse> exchange(platform::HTTPRequest request,
     ErrorCode error;
     auto token = boost::asio::redirect_error(boost::asio::use_awaitable, error);
     co_await http::async_write(stream, message, token);
-    // A server may refuse a body half way and say so: what it said counts for more than the failed write.
+    // A server may refuse a body half way and say so. Its answer then tells more than the failed write.
     const auto unsent = error;
     std::optional<Parser> parser;
     error = co_await readReply(stream, parser, request.method == "HEAD", options.maxBodyBytes);
@@ -124,6 +123,24 @@ Task<platform::HTTPResponse> exchange(platform::HTTPRequest request,
     if (failure.code() != boost::asio::error::operation_aborted)
       throw connectionLost(endpoint.where(), failure.code());
     throw transportError(TransportError::cancelled, "The request was cancelled");
+  }
+}
+
+} // namespace
+
+Task<platform::HTTPResponse> exchange(platform::HTTPRequest request,
+                                      std::shared_ptr<BeastEnvironment> environment) {
+  // Without the query, which may hold private words.
+  const std::string what = request.method + " " + std::string(request.url.encoded_path());
+  const Stopwatch stopwatch;
+  try {
+    auto response = co_await exchangeUntraced(std::move(request), std::move(environment));
+    log::trace(log::Category::network, what, " ", *response.status, " in ", stopwatch.milliseconds(), " ms");
+    co_return response;
+  } catch (const platform::PlatformError& failure) {
+    log::warn(log::Category::network, what, " failed after ", stopwatch.milliseconds(),
+              " ms: ", std::string_view(failure.what()));
+    throw;
   }
 }
 

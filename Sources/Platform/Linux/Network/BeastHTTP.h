@@ -4,7 +4,7 @@
 
 namespace tolvera::adapters {
 
-// One HTTP exchange over a connection of its own, on the executor (a strand) of the calling coroutine.
+// One HTTP exchange over a connection of its own, on the serial executor of the calling coroutine.
 Task<platform::HTTPResponse> exchange(platform::HTTPRequest request,
                                       std::shared_ptr<BeastEnvironment> environment);
 

@@ -43,23 +43,24 @@ struct BeastOptions {
 struct BeastEnvironment;
 
 // Connections by Boost.Beast and OpenSSL, certificates checked against the system's store (or
-// SSL_CERT_FILE). Each connection and each exchange runs on a strand of its own; callers may be on any
-// executor and resume on theirs.
+// SSL_CERT_FILE). Each exchange runs on a strand of its own, and each web socket on the executor given for
+// it; callers may be on any executor and resume on theirs.
 //
-// HTTP is one exchange a connection. A redirect is a reply like any other and is not followed. An answer
-// that is not HTTP is a PlatformError (`notHTTP`), so `status` is never absent. Cancelling the caller of
-// `data` ends the exchange.
+// An HTTP connection carries one exchange. A redirect is a reply like any other and is not followed. An
+// answer that is not HTTP is a PlatformError (`notHTTP`), so `status` is never absent. Cancelling the caller
+// of `data` ends the exchange.
 //
-// A web socket keeps reading while it is open and holds up to a few MiB of messages that nobody has
-// received yet; then it stops reading until somebody does. Dropping the last reference to an open
-// connection closes it with code 1001 in the background.
+// A web socket keeps reading while it is open, and holds up to a few MiB of messages until they are
+// received; beyond that it stops reading. Dropping the last reference to an open connection closes it with
+// code 1001 in the background.
 class BeastURLSession final : public platform::URLSession {
  public:
-  // `ioExecutor` must belong to an io_context that outlives this object and all its connections.
-  explicit BeastURLSession(const Executor& ioExecutor, BeastOptions options = {});
+  // `background` runs the HTTP exchanges. Its context outlives this object and all exchanges.
+  explicit BeastURLSession(const Executor& background, BeastOptions options = {});
   ~BeastURLSession() override;
 
-  std::shared_ptr<platform::WebSocketTask> webSocketTask(const platform::URL& url) override;
+  std::shared_ptr<platform::WebSocketTask> webSocketTask(const platform::URL& url,
+                                                         const Executor& serial) override;
   Task<platform::HTTPResponse> data(platform::HTTPRequest request) override;
 
  private:

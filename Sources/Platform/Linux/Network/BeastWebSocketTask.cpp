@@ -1,12 +1,12 @@
 #include "Platform/Linux/Network/BeastWebSocketTask.h"
 
+#include "Async/Log.h"
 #include "Async/Spawn.h"
 #include "Async/Suspension.h"
 #include "Platform/Linux/Network/BeastErrors.h"
 
-#include <boost/asio/post.hpp>
+#include <boost/asio/dispatch.hpp>
 #include <boost/asio/redirect_error.hpp>
-#include <boost/asio/strand.hpp>
 #include <boost/beast/core/flat_buffer.hpp>
 #include <boost/beast/websocket/stream.hpp>
 
@@ -28,8 +28,8 @@ constexpr std::size_t maxInboxMessages = 4096;
 constexpr std::size_t keptReadBufferBytes = 256U << 10U;
 constexpr auto afterFailedWrite = std::chrono::milliseconds(500);
 
-// What a PlatformError says, as a plain value: the text inside an exception is shared by its copies, and
-// these go to callers on other threads.
+// A PlatformError as a plain value. The copies of an exception share its text, and these go to callers on
+// other threads.
 struct Failure {
   Failure(const PlatformError& error) : code(static_cast<TransportError>(error.code())), text(error.what()) {}
 
@@ -39,7 +39,7 @@ struct Failure {
   std::string text;
 };
 
-// A suspended caller of `send` or `receive`. Touched on the strand until the caller is resumed.
+// A suspended caller of `send` or `receive`. Used on the executor alone until the caller is resumed.
 struct Waiter {
   std::optional<Resumption> resumption;
   std::optional<Message> message; // to send, or received
@@ -79,25 +79,24 @@ platform::PlatformError closedHere() {
 
 } // namespace
 
-// One web socket, on its strand. Sends and receives wait in queues of their own, so that no caller's
-// cancellation reaches the socket; a read is under way whenever the connection is open, and is never
-// cancelled: it ends with the close handshake or with the socket.
+// One web socket, on its executor. Sends and receives wait in queues, so that a caller's cancellation does
+// not reach the socket. While the connection is open a read is under way. It is never cancelled: it ends
+// with the close handshake or with the socket.
 class WebSocketConnection : public std::enable_shared_from_this<WebSocketConnection> {
  public:
-  WebSocketConnection(std::shared_ptr<BeastEnvironment> environment, platform::URL url)
-      : environment_(std::move(environment)), strand_(boost::asio::make_strand(environment_->ioExecutor)),
-        url_(std::move(url)) {}
+  WebSocketConnection(std::shared_ptr<BeastEnvironment> environment, Executor serial, platform::URL url)
+      : environment_(std::move(environment)), executor_(std::move(serial)), url_(std::move(url)) {}
 
   void resume() {
-    post([](WebSocketConnection& self) {
+    dispatch([](WebSocketConnection& self) {
       if (self.phase_ != Phase::idle) return;
       self.phase_ = Phase::connecting;
-      self.connecting_ = spawn(self.strand_, "web socket", connect(self.shared_from_this()));
+      self.connecting_ = spawn(self.executor_, "web socket", connect(self.shared_from_this()));
     });
   }
 
   void close(std::uint16_t code, std::string reason) {
-    post([code, reason = std::move(reason)](WebSocketConnection& self) { self.closeNow(code, reason); });
+    dispatch([code, reason = std::move(reason)](WebSocketConnection& self) { self.closeNow(code, reason); });
   }
 
   static Task<void> send(std::shared_ptr<WebSocketConnection> self, Message message) {
@@ -117,17 +116,18 @@ class WebSocketConnection : public std::enable_shared_from_this<WebSocketConnect
  private:
   enum class Phase { idle, connecting, open, closing, closed };
 
+  // Runs the function at once if the caller is on the executor already.
   template<typename Function>
-  void post(Function function) {
-    boost::asio::post(strand_,
-                      [self = shared_from_this(), function = std::move(function)] { function(*self); });
+  void dispatch(Function function) {
+    boost::asio::dispatch(executor_,
+                          [self = shared_from_this(), function = std::move(function)] { function(*self); });
   }
 
-  // Parks the caller with `waiter`, which `accept` takes over on the strand.
+  // Parks the caller with `waiter`, which `accept` takes over on the executor.
   static Task<void> queue(std::shared_ptr<WebSocketConnection> self, WaiterPointer waiter,
                           void (WebSocketConnection::*accept)(WaiterPointer)) {
     auto park = [self, waiter, accept](Resumption resume) {
-      self->post([waiter, accept, resume = std::move(resume)](WebSocketConnection& connection) {
+      self->dispatch([waiter, accept, resume = std::move(resume)](WebSocketConnection& connection) {
         waiter->resumption = resume;
         (connection.*accept)(waiter);
       });
@@ -137,6 +137,8 @@ class WebSocketConnection : public std::enable_shared_from_this<WebSocketConnect
   }
 
   static Task<void> connect(std::shared_ptr<WebSocketConnection> self) {
+    const Stopwatch stopwatch;
+    const std::string path(self->url_.encoded_path()); // without the query, which holds the token
     std::optional<PlatformError> failure;
     try {
       auto endpoint = Endpoint::of(self->url_);
@@ -154,6 +156,8 @@ class WebSocketConnection : public std::enable_shared_from_this<WebSocketConnect
       self->fail(failure ? *failure : closedHere());
       co_return;
     }
+    log::trace(log::Category::network, "web socket to ", self->where_, path, " is open after ",
+               stopwatch.milliseconds(), " ms");
     self->phase_ = Phase::open;
     self->readNext();
     self->writeNext();
@@ -168,12 +172,12 @@ class WebSocketConnection : public std::enable_shared_from_this<WebSocketConnect
 
     websocket::response_type response;
     ErrorCode error;
-    const Deadline deadline(self->strand_, options.upgradeTimeout, [self] { self->hangUp(); });
+    const Deadline deadline(self->executor_, options.upgradeTimeout, [self] { self->hangUp(); });
     auto token = boost::asio::redirect_error(boost::asio::use_awaitable, error);
     co_await socket.async_handshake(response, endpoint.hostHeader(), target, token);
     if (deadline.expired()) throw noAnswer(self->where_, options.upgradeTimeout);
     if (error) throw self->upgradeFailure(error, response);
-    // From here on this is the limit for the end of a closing handshake that the peer began.
+    // From here on this limits how long a closing handshake of the peer may take.
     socket.set_option(
         websocket::stream_base::timeout{options.closeTimeout, websocket::stream_base::none(), false});
   }
@@ -214,8 +218,8 @@ class WebSocketConnection : public std::enable_shared_from_this<WebSocketConnect
                        [self = shared_from_this()](ErrorCode error, std::size_t) { self->wrote(error); });
   }
 
-  // A server that closes may reset the socket right behind its goodbye. The read under way is about to say
-  // which it was, so a failed write leaves the wording to it for a moment.
+  // A server that closes may reset the socket right after its goodbye. The read under way will tell which of
+  // both happened, so a failed write waits a moment for its words.
   void wrote(ErrorCode error) {
     auto waiter = std::exchange(writing_, nullptr);
     if (!error) {
@@ -231,7 +235,7 @@ class WebSocketConnection : public std::enable_shared_from_this<WebSocketConnect
     }
     outbox_.push_front(std::move(waiter));
     writeFailure_ = error;
-    deadline_.emplace(strand_, afterFailedWrite, [self = shared_from_this()] { self->hangUp(); });
+    deadline_.emplace(executor_, afterFailedWrite, [self = shared_from_this()] { self->hangUp(); });
   }
 
   void deliverTo(WaiterPointer waiter) {
@@ -291,8 +295,8 @@ class WebSocketConnection : public std::enable_shared_from_this<WebSocketConnect
   }
 
   [[nodiscard]] PlatformError readFailure(ErrorCode error) const {
-    // After a goodbye the end of the connection may look like anything. (A control callback would tell the
-    // goodbye apart for sure, but with one a close from both sides can lock Beast's two operations up.)
+    // After a goodbye the connection may end with any error. (A control callback would tell a goodbye for
+    // sure, but with one, a close from both sides can block Beast's two operations for ever.)
     const auto reason = socket_->reason();
     if (error == websocket::error::closed || reason.code != websocket::close_code::none) {
       const auto code = reason.code == websocket::close_code::none ? std::string("without a code")
@@ -311,18 +315,28 @@ class WebSocketConnection : public std::enable_shared_from_this<WebSocketConnect
     return connectionLost(where_, endedByUs && writeFailure_ ? *writeFailure_ : error);
   }
 
-  // Whoever waits learns why, and so does whoever comes later. The first reason stays.
+  // All waiting callers fail, and later ones will. The first reason stays.
   void fail(const Failure& why) {
-    if (!failure_) failure_ = why;
+    if (!failure_) {
+      failure_ = why;
+      traceEnd();
+    }
     phase_ = Phase::closed;
     if (writing_) writing_->fail(*failure_); // the bytes stay until the write ends
     for (auto& waiter : std::exchange(outbox_, {})) waiter->fail(*failure_);
     for (auto& waiter : std::exchange(receivers_, {})) waiter->fail(*failure_);
   }
 
+  void traceEnd() const {
+    const auto said = socket_ ? socket_->reason().reason : websocket::reason_string();
+    log::trace(log::Category::network, "web socket to ", where_, " ended: ", failure_->text,
+               said.empty() ? "" : "; reason: ", std::string_view(said.data(), said.size()));
+  }
+
   void closeNow(std::uint16_t code, const std::string& reason) {
     const auto before = phase_;
     if (before == Phase::closing) return;
+    if (before == Phase::open) log::trace(log::Category::network, "closing ", where_, " with code ", code);
     inbox_.clear();
     inboxBytes_ = 0;
     fail(closedHere());
@@ -331,24 +345,24 @@ class WebSocketConnection : public std::enable_shared_from_this<WebSocketConnect
       hangUp();
     } else if (before == Phase::open) {
       phase_ = Phase::closing;
-      deadline_.emplace(strand_, environment_->options.closeTimeout,
+      deadline_.emplace(executor_, environment_->options.closeTimeout,
                         [self = shared_from_this()] { self->hangUp(); });
       socket_->async_close(closeReason(code, reason),
                            [self = shared_from_this()](ErrorCode) { self->hangUp(); });
     }
   }
 
-  // Drops the socket; whatever is under way on it ends.
+  // Drops the socket. Every operation under way on it ends.
   void hangUp() {
     if (socket_) socket_->next_layer().close();
     deadline_.reset();
   }
 
   const std::shared_ptr<BeastEnvironment> environment_;
-  const Executor strand_;
+  const Executor executor_;
   const platform::URL url_;
 
-  // On the strand.
+  // Used on the executor alone.
   Phase phase_ = Phase::idle;
   std::string where_;
   std::optional<Failure> failure_; // set once closing or closed
@@ -358,16 +372,16 @@ class WebSocketConnection : public std::enable_shared_from_this<WebSocketConnect
   WaiterPointer writing_;
   std::optional<ErrorCode> writeFailure_;
   std::deque<WaiterPointer> receivers_;
-  std::deque<Message> inbox_; // received before anybody asked
+  std::deque<Message> inbox_; // read, and not yet asked for
   std::size_t inboxBytes_ = 0;
   beast::flat_buffer buffer_;
   bool reading_ = false;
   std::optional<Deadline> deadline_; // after which the socket is dropped
 };
 
-BeastWebSocketTask::BeastWebSocketTask(std::shared_ptr<BeastEnvironment> environment,
+BeastWebSocketTask::BeastWebSocketTask(std::shared_ptr<BeastEnvironment> environment, const Executor& serial,
                                        const platform::URL& url)
-    : connection_(std::make_shared<WebSocketConnection>(std::move(environment), url)) {}
+    : connection_(std::make_shared<WebSocketConnection>(std::move(environment), serial, url)) {}
 
 BeastWebSocketTask::~BeastWebSocketTask() {
   constexpr std::uint16_t goingAway = 1001;

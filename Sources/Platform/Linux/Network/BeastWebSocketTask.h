@@ -6,11 +6,12 @@ namespace tolvera::adapters {
 
 class WebSocketConnection;
 
-// What the caller holds of a connection. The connection itself lives on its strand, kept alive by the
-// operations under way there, and is closed when this goes.
+// The caller's handle of a connection. The connection lives on its executor, kept alive by the operations
+// under way there, and is closed when the handle is destroyed.
 class BeastWebSocketTask final : public platform::WebSocketTask {
  public:
-  BeastWebSocketTask(std::shared_ptr<BeastEnvironment> environment, const platform::URL& url);
+  BeastWebSocketTask(std::shared_ptr<BeastEnvironment> environment, const Executor& serial,
+                     const platform::URL& url);
   ~BeastWebSocketTask() override;
 
   void resume() override;

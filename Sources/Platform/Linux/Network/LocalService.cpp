@@ -182,13 +182,14 @@ void LocalService::start() {
   log::trace(Category::service, "started as process ", child_);
 }
 
-std::shared_ptr<platform::WebSocketTask> LocalServiceURLSession::webSocketTask(const platform::URL& url) {
+std::shared_ptr<platform::WebSocketTask> LocalServiceURLSession::webSocketTask(const platform::URL& url,
+                                                                               const Executor& serial) {
   if (service_.isMeant(url)) {
     // A connection cannot wait here: one that comes too early fails, and the next one finds the service.
     service_.startSoon();
     if (const auto reason = service_.refusal()) return std::make_shared<RefusedWebSocketTask>(*reason);
   }
-  return inner_.webSocketTask(service_.located(url));
+  return inner_.webSocketTask(service_.located(url), serial);
 }
 
 Task<platform::HTTPResponse> LocalServiceURLSession::data(platform::HTTPRequest request) {

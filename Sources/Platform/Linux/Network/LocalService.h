@@ -75,7 +75,8 @@ class LocalServiceURLSession final : public platform::URLSession {
   LocalServiceURLSession(platform::URLSession& inner, LocalService& service)
       : inner_(inner), service_(service) {}
 
-  std::shared_ptr<platform::WebSocketTask> webSocketTask(const platform::URL& url) override;
+  std::shared_ptr<platform::WebSocketTask> webSocketTask(const platform::URL& url,
+                                                         const Executor& serial) override;
   Task<platform::HTTPResponse> data(platform::HTTPRequest request) override;
 
  private:
