@@ -1,8 +1,14 @@
 """What a person does at a desktop, for scripts and tests: look at windows, point, press, type, and read what
-a program tells assistive technology. Needs Debian's own Python (/usr/bin/python3), xdotool, xwininfo and
-ImageMagick, and the display and message bus of the environment."""
+a program tells assistive technology. It needs Debian's own Python (/usr/bin/python3), xdotool, xwininfo and
+ImageMagick, and the display and message bus that tools/stage/private-desktop gives."""
 
+import ctypes
+import functools
+import json
+import os
 import re
+import socket
+import struct
 import subprocess
 import time
 
@@ -31,8 +37,148 @@ def wait_for(what, condition, seconds=15):
 # --- Pointer and keyboard -----------------------------------------------------------------------------------
 
 
+class X11Input:
+    """The pointer and keyboard of an X server."""
+
+    inaccuracy = 0  # how many points the pointer may be away from where it was moved
+
+    def move(self, x, y):
+        output("xdotool", "mousemove", str(x), str(y))
+
+    def button(self, pressed, number=1):
+        output("xdotool", "mousedown" if pressed else "mouseup", str(number))
+
+    def type(self, text):
+        output("xdotool", "type", "--delay", "30", text)
+
+    def focus(self):
+        return output("xdotool", "getwindowfocus")
+
+    def show_workspace(self, number):
+        output("xdotool", "set_desktop", str(number))
+
+    def picture(self):
+        return eye().picture()
+
+
+class SwayInput:
+    """The pointer and keyboard of a Wayland desktop, lent over the remote frame buffer protocol. Only the
+    compositor knows what has the focus and what the screen looks like."""
+
+    inaccuracy = 1
+
+    def __init__(self, path):
+        self._at = (0, 0)
+        self._socket = socket.socket(socket.AF_UNIX)
+        self._socket.connect(path)
+        self._socket.sendall(self._read(12))  # its version
+        self._read(self._read(1)[0])
+        self._socket.sendall(b"\1")  # no authentication
+        self._read(4)
+        self._socket.sendall(b"\1")  # shared with others
+        self._read(int.from_bytes(self._read(24)[20:], "big"))
+
+    def _read(self, size):
+        return self._socket.recv(size, socket.MSG_WAITALL)
+
+    def move(self, x, y, pressed=None):
+        self._at = (x, y)
+        self._pressed = getattr(self, "_pressed", False) if pressed is None else pressed
+        self._socket.sendall(struct.pack(">BBHH", 5, self._pressed, x, y))
+
+    def button(self, pressed):
+        self.move(*self._at, pressed)
+
+    def type(self, text):
+        for letter in text:
+            for pressed in (True, False):
+                self._socket.sendall(struct.pack(">BBxxI", 4, pressed, ord(letter)))
+
+    def focus(self):
+        def focused(node):
+            if node["focused"]:
+                return node["id"]
+            return next(filter(None, map(focused, node["nodes"] + node["floating_nodes"])), None)
+
+        return focused(json.loads(output("swaymsg", "--raw", "--type", "get_tree")))
+
+    def show_workspace(self, number):
+        output("swaymsg", "workspace", str(number + 1))
+
+    def picture(self):
+        picture = subprocess.run(["grim", "-s", "1", "-t", "ppm", "-"], check=True, stdout=subprocess.PIPE).stdout
+        header = re.match(rb"P6\s(\d+)\s(\d+)\s255\s", picture)
+        return Picture(int(header[1]), int(header[2]), picture[header.end():], 3)
+
+
+class Picture:
+    """What is on the screen, `size` bytes for a point."""
+
+    def __init__(self, width, height, points, size):
+        self.width, self.height, self.points, self._size = width, height, points, size
+
+    def pixel(self, x, y):
+        """(red, green, blue), each 0 to 255; from the other side if negative."""
+        start = self._size * (round(y) % self.height * self.width + round(x) % self.width)
+        point = tuple(self.points[start:start + 3])
+        return point if self._size == 3 else point[::-1]
+
+
+class Eye:
+    """Looks at the screen of an X server, quickly."""
+
+    class Image(ctypes.Structure):
+        _fields_ = [*((name, ctypes.c_int) for name in ("width", "height", "offset", "format")),
+                    ("data", ctypes.c_void_p)]
+
+    def __init__(self):
+        self._x = ctypes.CDLL("libX11.so.6")
+        self._x.XOpenDisplay.restype = ctypes.c_void_p
+        self._x.XDefaultRootWindow.argtypes = [ctypes.c_void_p]
+        self._x.XDefaultRootWindow.restype = ctypes.c_ulong
+        self._x.XGetImage.argtypes = [ctypes.c_void_p, ctypes.c_ulong, *2 * [ctypes.c_int],
+                                      *2 * [ctypes.c_uint], ctypes.c_ulong, ctypes.c_int]
+        self._x.XGetImage.restype = ctypes.POINTER(self.Image)
+        self._x.XDestroyImage.argtypes = [ctypes.c_void_p]
+        self._display = self._x.XOpenDisplay(None)
+        if not self._display:
+            raise RuntimeError("there is no X display to look at (tools/stage/private-desktop makes one)")
+        self._root = self._x.XDefaultRootWindow(self._display)
+
+    def picture(self, area=None):
+        """The screen, or the part (x, y, width, height) of it."""
+        x, y, width, height = area or geometry("root")
+        z_pixmap = 2
+        image = self._x.XGetImage(self._display, self._root, x, y, width, height, 0xFFFFFF, z_pixmap)
+        points = ctypes.string_at(image.contents.data, 4 * width * height)
+        self._x.XDestroyImage(image)
+        return Picture(width, height, points, 4)
+
+
+@functools.lru_cache
+def eye():
+    return Eye()
+
+
+IS_WAYLAND = "TOLVERA_REMOTE_INPUT" in os.environ
+desktop = SwayInput(os.environ["TOLVERA_REMOTE_INPUT"]) if IS_WAYLAND else X11Input()
+
+
+def settle():
+    """Waits until nothing has changed on the screen for a while."""
+    last = [desktop.picture().points, time.monotonic()]
+
+    def is_still():
+        now = desktop.picture().points
+        if now != last[0]:
+            last[:] = now, time.monotonic()
+        return time.monotonic() - last[1] > 0.3
+
+    wait_for("a screen at rest", is_still)
+
+
 def point(x, y):
-    output("xdotool", "mousemove", "--sync", str(round(x)), str(round(y)))
+    desktop.move(round(x), round(y))
 
 
 def click(x, y, button=1):
@@ -40,17 +186,32 @@ def click(x, y, button=1):
     output("xdotool", "click", str(button))
 
 
-def drag(start, end):
-    point(*start)
-    output("xdotool", "mousedown", "1")
-    for part in (0.3, 0.6, 1):
-        point(*(a + (b - a) * part for a, b in zip(start, end)))
-        time.sleep(0.05)
-    output("xdotool", "mouseup", "1")
+def press(x, y):
+    """Presses as a hand does, which comes near before it is there."""
+    for distance in (1, 0):
+        point(x - distance, y - distance)
+        settle()
+    desktop.button(True)
+    settle()
+
+
+def release():
+    desktop.button(False)
+    settle()
+
+
+def drag(start, end, steps=16):
+    """Presses at a point, moves fast and then slower, as a hand does, and lets go."""
+    press(*start)
+    for left in range(steps - 1, -1, -1):
+        point(*(b - (b - a) * left * left / (steps * steps) for a, b in zip(start, end)))
+        time.sleep(0.008)
+    settle()
+    release()
 
 
 def type_text(text):
-    output("xdotool", "type", "--delay", "30", text)
+    desktop.type(text)
 
 
 def press_key(name):
@@ -74,16 +235,30 @@ def stacking():
     return [number for number in numbers if is_viewable(number)]
 
 
+def properties(window):
+    """What the window server tells of a window; empty if it is gone."""
+    return subprocess.run(["xwininfo", "-all", "-id", str(window)], stdout=subprocess.PIPE, text=True,
+                          stderr=subprocess.DEVNULL).stdout
+
+
 def is_viewable(window):
-    found = subprocess.run(["xwininfo", "-id", str(window)], stdout=subprocess.PIPE, text=True,
-                           stderr=subprocess.DEVNULL)
-    return "Map State: IsViewable" in found.stdout
+    return "Map State: IsViewable" in properties(window)
+
+
+def panel_of(pid):
+    """The caption panel of the program: no window manager's business, and of the panel's size. None without it."""
+    for window in stacking():
+        if "Override Redirect State: yes" in properties(window) and is_of(window, pid):
+            if geometry(window)[2] >= 360 and geometry(window)[3] <= 460:
+                return window
+    return None
 
 
 def geometry(window):
     """(x, y, width, height) on the screen."""
     values = {}
-    for line in output("xwininfo", "-id", str(window)).splitlines():
+    which = ["-root"] if window == "root" else ["-id", str(window)]
+    for line in output("xwininfo", *which).splitlines():
         key, _, value = line.strip().partition(":")
         values[key] = value.strip()
     return tuple(int(values[key]) for key in
@@ -134,10 +309,7 @@ def picture(file, area=None):
 
 def pixel(x, y):
     """(red, green, blue) on the screen, each 0 to 255."""
-    text = output("import", "-silent", "-window", "root", "-crop", f"1x1+{round(x)}+{round(y)}", "-depth", "8",
-                  "txt:-")
-    inside = text.splitlines()[-1].split("(")[1].split(")")[0]
-    return tuple(round(float(value)) for value in inside.split(",")[:3])
+    return desktop.picture().pixel(x, y)
 
 
 # --- The accessibility tree ---------------------------------------------------------------------------------

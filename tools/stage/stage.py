@@ -11,6 +11,7 @@ import signal
 import subprocess
 import sys
 import tempfile
+import traceback
 
 import screen
 from screen import Program, wait_for
@@ -151,6 +152,32 @@ class Stage:
         """Starts the program; gives its process and what it shows to assistive technology."""
         process = self.start(self.programs / "tolvera", log="tolvera.log")
         return process, Program(process.pid)
+
+
+class NotKept(Exception):
+    """A promise of the program that was not kept."""
+
+
+def promise(text, kept=True):
+    print(f"  {'yes' if kept else 'NO '}  {text}", flush=True)
+    if not kept:
+        raise NotKept(text)
+
+
+def tell(stage, story):
+    """Calls the story; gives 1 if a promise is not kept, after showing what is on the screen and in the logs."""
+    try:
+        story()
+        return 0
+    except (NotKept, TimeoutError, StopIteration, RuntimeError, OSError, subprocess.SubprocessError):
+        traceback.print_exc()
+        picture = pathlib.Path("screen-of-the-failure.png").resolve()
+        if not screen.IS_WAYLAND:
+            screen.picture(picture)
+            print("the screen is in", picture)
+        for log in sorted(stage.home.glob("*.log")):
+            print(f"--- {log.name}\n{log.read_text(errors='replace')}")
+        return 1
 
 
 def main_window():
