@@ -24,8 +24,8 @@ using tolvera::adapters::JsonUserDefaults;
 
 namespace {
 
-// Counts the files that are moved into place, which is how the store replaces its own. Both ends of a move
-// are watched, as the kernel merges equal events that follow one another.
+// Counts the files that are moved into place, as the store does it. The watch has both ends of each move,
+// because the kernel merges equal events in a row.
 int replacements(int watch) {
   int count = 0;
   alignas(inotify_event) char buffer[65536];

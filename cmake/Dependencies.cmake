@@ -12,7 +12,7 @@ set(Boost_USE_DEBUG_RUNTIME OFF)
 find_package(Boost 1.81 REQUIRED COMPONENTS json url)
 
 pkg_check_modules(PipeWire REQUIRED IMPORTED_TARGET libpipewire-0.3)
-pkg_check_modules(GIO REQUIRED IMPORTED_TARGET gio-2.0)
+pkg_check_modules(GIO REQUIRED IMPORTED_TARGET gio-2.0 gio-unix-2.0)
 pkg_check_modules(XCB REQUIRED IMPORTED_TARGET xcb)
 pkg_check_modules(Soxr REQUIRED IMPORTED_TARGET soxr)
 pkg_check_modules(ESpeak REQUIRED IMPORTED_TARGET espeak-ng)

@@ -19,7 +19,7 @@
 
 namespace tolvera::adapters {
 
-// In the order in which they are needed: what is destroyed last comes first.
+// In the order of their needs: a member uses those before it.
 struct LinuxPlatform::Adapters {
   explicit Adapters(const Executor& main)
       : notificationCenter(main), platform{main,

@@ -16,7 +16,7 @@ class LinuxPlatform {
 
   [[nodiscard]] platform::Platform& platform();
 
-  // Ends the background thread. What has been asked of the network or of time comes to nothing after this.
+  // Ends the background thread. Pending network requests and waits do not finish after this.
   void stop();
 
  private:

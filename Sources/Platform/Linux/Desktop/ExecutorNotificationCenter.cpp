@@ -14,12 +14,12 @@ struct ExecutorNotificationCenter::Observer {
   bool active = true;
 };
 
-// Touched on the main thread alone.
+// Used on the main thread alone.
 struct ExecutorNotificationCenter::Observers {
   std::vector<std::shared_ptr<Observer>> entries;
 
   void notify(std::string_view name) const {
-    // A block may add and end observations, its own too.
+    // A block may add and end registrations, also its own.
     const auto now = entries;
     for (const auto& observer : now)
       if (observer->active && observer->name == name) observer->block();

@@ -10,8 +10,8 @@
 
 namespace tolvera::adapters {
 
-// Carries what the other adapters notice, on whichever thread, to the observers on the main thread. Made and
-// destroyed on the main thread; registrations may outlive it, and go on the main thread too.
+// Carries notifications that other adapters post on any thread to the observers on the main thread. Made and
+// destroyed on the main thread, as are registrations, which may outlive it.
 class ExecutorNotificationCenter final : public platform::NotificationCenter {
  public:
   // `main` is the main thread's executor.
@@ -20,12 +20,10 @@ class ExecutorNotificationCenter final : public platform::NotificationCenter {
 
   std::unique_ptr<Registration> addObserver(std::string_view name, std::function<void()> block) override;
 
-  // Returns at once; the observers of that time are called later, in the order in which they came. Any
-  // thread.
+  // Returns at once. The observers are called later, in the order of their registration. Any thread.
   void post(std::string_view name);
 
-  // Posts as above, for adapters that may outlive the center: a post that comes too late goes nowhere. Any
-  // thread.
+  // Does the same as `post`, for adapters that may outlive the center, and then does nothing. Any thread.
   [[nodiscard]] std::function<void(std::string_view)> poster() const;
 
  private:

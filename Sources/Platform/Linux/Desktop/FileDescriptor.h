@@ -2,6 +2,10 @@
 
 #include <unistd.h>
 
+#include <cstddef>
+#include <limits>
+#include <optional>
+#include <string>
 #include <utility>
 
 namespace tolvera::adapters {
@@ -21,6 +25,10 @@ class FileDescriptor {
 
   [[nodiscard]] int get() const { return fd_; }
   explicit operator bool() const { return fd_ >= 0; }
+
+  // Reads to the end, or a little past `limit` bytes. Absent if a read fails.
+  [[nodiscard]] std::optional<std::string>
+  readAll(std::size_t limit = std::numeric_limits<std::size_t>::max()) const;
 
  private:
   int fd_;

@@ -52,7 +52,7 @@ icu::StringPiece piece(std::string_view text) {
   return {text.data(), static_cast<std::int32_t>(text.size())};
 }
 
-// By code points where there is no collator.
+// Compares code points if there is no collator.
 int compare(const icu::Collator* collator, std::string_view left, std::string_view right) {
   if (!collator) return left.compare(right);
   UErrorCode status = U_ZERO_ERROR;
@@ -82,7 +82,7 @@ std::optional<std::string> IcuLocale::currentLanguageCode() const {
 
 std::optional<std::string> IcuLocale::localizedString(std::string_view languageCode,
                                                       std::string_view localeIdentifier) const {
-  // Without a substitute, ICU says that it has no name, where it would otherwise repeat the code.
+  // By default ICU repeats the code if it has no name; this makes the name bogus instead.
   UDisplayContext contexts[] = {UDISPCTX_NO_SUBSTITUTE};
   const std::unique_ptr<icu::LocaleDisplayNames> names(
       icu::LocaleDisplayNames::createInstance(locale(localeIdentifier), contexts, 1));

@@ -11,9 +11,9 @@ namespace tolvera::adapters {
 // The locale by ICU and its data. Immutable; any thread.
 class IcuLocale final : public platform::Locale {
  public:
-  // The user's locale as the process's environment names it: LC_ALL, LC_MESSAGES, LANG, the first that is
-  // not empty. None, and the "C" and "POSIX" locales, count as American English. The preferred languages are
-  // those of LANGUAGE, or else that locale's.
+  // The user's locale: the first of LC_ALL, LC_MESSAGES and LANG in the environment that is not empty. If
+  // there is none, or for the locales "C" and "POSIX", it is American English. The preferred languages are
+  // those of LANGUAGE, or else that locale.
   IcuLocale();
   // As if `identifier` were the user's locale.
   explicit IcuLocale(std::string identifier);

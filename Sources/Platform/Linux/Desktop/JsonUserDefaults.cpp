@@ -48,7 +48,7 @@ json::value jsonNumber(double number) {
   return integral ? json::value(static_cast<std::int64_t>(number)) : json::value(number);
 }
 
-// Nothing for a number that JSON cannot express.
+// Absent for a number that JSON cannot express.
 std::optional<json::value> jsonValue(const platform::UserDefaults::Value& value) {
   if (const bool* flag = std::get_if<bool>(&value)) return json::value(*flag);
   if (const double* number = std::get_if<double>(&value))
@@ -63,8 +63,8 @@ class JsonUserDefaults::Document {
   json::object values;
 };
 
-// Takes changes on the main thread and applies them to its own copy of the document on its thread. The two
-// meet only where the changes change hands, so that the main thread never waits for the disk.
+// Takes changes on the main thread and applies them on its own thread to its own copy of the document. The
+// lock guards only the list of changes, so the main thread never waits for the disk.
 class JsonUserDefaults::Writer {
  public:
   Writer(PreferencesFile file, json::object document, Pace pace)
@@ -117,7 +117,7 @@ class JsonUserDefaults::Writer {
     }
   }
 
-  // Until the changes of now should be written.
+  // Returns when changes, a flush or the end make a writing due.
   void waitForWork(std::unique_lock<std::mutex>& lock) {
     const auto urgent = [this] { return stopping_ || flushesWanted_ > flushesDone_; };
     const auto anything = [&] { return urgent() || !changes_.empty(); };
@@ -139,11 +139,11 @@ class JsonUserDefaults::Writer {
       }
       return file_.save(document_);
     } catch (const std::exception&) {
-      return false; // out of memory, say: the next attempt may fare better
+      return false; // for example out of memory: the next attempt may succeed
     }
   }
 
-  // The thread's own.
+  // Used by the thread alone.
   PreferencesFile file_;
   json::object document_;
   const Pace pace_;
@@ -158,7 +158,7 @@ class JsonUserDefaults::Writer {
   bool saved_ = true; // the last attempt worked
   bool stopping_ = false;
 
-  std::thread thread_; // last, as it uses all of the above
+  std::thread thread_; // last, as it uses the members above
 };
 
 JsonUserDefaults::JsonUserDefaults()

@@ -8,35 +8,34 @@
 
 namespace tolvera::adapters {
 
-// The preferences in one JSON file for its owner alone: an object with a key for each preference. Answers
-// from memory; a thread of its own brings the changes to the file, many at a time, each time as a whole
-// new file. Main thread.
+// The preferences in one JSON file that only its owner can read: an object with a key for each preference.
+// Answers from memory. A thread of its own gathers changes and replaces the file as a whole. Main thread.
 //
-// Keys with values of other kinds are kept as they are, and count as missing. So does a number that is not
-// finite, which JSON cannot express. A file that is no JSON object is moved aside under a name of its own
-// and the preferences begin empty; if even that fails, nothing is written at all. The file is read once:
-// whoever edits it while the program runs loses to the next change.
+// Values of other kinds are kept in the file and count as missing. A number that is not finite is not stored,
+// as JSON cannot express it. A file that holds no JSON object is moved aside and the preferences begin empty;
+// if it cannot be moved, nothing is written. The file is read once: the next change overwrites an edit that
+// is made while the program runs.
 class JsonUserDefaults final : public platform::UserDefaults {
  public:
-  // How fast changes follow one another to the file.
+  // How soon and how often changes reach the file.
   struct Pace {
-    std::chrono::milliseconds gather{15};   // from a first change to its writing, for others to join it
-    std::chrono::milliseconds interval{85}; // at least, from one writing to the next
+    std::chrono::milliseconds gather{15};   // from a first change to its writing, so that others join it
+    std::chrono::milliseconds interval{85}; // from one writing to the next, at least
   };
 
   // tolvera/preferences.json in the user's configuration directory.
   JsonUserDefaults();
   explicit JsonUserDefaults(std::filesystem::path file) : JsonUserDefaults(std::move(file), Pace{}) {}
   JsonUserDefaults(std::filesystem::path file, Pace pace);
-  // Nothing is pending when it returns.
+  // Writes what is pending.
   ~JsonUserDefaults() override;
 
   [[nodiscard]] std::optional<Value> objectForKey(std::string_view key) const override;
   void setObject(std::string_view key, Value value) override;
   void removeObjectForKey(std::string_view key) override;
 
-  // Waits until what has been assigned is in the file. False if it cannot be written; the store goes on
-  // trying then, about once a second.
+  // Waits until all changes are in the file. False if it cannot be written; the store then tries again about
+  // once a second.
   bool flush();
 
  private:

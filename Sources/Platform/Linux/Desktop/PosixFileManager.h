@@ -4,7 +4,8 @@
 
 namespace tolvera::adapters {
 
-// Files by system calls. Has no state; any thread.
+// Files by system calls and GLib. Has no state; any thread. A process that is killed while it writes may
+// leave a temporary file of mode 600 beside the file.
 class PosixFileManager final : public platform::FileManager {
  public:
   [[nodiscard]] std::filesystem::path applicationSupportDirectory() const override;

@@ -1,5 +1,7 @@
 #include "Platform/Linux/Desktop/PreferencesFile.h"
 
+#include "Async/Log.h"
+
 #include <boost/json/parse.hpp>
 #include <boost/json/serialize.hpp>
 
@@ -32,7 +34,7 @@ std::optional<json::object> parsed(std::string_view text) {
   return std::move(value.get_object());
 }
 
-// A number as a person would write it.
+// A number in its shortest form.
 std::string serialized(const json::value& value) {
   const double* number = value.if_double();
   if (!number || !std::isfinite(*number)) return json::serialize(value);
@@ -41,7 +43,7 @@ std::string serialized(const json::value& value) {
   return {digits.data(), end};
 }
 
-// One line for each key, for people who edit it by hand.
+// One line for each key, for people who edit the file.
 std::string serialized(const json::object& object) {
   std::string text = "{";
   const char* separator = "\n  ";
@@ -66,6 +68,8 @@ json::object PreferencesFile::load() {
     }
   }
   blocked_ = !putAside();
+  log::warn(log::Category::account, path_.native(), " holds no JSON object and ",
+            blocked_ ? "cannot be moved: preferences will not be saved" : "was put aside");
   return {};
 }
 
@@ -76,7 +80,7 @@ bool PreferencesFile::putAside() {
                            path_.extension().string());
     if (::renameat2(AT_FDCWD, path_.c_str(), AT_FDCWD, aside.c_str(), RENAME_NOREPLACE) == 0) return true;
     if (errno == EEXIST) continue;
-    // File systems that cannot rename like this can usually link.
+    // Most file systems without this kind of renaming have links.
     if (::link(path_.c_str(), aside.c_str()) == 0) return ::unlink(path_.c_str()) == 0;
     if (errno != EEXIST) return false;
   }

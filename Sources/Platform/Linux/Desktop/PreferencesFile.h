@@ -9,16 +9,15 @@
 
 namespace tolvera::adapters {
 
-// The file behind JsonUserDefaults: reading, putting aside what cannot be read, and writing. Belongs to one
-// thread at a time.
+// The file behind JsonUserDefaults. One thread at a time.
 class PreferencesFile {
  public:
   explicit PreferencesFile(std::filesystem::path path) : path_(std::move(path)) {}
 
-  // What the file holds; an empty object if there is none. Puts a file aside that holds no object.
+  // The file's object; an empty one if there is no file. A file that holds no object is put aside.
   boost::json::object load();
-  // Replaces the file, unless it has this content already. False if that failed, or if something that
-  // cannot be read is still in its place.
+  // Replaces the file unless it has this content. False if that failed or if an unreadable file could not be
+  // put aside.
   bool save(const boost::json::object& object);
 
  private:

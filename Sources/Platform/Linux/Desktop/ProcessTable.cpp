@@ -17,21 +17,12 @@ namespace tolvera::adapters {
 namespace {
 
 constexpr std::size_t largestFile = 4 << 20; // arguments and environment together are smaller
-constexpr std::int32_t kernelThreads = 2;    // the parent of them all
+constexpr std::int32_t kernelThreads = 2;    // the parent of all threads of the kernel
 
 std::optional<std::string> contentOf(const std::string& path) {
-  // A name that another user's sandbox made up may be a pipe.
+  // In another user's sandbox the file may be a pipe or a terminal.
   const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
-  if (!file) return std::nullopt;
-  std::string content;
-  std::array<char, 8192> block;
-  while (content.size() < largestFile) {
-    const ssize_t count = ::read(file.get(), block.data(), block.size());
-    if (count < 0) return std::nullopt;
-    if (count == 0) break;
-    content.append(block.data(), static_cast<std::size_t>(count));
-  }
-  return content;
+  return file ? file.readAll(largestFile) : std::nullopt;
 }
 
 std::optional<std::string> targetOf(const std::string& link) {
@@ -79,12 +70,12 @@ std::vector<std::int32_t> ProcessTable::processes() const {
   return pids;
 }
 
-bool ProcessTable::isOwn(std::int32_t pid) const {
+bool ProcessTable::belongsToUser(std::int32_t pid) const {
   struct stat information{};
   if (::stat(path(pid, "").c_str(), &information) != 0) return false;
   if (information.st_uid == ::geteuid()) return true;
   if (information.st_uid != 0) return false;
-  // The files of a process that locks others out, as browsers' sandboxes do, are root's whoever runs it.
+  // If a process forbids inspection, as browsers' sandboxes do, its files belong to root.
   const auto status = contentOf(path(pid, "status"));
   if (!status) return false;
   constexpr std::string_view key = "\nUid:\t";
@@ -106,7 +97,7 @@ std::optional<ProcessTable::Status> ProcessTable::status(std::int32_t pid) const
   if (fields.size() <= startTimeField) return std::nullopt;
   const auto parent = number<std::int32_t>(fields[parentField]);
   const auto startTime = number<std::uint64_t>(fields[startTimeField]);
-  if (!parent || !startTime || *parent == kernelThreads || !isOwn(pid)) return std::nullopt;
+  if (!parent || !startTime || *parent == kernelThreads || !belongsToUser(pid)) return std::nullopt;
   return Status{.pid = pid, .parent = *parent, .startTime = *startTime};
 }
 
@@ -133,13 +124,13 @@ std::optional<std::string> ProcessTable::workingDirectory(std::int32_t pid) cons
 std::optional<std::string> ProcessTable::controlGroup(std::int32_t pid) const {
   const auto content = contentOf(path(pid, "cgroup"));
   if (!content) return std::nullopt;
-  // One hierarchy for everything, or on older systems the session's own beside it.
+  // The line "0::" is the unified hierarchy; older systems have the session's hierarchy besides.
   std::optional<std::string> found;
   for (const std::string& line : pieces(*content, '\n')) {
-    const bool own = line.find(":name=systemd:") != std::string::npos;
-    if (!own && !line.starts_with("0::")) continue;
+    const bool isSession = line.find(":name=systemd:") != std::string::npos;
+    if (!isSession && !line.starts_with("0::")) continue;
     found = line.substr(line.find(':', line.find(':') + 1) + 1);
-    if (own) break;
+    if (isSession) break;
   }
   return found;
 }

@@ -9,8 +9,8 @@
 
 namespace tolvera::adapters {
 
-// The user's processes as the kernel's process file system shows them. Nothing is kept: a process may change
-// its program and vanish at any time, and then what is asked of it is absent or empty. Any thread.
+// The processes as the kernel's process file system shows them. Each call reads afresh: a process may change
+// its program or end at any time, and then the answer is absent or empty. Any thread.
 class ProcessTable {
  public:
   struct Status {
@@ -21,15 +21,15 @@ class ProcessTable {
 
   explicit ProcessTable(std::filesystem::path root = "/proc");
 
-  // Everybody's, in no order.
+  // Numbers of the processes of all users, in no order.
   [[nodiscard]] std::vector<std::int32_t> processes() const;
-  // Absent for other users' processes and for threads of the kernel.
+  // Absent for processes of other users and for threads of the kernel.
   [[nodiscard]] std::optional<Status> status(std::int32_t pid) const;
-  // The file that runs, even if it was replaced since; links resolved, as the process itself sees it.
+  // The program's file with links resolved, as the process sees it. A file that was replaced since keeps its
+  // name.
   [[nodiscard]] std::optional<std::string> executable(std::int32_t pid) const;
-  [[nodiscard]] std::vector<std::string> arguments(std::int32_t pid) const; // with the program's name
-  // The arguments' environment as it was when the program started, as NAME=VALUE; empty if it is not
-  // readable.
+  [[nodiscard]] std::vector<std::string> arguments(std::int32_t pid) const; // the first is the program's name
+  // The environment when the program started, as NAME=VALUE; empty if it is not readable.
   [[nodiscard]] std::vector<std::string> environment(std::int32_t pid) const;
   [[nodiscard]] std::optional<std::string> workingDirectory(std::int32_t pid) const;
   // The path of slices and units that the session put the process into: "/user.slice/.../x.scope".
@@ -39,7 +39,7 @@ class ProcessTable {
 
  private:
   [[nodiscard]] std::string path(std::int32_t pid, std::string_view name) const;
-  [[nodiscard]] bool isOwn(std::int32_t pid) const;
+  [[nodiscard]] bool belongsToUser(std::int32_t pid) const;
 
   std::string root_;
 };

@@ -29,7 +29,7 @@ std::vector<fs::path> userDirectories() {
   };
   add(XdgDirectories::dataHome());
   for (const fs::path& directory : XdgDirectories::dataDirectories()) add(directory);
-  // A session that a plain terminal started may not name what the sandboxes export.
+  // The environment of a session that was started from a terminal may lack the sandboxes' directories.
   add(XdgDirectories::dataHome() / "flatpak/exports/share");
   add("/var/lib/flatpak/exports/share");
   add("/var/lib/snapd/desktop");
@@ -68,7 +68,8 @@ bool XdgDesktopEntries::Basis::operator==(const Basis& other) const {
                                                     other.directories.begin(), other.directories.end(), same);
 }
 
-// The directories of the last basis with their changes since: a new directory changes the one that holds it.
+// The directories of the last index with their times of change now. A new directory changes its parent's
+// time.
 XdgDesktopEntries::Basis XdgDesktopEntries::basis() const {
   Basis now{.languages = userLanguages(), .directories = {}};
   for (const auto& [directory, change] : basis_.directories)
@@ -81,7 +82,7 @@ std::shared_ptr<const XdgDesktopIndex> XdgDesktopEntries::index() const {
   const auto time = std::chrono::steady_clock::now();
   if (index_ && time < expiry_ && basis() == basis_) return index_;
 
-  // The basis comes first: what changes while the index is made is found to have changed the next time.
+  // The times come first, so that a change during the reading is noticed the next time.
   Basis fresh{.languages = userLanguages(), .directories = {}};
   for (const fs::path& top : directories_) {
     fresh.directories.emplace_back(top, changeOf(top));

@@ -13,11 +13,11 @@
 
 namespace tolvera::adapters {
 
-// The applications that are installed now: read once and kept until a directory of entries changes. A changed
-// file or link behind an entry is noticed within half a minute. Any thread.
+// The applications that are installed now, read once and kept until a directory of entries changes. A change
+// of an entry's own file or program is noticed within half a minute. Any thread.
 class XdgDesktopEntries {
  public:
-  // Without directories, those of the user's environment.
+  // With the directories of the user's environment.
   XdgDesktopEntries();
   explicit XdgDesktopEntries(std::vector<std::filesystem::path> directories);
 

@@ -1,13 +1,13 @@
 #include "Platform/Linux/Desktop/XdgDesktopIndex.h"
 
+#include "Platform/Linux/Desktop/GlibOwner.h"
 #include "Platform/Linux/Desktop/XdgPrograms.h"
 
-#include <glib.h>
+#include <gio/gdesktopappinfo.h>
+#include <gio/gio.h>
 
 #include <algorithm>
 #include <cstdlib>
-#include <memory>
-#include <set>
 #include <sstream>
 
 namespace tolvera::adapters {
@@ -16,57 +16,9 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr const char* group = "Desktop Entry";
 constexpr std::string_view extension = ".desktop";
 
-// A file of entries, by its keys.
-class KeyFile {
- public:
-  // Empty if the file cannot be read or is none.
-  explicit KeyFile(const fs::path& file) : file_(g_key_file_new(), g_key_file_unref) {
-    g_key_file_load_from_file(file_.get(), file.c_str(), G_KEY_FILE_KEEP_TRANSLATIONS, nullptr);
-  }
-
-  [[nodiscard]] std::optional<std::string> text(const char* key) const {
-    return owned(g_key_file_get_string(file_.get(), group, key, nullptr));
-  }
-  [[nodiscard]] std::optional<std::string> localizedText(const char* key) const {
-    return owned(g_key_file_get_locale_string(file_.get(), group, key, nullptr, nullptr));
-  }
-  [[nodiscard]] bool flag(const char* key) const {
-    return g_key_file_get_boolean(file_.get(), group, key, nullptr) != 0;
-  }
-  [[nodiscard]] std::optional<std::set<std::string, std::less<>>> list(const char* key) const {
-    gsize count = 0;
-    const std::unique_ptr<gchar*, void (*)(gchar**)> texts(
-        g_key_file_get_string_list(file_.get(), group, key, &count, nullptr), g_strfreev);
-    if (!texts) return std::nullopt;
-    return std::set<std::string, std::less<>>(texts.get(), texts.get() + count);
-  }
-
- private:
-  static std::optional<std::string> owned(gchar* text) {
-    const std::unique_ptr<gchar, void (*)(gpointer)> owner(text, g_free);
-    return text ? std::optional<std::string>(text) : std::nullopt;
-  }
-
-  std::unique_ptr<GKeyFile, void (*)(GKeyFile*)> file_;
-};
-
-// Whether the entry is meant for the desktop that runs, whose names come most important first.
-bool isForThisDesktop(const KeyFile& file) {
-  const auto only = file.list("OnlyShowIn");
-  const auto never = file.list("NotShowIn");
-  const char* current = std::getenv("XDG_CURRENT_DESKTOP");
-  std::istringstream desktops(current ? current : "");
-  for (std::string desktop; std::getline(desktops, desktop, ':');) {
-    if (only && only->contains(desktop)) return true;
-    if (never && never->contains(desktop)) return false;
-  }
-  return !only;
-}
-
-// Directories that belong to many programs say nothing about whose a file there is.
+// Many programs have their files in a shared directory, so it does not identify one of them.
 bool isShared(const fs::path& directory) {
   const char* home = std::getenv("HOME");
   if (!directory.has_relative_path() || (home && directory == home)) return true;
@@ -78,9 +30,8 @@ bool isShared(const fs::path& directory) {
   return false;
 }
 
-// How well a process's arguments fit the entry's: what stands in both less what the process lacks. Absent if
-// it lacks a word that is no option, as that makes it another application of a common program: `python3
-// FILE`.
+// How well a process's arguments fit the entry's: the common ones less those that the process lacks. Absent
+// if it lacks one that is no option: `python3 FILE` is an application of its own for each FILE.
 std::optional<int> fit(const XdgDesktopEntry& entry, std::span<const std::string> arguments) {
   int result = 0;
   for (const std::string& argument : entry.arguments) {
@@ -114,20 +65,21 @@ void XdgDesktopIndex::addDirectory(const fs::path& directory) {
 }
 
 void XdgDesktopIndex::addFile(const fs::path& file, std::string id) {
-  const KeyFile keys(file);
-  if (keys.text("Type") != "Application") return;
   auto& place = entries_[id];
-  if (keys.flag("Hidden")) return;
-  if (const auto needed = keys.text("TryExec"); needed && !XdgPrograms::resolved(*needed)) return;
+  // Null for an entry that is broken, is no application, or whose program is not installed.
+  const GlibObject<GDesktopAppInfo> info(g_desktop_app_info_new_from_filename(file.c_str()));
+  if (!info || g_desktop_app_info_get_is_hidden(info.get())) return;
 
-  const bool isVisible = !keys.flag("NoDisplay") && isForThisDesktop(keys);
-  auto& entry = place.emplace(XdgDesktopEntry{.id = std::move(id),
-                                              .name = keys.localizedText("Name"),
-                                              .plainName = keys.text("Name"),
-                                              .isVisible = isVisible,
-                                              .program = {},
-                                              .arguments = {}});
-  auto command = XdgPrograms::command(keys.text("Exec").value_or(""));
+  auto* const application = G_APP_INFO(info.get());
+  auto& entry = place.emplace(
+      XdgDesktopEntry{.id = std::move(id),
+                      .name = takeText(g_desktop_app_info_get_locale_string(info.get(), "Name")),
+                      .plainName = takeText(g_desktop_app_info_get_string(info.get(), "Name")),
+                      .isVisible = g_app_info_should_show(application) != FALSE,
+                      .program = {},
+                      .arguments = {}});
+  const char* const commandLine = g_app_info_get_commandline(application);
+  auto command = XdgPrograms::command(commandLine ? commandLine : "");
   if (!command) return;
   const auto program = XdgPrograms::resolved(command->name);
   if (!program) return;
@@ -138,7 +90,7 @@ void XdgDesktopIndex::addFile(const fs::path& file, std::string id) {
 
 void XdgDesktopIndex::addProgram(const XdgDesktopEntry& entry, const std::string& name) {
   const fs::path program = entry.program;
-  // All snaps are started by one program; their processes are known by other signs.
+  // One program starts all snaps; their processes are identified by unit and environment.
   if (program.filename() == "snap" && name != "snap") return;
   byProgram_[entry.program].push_back(&entry);
   const auto interpreter = XdgPrograms::interpreter(entry.program);
@@ -192,7 +144,7 @@ std::vector<const XdgDesktopEntry*> XdgDesktopIndex::entriesOf(const std::string
   return result;
 }
 
-bool XdgDesktopIndex::knows(const std::string& executable) const {
+bool XdgDesktopIndex::needsArguments(const std::string& executable) const {
   const fs::path file = executable;
   return byProgram_.contains(executable) || interpreters_.contains(executable) ||
          byName_.contains(file.filename()) || byDirectory_.contains(file.parent_path());

@@ -5,8 +5,8 @@
 
 namespace tolvera::adapters {
 
-// The user's base directories, as the desktop's environment variables name them or else by their defaults.
-// A variable that is empty or holds a relative path counts as unset. None need exist. Any thread.
+// The user's base directories: those that the desktop's environment variables name, or else the defaults. A
+// variable that is empty or holds a relative path counts as unset. A directory may be missing. Any thread.
 namespace XdgDirectories {
 
 [[nodiscard]] std::filesystem::path dataHome();   // $XDG_DATA_HOME or ~/.local/share

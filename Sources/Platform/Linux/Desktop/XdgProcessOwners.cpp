@@ -1,5 +1,6 @@
 #include "Platform/Linux/Desktop/XdgProcessOwners.h"
 
+#include "Platform/Linux/Desktop/GlibOwner.h"
 #include "Platform/Linux/Desktop/XdgPrograms.h"
 #include "Platform/Linux/Desktop/XdgUnitNames.h"
 
@@ -14,7 +15,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// A program's name is followed by few options before the script that it runs.
+// An interpreter's arguments hold few options before the script.
 constexpr std::size_t mostOptionsBeforeScript = 4;
 
 std::optional<std::string_view> variable(const std::vector<std::string>& environment, std::string_view name) {
@@ -25,13 +26,11 @@ std::optional<std::string_view> variable(const std::vector<std::string>& environ
 }
 
 std::optional<std::string> sandboxedApplication(const std::string& description) {
-  const std::unique_ptr<GKeyFile, void (*)(GKeyFile*)> keys(g_key_file_new(), g_key_file_unref);
+  const std::unique_ptr<GKeyFile, GlibRelease<g_key_file_unref>> keys(g_key_file_new());
   if (!g_key_file_load_from_data(keys.get(), description.data(), description.size(), G_KEY_FILE_NONE,
                                  nullptr))
     return std::nullopt;
-  const std::unique_ptr<gchar, void (*)(gpointer)> name(
-      g_key_file_get_string(keys.get(), "Application", "name", nullptr), g_free);
-  return name ? std::optional<std::string>(name.get()) : std::nullopt;
+  return takeText(g_key_file_get_string(keys.get(), "Application", "name", nullptr));
 }
 
 bool contains(const std::vector<const XdgDesktopEntry*>& entries, const XdgDesktopEntry* entry) {
@@ -50,18 +49,18 @@ std::optional<std::int32_t> XdgProcessOwners::parent(std::int32_t pid) {
   const auto child = node(pid).status;
   if (!child) return std::nullopt;
   const auto parent = node(child->parent).status;
-  // A parent that ended may have left its number to a younger process.
+  // A younger process may have the number of a parent that ended.
   if (!parent || parent->startTime > child->startTime) return std::nullopt;
   return parent->pid;
 }
 
-const XdgDesktopEntry* XdgProcessOwners::own(std::int32_t pid) {
+const XdgDesktopEntry* XdgProcessOwners::application(std::int32_t pid) {
   Node& process = node(pid);
-  if (!process.own) {
-    process.own = nullptr; // ends a circle of parents, which processes that change meanwhile may show
-    process.own = process.status ? identify(pid) : nullptr;
+  if (!process.application) {
+    process.application = nullptr; // ends the search if processes that change meanwhile form a circle
+    process.application = process.status ? identify(pid) : nullptr;
   }
-  return *process.own;
+  return *process.application;
 }
 
 const XdgDesktopEntry* XdgProcessOwners::nearestAncestor(std::int32_t pid, bool visibleOnly) {
@@ -69,14 +68,14 @@ const XdgDesktopEntry* XdgProcessOwners::nearestAncestor(std::int32_t pid, bool 
   for (auto ancestor = parent(pid); ancestor; ancestor = parent(*ancestor)) {
     if (std::find(passed.begin(), passed.end(), *ancestor) != passed.end()) return nullptr;
     passed.push_back(*ancestor);
-    const XdgDesktopEntry* entry = own(*ancestor);
+    const XdgDesktopEntry* entry = application(*ancestor);
     if (entry && (entry->isVisible || !visibleOnly)) return entry;
   }
   return nullptr;
 }
 
-const XdgDesktopEntry* XdgProcessOwners::ownAsMain(std::int32_t pid) {
-  const XdgDesktopEntry* entry = own(pid);
+const XdgDesktopEntry* XdgProcessOwners::mainApplication(std::int32_t pid) {
+  const XdgDesktopEntry* entry = application(pid);
   return entry && nearestAncestor(pid, false) != entry ? entry : nullptr;
 }
 
@@ -86,13 +85,13 @@ const XdgDesktopEntry* XdgProcessOwners::visibleAncestor(std::int32_t pid) {
 
 const XdgDesktopEntry* XdgProcessOwners::identify(std::int32_t pid) {
   const auto environment = processes_.environment(pid);
-  // The variables pass on to children, so the process's number stands with them.
+  // Children inherit the variables, so a second one names the process that they are for.
   if (variable(environment, "GIO_LAUNCHED_DESKTOP_FILE_PID") == std::to_string(pid))
     if (const auto file = variable(environment, "GIO_LAUNCHED_DESKTOP_FILE"))
       if (const auto* entry = index_->entryOfFile(*file)) return entry;
 
   if (const auto sandbox = processes_.fileInside(pid, "/.flatpak-info")) {
-    // Paths in there are not those out here, so its program says nothing.
+    // Paths inside the sandbox are not those outside, so its program does not identify it.
     const auto application = sandboxedApplication(*sandbox);
     const auto* entry = application ? index_->entry(*application) : nullptr;
     return entry ? entry : byUnit(pid).entry;
@@ -133,13 +132,13 @@ XdgProcessOwners::Unit XdgProcessOwners::byUnit(std::int32_t pid) {
 
 XdgProcessOwners::Entries XdgProcessOwners::byProgram(std::int32_t pid) const {
   const auto executable = processes_.executable(pid);
-  if (!executable || !index_->knows(*executable)) return {};
+  if (!executable || !index_->needsArguments(*executable)) return {};
   const auto arguments = processes_.arguments(pid);
   const auto file = script(pid, *executable, arguments);
   if (file)
     if (auto entries = index_->entriesOf(*file, arguments); !entries.empty()) return entries;
   Entries entries = index_->entriesOf(*executable, arguments);
-  // An interpreter that runs somebody's script is not the interpreter's own application.
+  // A process that runs a script is not the application of the bare interpreter.
   if (file) std::erase_if(entries, [](const XdgDesktopEntry* entry) { return entry->arguments.empty(); });
   return entries;
 }

@@ -13,12 +13,12 @@
 
 namespace tolvera::adapters {
 
-// Which application each process belongs to, at one moment: reads of a process what it must, once. Made for
-// one question and dropped. One thread.
+// Finds the application of each process at one moment. Reads of a process what it needs, once, so an object
+// serves one question. One thread.
 //
-// A process says itself which application it is, in this order: the entry that its desktop started it from,
-// the application of its sandbox, its program, its session unit. Units pass on to children, so a program that
-// is started within another application's unit is its own application nevertheless.
+// A process is identified by the first of these: the entry from which the desktop started it, the application
+// of its sandbox, its program, its session unit. Children inherit units, so a program that was started within
+// another application's unit still is an application of its own.
 class XdgProcessOwners {
  public:
   // `processes` outlives this object.
@@ -26,22 +26,22 @@ class XdgProcessOwners {
       : processes_(processes), index_(std::move(index)) {}
 
   [[nodiscard]] std::optional<ProcessTable::Status> status(std::int32_t pid) { return node(pid).status; }
-  // What the process is by its own signs; null if it has none.
-  [[nodiscard]] const XdgDesktopEntry* own(std::int32_t pid);
-  // The same, if the process is not the helper of another one of the application.
-  [[nodiscard]] const XdgDesktopEntry* ownAsMain(std::int32_t pid);
-  // The nearest application in the process's ancestry that the user sees as one; null if there is none.
+  // The application that the process itself shows; null if there is none.
+  [[nodiscard]] const XdgDesktopEntry* application(std::int32_t pid);
+  // The same, but null if the process is a helper of another process of that application.
+  [[nodiscard]] const XdgDesktopEntry* mainApplication(std::int32_t pid);
+  // The nearest ancestor's application that menus show; null if there is none.
   [[nodiscard]] const XdgDesktopEntry* visibleAncestor(std::int32_t pid);
 
  private:
   using Entries = std::vector<const XdgDesktopEntry*>;
   struct Unit {
     const XdgDesktopEntry* entry = nullptr;
-    bool isInner = false; // the unit itself is the application's, not only a slice around it
+    bool isInner = false; // true if the innermost unit is the application's, not only a slice around it
   };
   struct Node {
     std::optional<ProcessTable::Status> status;
-    std::optional<const XdgDesktopEntry*> own; // null if it has none, absent if not yet known
+    std::optional<const XdgDesktopEntry*> application; // null if it has none, absent if not yet known
     std::optional<Unit> unit;
   };
 

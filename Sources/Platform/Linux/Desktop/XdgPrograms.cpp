@@ -1,11 +1,12 @@
 #include "Platform/Linux/Desktop/XdgPrograms.h"
 
+#include "Platform/Linux/Desktop/GlibOwner.h"
+
 #include <glib.h>
 
 #include <array>
 #include <filesystem>
 #include <fstream>
-#include <memory>
 #include <sstream>
 #include <string_view>
 
@@ -19,11 +20,11 @@ std::vector<std::string> words(const std::string& execLine) {
   gint count = 0;
   gchar** parsed = nullptr;
   if (!g_shell_parse_argv(execLine.c_str(), &count, &parsed, nullptr)) return {};
-  const std::unique_ptr<gchar*, void (*)(gchar**)> owner(parsed, g_strfreev);
+  const GlibTexts owner(parsed);
   return {parsed, parsed + count};
 }
 
-// Without its field codes; absent if the word was made of them, or of the user's choice in part.
+// The word with "%%" read as "%". Absent if it holds a field code, which stands for the user's files.
 std::optional<std::string> fixedWord(const std::string& word) {
   std::string result;
   for (std::size_t index = 0; index < word.size(); ++index) {
@@ -38,7 +39,7 @@ std::optional<std::string> fixedWord(const std::string& word) {
 
 bool isEnv(std::string_view name) { return name.substr(name.rfind('/') + 1) == "env"; }
 
-// Options of `env` that take a value of their own are not known here: nobody writes them in these places.
+// Options of `env` with a separate value are not supported; desktop entries do not use them.
 bool belongsToEnv(std::string_view word) {
   return word.starts_with("-") || word.find('=') != std::string_view::npos;
 }
@@ -60,7 +61,7 @@ std::optional<XdgPrograms::Command> XdgPrograms::command(const std::string& exec
 }
 
 std::optional<std::string> XdgPrograms::resolved(const std::string& name) {
-  const std::unique_ptr<gchar, void (*)(gpointer)> found(g_find_program_in_path(name.c_str()), g_free);
+  const GlibText found(g_find_program_in_path(name.c_str()));
   if (!found) return std::nullopt;
   std::error_code error;
   const auto file = fs::canonical(found.get(), error);

@@ -1,5 +1,6 @@
 #include "Platform/Linux/Desktop/XdgRunningApplications.h"
 
+#include "Async/Log.h"
 #include "Platform/Linux/Desktop/XdgProcessOwners.h"
 
 #include <algorithm>
@@ -36,7 +37,7 @@ std::vector<RunningApplication> XdgRunningApplications::runningApplications() co
   XdgProcessOwners owners(processes_, index);
   std::map<const XdgDesktopEntry*, ProcessTable::Status> oldest;
   for (const std::int32_t pid : processes_.processes()) {
-    const XdgDesktopEntry* entry = owners.ownAsMain(pid);
+    const XdgDesktopEntry* entry = owners.mainApplication(pid);
     if (!entry) continue;
     const auto status = owners.status(pid);
     const auto [place, isNew] = oldest.try_emplace(entry, *status);
@@ -55,7 +56,7 @@ std::vector<RunningApplication> XdgRunningApplications::runningApplications() co
 
 std::optional<RunningApplication> XdgRunningApplications::runningApplication(std::int32_t pid) const {
   const auto index = entries_.index();
-  const XdgDesktopEntry* entry = XdgProcessOwners(processes_, index).ownAsMain(pid);
+  const XdgDesktopEntry* entry = XdgProcessOwners(processes_, index).mainApplication(pid);
   return entry ? std::optional(application(pid, *entry)) : std::nullopt;
 }
 
@@ -75,11 +76,14 @@ std::optional<std::string> XdgRunningApplications::bundleIdentifier(std::int32_t
   constexpr const char* helper = ".helper";
   const auto index = entries_.index();
   XdgProcessOwners owners(processes_, index);
-  const XdgDesktopEntry* own = owners.own(pid);
-  if (own && own->isVisible) return owners.ownAsMain(pid) ? own->id : own->id + helper;
-  // Parts of the desktop that no menu shows count for what started them, which the user knows.
+  const XdgDesktopEntry* entry = owners.application(pid);
+  if (entry && entry->isVisible) return owners.mainApplication(pid) ? entry->id : entry->id + helper;
+  // A part of the desktop that no menu shows counts for the application that started it.
   if (const XdgDesktopEntry* visible = owners.visibleAncestor(pid)) return visible->id + helper;
-  return own ? std::optional(own->id) : std::nullopt;
+  if (entry) return entry->id;
+  log::trace(log::Category::sound, "process ", pid,
+             owners.status(pid) ? " belongs to no application" : " is gone or another user's");
+  return std::nullopt;
 }
 
 } // namespace tolvera::adapters

@@ -36,7 +36,7 @@ std::string unescaped(std::string_view text) {
   return result;
 }
 
-// Some launchers leave the dashes of an identifier as they are, so any run of parts may be one.
+// Some launchers do not escape the dashes of an identifier, so several parts may form one.
 void add(std::vector<std::string>& ids, std::span<const std::string_view> parts) {
   std::string id;
   for (const std::string_view part : parts) {
@@ -74,7 +74,7 @@ void addSnap(std::vector<std::string>& ids, std::string_view name) {
   ids.push_back(snap + "_" + snap);
 }
 
-// "dbus-:CONNECTION-NAME@NUMBER.service": programs that the bus starts are mostly called by their own name.
+// "dbus-:CONNECTION-NAME@NUMBER.service": the bus name of a program is mostly its application's identifier.
 void addBusName(std::vector<std::string>& ids, std::string_view name) {
   name = name.substr(0, name.find('@'));
   if (const auto dash = name.find('-'); dash != std::string_view::npos) {

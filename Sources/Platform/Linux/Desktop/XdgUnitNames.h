@@ -6,11 +6,11 @@
 
 namespace tolvera::adapters {
 
-// The application identifiers that a session's units may stand for. Any thread.
+// Reads application identifiers from the names of a session's units. Any thread.
 namespace XdgUnitNames {
 
-// What the units on the path of a control group may mean, best guess first: the innermost unit comes first,
-// and a name that can be read in several ways ("app-LAUNCHER-ID-RANDOM", "app-ID-RANDOM") gives them all.
+// The identifiers that the units on a control group's path may contain, the innermost unit first. A name that
+// can be read in several ways ("app-LAUNCHER-ID-RANDOM", "app-ID-RANDOM") gives all of them.
 [[nodiscard]] std::vector<std::string> applicationIDs(std::string_view controlGroup);
 
 } // namespace XdgUnitNames

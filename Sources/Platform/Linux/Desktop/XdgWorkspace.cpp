@@ -16,8 +16,7 @@ bool XdgWorkspace::openURL(const platform::URL& url) {
     return false;
   const platform::URL located = locate_(url);
   const std::string address(located.buffer());
-  // No shell takes part: the browser's desktop entry is split by GIO and started with the address as one
-  // argument.
+  // Without a shell: GIO splits the browser's Exec line and passes the address as one argument.
   return g_app_info_launch_default_for_uri(address.c_str(), nullptr, nullptr);
 }
 
@@ -28,7 +27,8 @@ bool XdgWorkspace::openFolder(const std::string& path) {
 }
 
 bool XdgWorkspace::openMicrophoneSettings() {
-  // The settings of a desktop are installed with it, so the first that is there will do; mixers come last.
+  // A desktop's settings are installed with it, so the first one found belongs to this desktop. Mixers come
+  // last.
   constexpr std::array entries = {"gnome-sound-panel.desktop",
                                   "kcm_pulseaudio.desktop",
                                   "cinnamon-settings-sound.desktop",

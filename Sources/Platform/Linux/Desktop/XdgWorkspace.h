@@ -7,7 +7,7 @@
 
 namespace tolvera::adapters {
 
-// The desktop by its own rules for default applications. Main thread.
+// Opens addresses and folders in the desktop's default applications. Main thread.
 class XdgWorkspace final : public platform::Workspace {
  public:
   // `locate` gives the address that is really opened for one that a program asks for.
@@ -17,7 +17,7 @@ class XdgWorkspace final : public platform::Workspace {
 
   bool openURL(const platform::URL& url) override;
   bool openFolder(const std::string& path) override;
-  // The sound settings of the desktop that runs, or else a mixer.
+  // Opens the desktop's sound settings, or else a mixer.
   bool openMicrophoneSettings() override;
 
  private:
