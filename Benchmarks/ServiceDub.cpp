@@ -1,5 +1,5 @@
 // Speaks sentences into the service in real time and prints how soon the first sound of a translation follows
-// its final caption, and how long its speech takes to make.
+// its final caption, how long the program holds its microphone back, and how long speech takes to make.
 
 #include "SpokenSentences.h"
 
@@ -78,6 +78,21 @@ void printFirstSounds(const std::vector<StreamClient::Frame>& frames) {
       captions, busy);
 }
 
+// The program holds its microphone back for as long as it believes that the dub sounds: the length of each
+// frame and 0.4 s.
+void printDeafness(const std::vector<StreamClient::Frame>& frames) {
+  constexpr double margin = 0.4;
+  double seconds = 0;
+  std::size_t sounds = 0;
+  for (const auto& frame : frames) {
+    if (frame.binary.empty()) continue;
+    ++sounds;
+    seconds += static_cast<double>(frame.binary.size()) / 2 / tolvera::service::Speech::sampleRate;
+  }
+  std::printf("microphone held back          %.1f s for %.1f s of dub in %zu frames\n",
+              seconds + margin * static_cast<double>(sounds), seconds, sounds);
+}
+
 void printSynthesis(const std::vector<StreamClient::Frame>& frames) {
   const tolvera::service::Speech speech;
   std::vector<double> costs;
@@ -101,5 +116,6 @@ int main() {
   speak(client);
   const auto frames = client.frames();
   printFirstSounds(frames);
+  printDeafness(frames);
   printSynthesis(frames);
 }

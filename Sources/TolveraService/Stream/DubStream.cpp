@@ -10,8 +10,8 @@ namespace tolvera::service {
 
 namespace {
 
-constexpr std::size_t unreadFrames = 50; // then the client is not reading
-constexpr std::chrono::milliseconds unreadLook{100};
+constexpr std::size_t unreadFrames = 5; // more than these wait: the client does not read
+constexpr std::chrono::milliseconds unreadStep{100};
 
 std::string bytesOf(std::span<const std::int16_t> samples) {
   std::string bytes;
@@ -62,6 +62,7 @@ bool DubStream::dropped() const {
 
 Task<void> DubStream::send(std::shared_ptr<DubStream> stream) {
   while (!stream->dropped()) {
+    co_await stream->untilRead();
     auto sentence = stream->take();
     if (!sentence) {
       co_await stream->said_.pass();
@@ -81,12 +82,18 @@ std::optional<DubStream::Sentence> DubStream::take() {
   return sentence;
 }
 
+Task<void> DubStream::untilRead() {
+  while (output_->waiting() > unreadFrames && !dropped()) co_await clock_.sleep(unreadStep);
+}
+
 Task<bool> DubStream::sendWhole(Sentence sentence) {
   std::span<const std::int16_t> rest(sentence);
+  const std::size_t frames = (sentence.size() + frameSamples - 1) / frameSamples;
+  const std::size_t part = (sentence.size() + frames - 1) / frames;
   while (!rest.empty()) {
-    while (output_->waiting() > unreadFrames && !dropped()) co_await clock_.sleep(unreadLook);
+    co_await untilRead();
     if (dropped()) co_return false;
-    const auto frame = rest.first(std::min(rest.size(), frameSamples));
+    const auto frame = rest.first(std::min(rest.size(), part));
     rest = rest.subspan(frame.size());
     output_->sendBinary(bytesOf(frame));
     co_await clock_.sleep(pauseAfter(lengthOf(frame.size())));

@@ -15,16 +15,17 @@
 
 namespace tolvera::service {
 
-// The speech of one run on its way to the client: whole sentences come in, short frames go out no faster
-// than twice as fast as they are heard, and no faster than they are heard once the client has `lead` ahead.
-// So little is under way that a stop silences the run.
+// The speech of one run on its way to the client: whole sentences come in, frames go out no faster than twice
+// as fast as they are heard, and no faster than they are heard once the client has `lead` ahead. So little is
+// under way that a stop silences the run. Frames are long because the client holds its microphone back for a
+// while after each of them.
 //
 // What cannot be sent in time is dropped by whole sentences, the oldest first: half a sentence is no use, and
-// the listener wants what is being said now; what is older stands in the captions. Shared by the connection,
-// which sends, and the worker, which says.
+// the listener wants the newest one; the captions have the older ones. Shared by the connection, which sends,
+// and the worker, which says.
 class DubStream {
  public:
-  static constexpr std::size_t frameSamples = 4800;           // 200 ms
+  static constexpr std::size_t frameSamples = 2UL * 24000;    // at most; longer sentences go in equal parts
   static constexpr std::chrono::seconds lead{5};              // sent and not yet heard
   static constexpr std::size_t waitingSamples = 15UL * 24000; // beyond the sentence that is being sent
 
@@ -42,6 +43,8 @@ class DubStream {
  private:
   using Sentence = std::vector<std::int16_t>;
 
+  // Waits while the client does not read.
+  Task<void> untilRead();
   std::optional<Sentence> take();
   // False when it was dropped meanwhile.
   Task<bool> sendWhole(Sentence sentence);
