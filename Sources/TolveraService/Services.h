@@ -20,7 +20,7 @@ namespace tolvera::service {
 
 class StreamConnection;
 
-// What every connection of a server shares. Owned by Server; it outlives the connections.
+// What all connections of a server share. Owned by Server; it outlives the connections.
 struct Services {
   AccountStore& accounts;
   Translator& translator;

@@ -81,11 +81,44 @@ TEST_F(Accounts, PurchaseNeedsASignInOnce) {
   EXPECT_EQ(store.confirmPurchase("no code", 18000), Outcome::unknownCode);
 }
 
+TEST_F(Accounts, UnusedSignupsAreForgotten) {
+  std::string used;
+  {
+    AccountStore store(state_);
+    used = store.signUp().token;
+    EXPECT_TRUE(store.find(used));
+    store.signUp();
+  }
+  Database database(state_ / "accounts.sqlite");
+  database.execute("UPDATE installations SET made_at = made_at - 90000");
+  EXPECT_TRUE(AccountStore(state_).find(used)); // forgets at its start
+  for (const char* table : {"SELECT count(*) FROM installations", "SELECT count(*) FROM accounts"}) {
+    Database::Statement count(database, table);
+    EXPECT_EQ(count.first([](const auto& row) { return row.integer(0); }), 1) << table;
+  }
+}
+
 TEST_F(Accounts, UnusablePlacesAreRefused) {
-  EXPECT_THROW(AccountStore("/proc/tolvera"), DatabaseError);
+  const auto refusal = [](const std::filesystem::path& directory) -> std::string {
+    try {
+      AccountStore store(directory);
+      return {};
+    } catch (const DatabaseError& error) {
+      return error.what();
+    }
+  };
+  const auto file = state_ / "accounts.sqlite";
+  EXPECT_NE(refusal("/proc/tolvera").find("/proc/tolvera"), std::string::npos);
   std::filesystem::create_directories(state_);
-  std::ofstream(state_ / "accounts.sqlite") << "this is not a database: " << std::string(4096, 'x');
-  EXPECT_THROW(AccountStore{state_}, DatabaseError);
+  using std::filesystem::perms;
+  std::filesystem::permissions(state_, perms::owner_all | perms::others_read);
+  EXPECT_EQ(refusal(state_), "");
+  EXPECT_EQ(std::filesystem::status(state_).permissions(), perms::owner_all | perms::others_read) << "kept";
+  std::filesystem::resize_file(file, 6000); // cut short
+  EXPECT_NE(refusal(state_).find(file.string() + " are damaged"), std::string::npos);
+  EXPECT_EQ(std::filesystem::file_size(file), 6000U) << "left as it was";
+  std::filesystem::permissions(state_, perms::group_write, std::filesystem::perm_options::add);
+  EXPECT_NE(refusal(state_).find("chmod go-w"), std::string::npos);
 }
 
 } // namespace

@@ -44,6 +44,18 @@ TEST_F(HTTP, AnswersItsOwnNamesOnly) {
     headers.emplace_back("Sec-WebSocket-Key", "dGhlIHNhbXBsZSBub25jZQ==");
     EXPECT_EQ(client_.request("GET", "/livetranslate/ws", headers).status, 421U);
   }
+  const std::tuple<const char*, const char*, const char*, unsigned> pages[] = {
+      {"none", "navigate", "document", 200},       {"same-origin", "no-cors", "style", 200},
+      {"cross-site", "navigate", "document", 200}, {"cross-site", "navigate", "iframe", 0},
+      {"cross-site", "no-cors", "style", 0},       {"same-site", "cors", "empty", 0}};
+  for (const auto& [site, mode, destination, status] : pages)
+    EXPECT_EQ(
+        client_
+            .request("GET", "/livetranslate/style.css",
+                     {{"Sec-Fetch-Site", site}, {"Sec-Fetch-Mode", mode}, {"Sec-Fetch-Dest", destination}})
+            .status,
+        status)
+        << site << destination;
   EXPECT_EQ(client_.raw("GET /livetranslate/privacy HTTP/1.0\r\n\r\n").status, 421U);
   EXPECT_EQ(client_.get("/livetranslate/ws").status, 404U) << "no upgrade";
 }

@@ -1,6 +1,7 @@
 #include "TolveraService/Accounts/AccountStore.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cmath>
@@ -10,13 +11,21 @@ namespace tolvera::service {
 
 namespace {
 
+constexpr std::string_view fileName = "accounts.sqlite";
+
 std::filesystem::path prepared(const std::filesystem::path& directory) {
   std::error_code error;
   std::filesystem::create_directories(directory.parent_path(), error);
-  if (::mkdir(directory.c_str(), 0700) != 0 && !std::filesystem::is_directory(directory))
-    throw DatabaseError("cannot make the directory " + directory.string());
-  ::chmod(directory.c_str(), 0700);
-  return directory / "accounts.sqlite";
+  if (::mkdir(directory.c_str(), 0700) == 0) return directory / fileName;
+  struct stat status{};
+  if (::stat(directory.c_str(), &status) != 0 || !S_ISDIR(status.st_mode))
+    throw DatabaseError("Cannot make the directory " + directory.string() + ".");
+  const bool isOurs = status.st_uid == ::geteuid() || status.st_uid == 0;
+  if (!isOurs || (status.st_mode & (S_IWGRP | S_IWOTH)) != 0)
+    throw DatabaseError("Other users may write in the directory " + directory.string() +
+                        ", so they could change accounts. Name a directory of your own with --state, or "
+                        "take their right away: chmod go-w.");
+  return directory / fileName;
 }
 
 // Time is kept in whole milliseconds: sums stay exact.
@@ -46,33 +55,59 @@ CREATE TABLE IF NOT EXISTS links (
   used INTEGER NOT NULL DEFAULT 0
 ) WITHOUT ROWID;
 CREATE INDEX IF NOT EXISTS links_by_age ON links (made_at);
-PRAGMA user_version = 1;
 COMMIT;
 )sql";
+
+// Version 2, so that a signup can be forgotten whose token never came back.
+constexpr const char* addUseOfInstallations = R"sql(
+BEGIN IMMEDIATE;
+ALTER TABLE installations ADD COLUMN made_at INTEGER NOT NULL DEFAULT 0;
+ALTER TABLE installations ADD COLUMN used INTEGER NOT NULL DEFAULT 0;
+UPDATE installations SET used = 1;
+CREATE INDEX unused_installations ON installations (made_at) WHERE used = 0;
+PRAGMA user_version = 2;
+COMMIT;
+)sql";
+
+std::int64_t firstInteger(const Database::Statement& row) { return row.integer(0); }
+
+std::int64_t versionOf(Database& database) {
+  Database::Statement version(database, "PRAGMA user_version");
+  return version.first(firstInteger).value_or(0);
+}
 
 Database withSchema(const std::filesystem::path& file) {
   Database database(file);
   database.execute(schema);
+  if (versionOf(database) < 2) database.execute(addUseOfInstallations);
   return database;
 }
 
 constexpr std::int64_t linkLifetime = 1800; // s
+constexpr std::size_t signupsBetweenLooks = 256;
 
 std::int64_t now() { return static_cast<std::int64_t>(std::time(nullptr)); }
 
 std::int64_t milliseconds(double seconds) { return static_cast<std::int64_t>(std::llround(seconds * 1000)); }
 double seconds(std::int64_t milliseconds) { return static_cast<double>(milliseconds) / 1000; }
 
-std::int64_t firstInteger(const Database::Statement& row) { return row.integer(0); }
-
 } // namespace
 
 AccountStore::AccountStore(const std::filesystem::path& directory)
     : database_(withSchema(prepared(directory))),
       insertAccount_(database_, "INSERT INTO accounts (granted_ms) VALUES (?1)"),
-      insertInstallation_(database_, "INSERT INTO installations (token_hash, own_account) VALUES (?1, ?2)"),
-      findInstallation_(database_, "SELECT a.id, a.granted_ms, a.used_ms, i.signed_in_account IS NOT NULL"
-                                   " FROM installations i"
+      insertInstallation_(database_,
+                          "INSERT INTO installations (token_hash, own_account, made_at) VALUES (?1, ?2, ?3)"),
+      markUsed_(database_, "UPDATE installations SET used = 1 WHERE token_hash = ?1"),
+      forgetInstallations_(database_, "DELETE FROM installations WHERE token_hash IN (SELECT token_hash FROM"
+                                      " (SELECT token_hash, made_at, row_number() OVER"
+                                      "  (ORDER BY made_at DESC) AS place FROM installations WHERE used = 0)"
+                                      " WHERE made_at < ?1 OR place > ?2)"),
+      forgetAccounts_(database_, "DELETE FROM accounts WHERE id NOT IN"
+                                 " (SELECT own_account FROM installations)"
+                                 " AND id NOT IN (SELECT account FROM local_account)"),
+      findInstallation_(database_, "SELECT a.id, a.granted_ms, a.used_ms, i.signed_in_account IS NOT NULL,"
+                                   " i.used FROM installations i"
                                    " JOIN accounts a ON a.id = coalesce(i.signed_in_account, i.own_account)"
                                    " WHERE i.token_hash = ?1"),
       chargeAccount_(database_, "UPDATE accounts SET used_ms = min(granted_ms, used_ms + ?2) WHERE id ="
@@ -92,7 +127,9 @@ AccountStore::AccountStore(const std::filesystem::path& directory)
       findLocalAccount_(database_, "SELECT account FROM local_account"),
       insertLocalAccount_(database_, "INSERT INTO local_account (one, account) VALUES (1, ?1)"),
       takeAll_(database_, "UPDATE accounts SET granted_ms = used_ms WHERE id = ?1"),
-      grant_(database_, "UPDATE accounts SET granted_ms = granted_ms + ?2 WHERE id = ?1") {}
+      grant_(database_, "UPDATE accounts SET granted_ms = granted_ms + ?2 WHERE id = ?1") {
+  forgetUnused();
+}
 
 AccountStore::Signup AccountStore::signUp() {
   Signup signup{makeSecret(), secondsGranted};
@@ -100,9 +137,15 @@ AccountStore::Signup AccountStore::signUp() {
   std::scoped_lock lock(mutex_);
   Database::Transaction transaction(database_);
   insertAccount_.with(milliseconds(secondsGranted)).run();
-  insertInstallation_.with(hash, database_.lastInsertedRow()).run();
+  insertInstallation_.with(hash, database_.lastInsertedRow(), now()).run();
+  if (++signups_ % signupsBetweenLooks == 0) forgetUnused();
   transaction.commit();
   return signup;
+}
+
+void AccountStore::forgetUnused() {
+  forgetInstallations_.with(now() - unusedLifetime, unusedLimit).run();
+  forgetAccounts_.with().run();
 }
 
 std::optional<AccountStore::Account> AccountStore::find(std::string_view token) {
@@ -112,11 +155,15 @@ std::optional<AccountStore::Account> AccountStore::find(std::string_view token) 
 }
 
 std::optional<AccountStore::Account> AccountStore::account(const SecretHash& installation) {
-  return findInstallation_.with(installation).first([&installation](const auto& row) {
+  bool isUsed = true;
+  auto found = findInstallation_.with(installation).first([&](const auto& row) {
+    isUsed = row.integer(4) != 0;
     const std::int64_t granted = row.integer(1);
     const std::int64_t used = row.integer(2);
     return Account{installation, row.integer(0), seconds(granted - used), seconds(used), row.integer(3) != 0};
   });
+  if (!isUsed) markUsed_.with(installation).run();
+  return found;
 }
 
 double AccountStore::charge(const SecretHash& installation, double used) {

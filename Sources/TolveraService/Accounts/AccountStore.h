@@ -3,6 +3,7 @@
 #include "TolveraService/Accounts/Database.h"
 #include "TolveraService/Accounts/Secrets.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <filesystem>
 #include <mutex>
@@ -12,14 +13,19 @@
 
 namespace tolvera::service {
 
-// Who may translate, and for how long. An installation is known by its token, of which only a hash is kept.
-// It has time of its own; while it is signed in it uses the time of the local account instead. Owned by the
-// server. Any thread; a call blocks for a write to the disk. Every operation may throw DatabaseError.
+// The accounts: who may translate, and for how long. An installation is known by its token, of which only a
+// hash is kept. It has time of its own; while it is signed in, it uses the time of the local account instead.
+// Owned by the server. Any thread; a call waits for the disk. Every operation may throw DatabaseError.
 class AccountStore {
  public:
   static constexpr double secondsGranted = 3600;
 
-  // Opens `accounts.sqlite` in the directory, which is made if need be, with mode 700.
+  // Installations whose token never came back are forgotten after a day, and beyond this count.
+  static constexpr std::int64_t unusedLimit = 10000;
+  static constexpr std::int64_t unusedLifetime = 86400; // s
+
+  // Opens `accounts.sqlite` in the directory. A missing directory is made with mode 700; one that others may
+  // write is refused.
   explicit AccountStore(const std::filesystem::path& directory);
 
   struct Signup {
@@ -36,11 +42,11 @@ class AccountStore {
     double secondsUsed = 0;
     bool signedIn = false;
   };
-  // Nothing for a token that nobody was given.
+  // Nothing for an unknown token.
   std::optional<Account> find(std::string_view token);
 
-  // Uses up time of whatever account the installation has now, no more than there is, and gives what is
-  // left, in seconds.
+  // Uses up time of the installation's present account, no more than there is, and gives the rest, in
+  // seconds.
   double charge(const SecretHash& installation, double seconds);
 
   // Ends the sign-in of an installation, and gives its account afterwards.
@@ -60,28 +66,32 @@ class AccountStore {
   // The code of a new link.
   std::string makeLink(const SecretHash& installation, Purpose purpose, std::string_view pack,
                        std::string_view order);
-  // Nothing for a code that nobody was given, or that is too old.
+  // Nothing for a code that is unknown or too old.
   std::optional<Link> findLink(std::string_view code);
 
   enum class Outcome { done, usedBefore, unknownCode, signInFirst };
-  // Binds the link's installation to the local account. What is left of the installation's own time moves
-  // there.
+  // Binds the link's installation to the local account and moves the installation's own time there.
   Outcome confirmSignIn(std::string_view code);
-  // Gives time to the account that the link's installation is signed in to. Happens once, whatever comes.
+  // Gives time to the account that the link's installation is signed in to. A link works once.
   Outcome confirmPurchase(std::string_view code, double seconds);
 
  private:
+  void forgetUnused();
   std::optional<Account> account(const SecretHash& installation);
   std::optional<Link> link(const SecretHash& code);
   std::int64_t localAccount();
-  // Uses a link up for what it is meant for, in one transaction with `effect`.
+  // Marks a link as used, in one transaction with `effect`.
   template<typename Effect>
   Outcome confirm(std::string_view code, Purpose purpose, Effect effect);
 
   std::mutex mutex_;
+  std::size_t signups_ = 0; // since the start
   Database database_;
   Database::Statement insertAccount_;
   Database::Statement insertInstallation_;
+  Database::Statement markUsed_;
+  Database::Statement forgetInstallations_;
+  Database::Statement forgetAccounts_;
   Database::Statement findInstallation_;
   Database::Statement chargeAccount_;
   Database::Statement bindInstallation_;

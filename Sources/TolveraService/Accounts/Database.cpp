@@ -13,13 +13,20 @@ void check(int result, const char* what) {
   if (result != SQLITE_OK) throw DatabaseError(std::string(what) + ": " + sqlite3_errstr(result));
 }
 
+DatabaseError damaged(const std::filesystem::path& file) {
+  return DatabaseError("The accounts in " + file.string() +
+                       " are damaged. Put a copy of the file back, or move it away to begin with new "
+                       "accounts. Nothing was changed.");
+}
+
 } // namespace
 
 void Database::Close::operator()(sqlite3* handle) const { sqlite3_close_v2(handle); }
 void Database::Statement::Finalize::operator()(sqlite3_stmt* statement) const { sqlite3_finalize(statement); }
 
 Database::Database(const std::filesystem::path& file) {
-  // Born with its mode: the library would create it with the process's mask. Its log files follow it.
+  // Created here because the library would give it the mode of the process's mask. Its log files get the
+  // same mode.
   const int created = ::open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
   if (created < 0) throw DatabaseError("cannot open " + file.string());
   ::fchmod(created, 0600);
@@ -30,10 +37,22 @@ Database::Database(const std::filesystem::path& file) {
   handle_.reset(opened);
   check(result, "opening the database");
   check(sqlite3_busy_timeout(opened, 5000), "setting the time-out");
+  if (!isSound()) throw damaged(file);
   execute("PRAGMA journal_mode = WAL");
   // A commit survives the death of the process; only a loss of power can cost the last moments.
   execute("PRAGMA synchronous = NORMAL");
   execute("PRAGMA foreign_keys = ON");
+}
+
+bool Database::isSound() {
+  try {
+    Statement check(*this, "PRAGMA quick_check(1)");
+    return check.first([](const Statement& row) { return row.text(0); }) == "ok";
+  } catch (const DatabaseError&) {
+    const int error = sqlite3_errcode(handle_.get());
+    if (error == SQLITE_NOTADB || error == SQLITE_CORRUPT) return false;
+    throw;
+  }
 }
 
 void Database::execute(const char* sql) {

@@ -23,7 +23,8 @@ struct DatabaseError : std::runtime_error {
 // One SQLite file. Owned by AccountStore, which calls it from one thread at a time.
 class Database {
  public:
-  // Opens or creates the file, readable by its owner alone, with a write-ahead log. Throws DatabaseError.
+  // Opens or creates the file, readable by its owner alone, with a write-ahead log. Throws DatabaseError; a
+  // damaged file is left as it is.
   explicit Database(const std::filesystem::path& file);
 
   // A prepared statement, used again and again: bind, then run, or read the rows.
@@ -43,7 +44,7 @@ class Database {
     bool step();
     // Runs to the end.
     void run();
-    // What `read` makes of the first row, nothing if there is none; the statement has run to the end then.
+    // The result of `read` for the first row, nothing without a row. Runs the statement to its end.
     template<typename Read>
     auto first(Read read) -> std::optional<decltype(read(std::as_const(*this)))> {
       if (!step()) return std::nullopt;
@@ -81,10 +82,13 @@ class Database {
     bool open_ = true;
   };
 
+  // Runs one or more statements that take no values. Throws DatabaseError.
   void execute(const char* sql);
   [[nodiscard]] std::int64_t lastInsertedRow() const;
 
  private:
+  bool isSound();
+
   struct Close {
     void operator()(sqlite3* handle) const;
   };

@@ -10,7 +10,7 @@ namespace tolvera::service {
 // The open connections of a server, so that it can bound and end them. Network thread.
 class Connections {
  public:
-  // Counts a connection until the entry goes.
+  // One open connection, for as long as the entry lives.
   class Entry {
    public:
     Entry(Connections& connections, std::function<void()> end)
@@ -37,7 +37,7 @@ class Connections {
     const auto ends = ends_; // an end may remove its entry
     for (const auto& [key, end] : ends) end();
   }
-  // Called when the last one has gone.
+  // Called when the last connection has gone.
   std::function<void()> onEmpty;
 
  private:

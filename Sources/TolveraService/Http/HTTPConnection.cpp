@@ -2,6 +2,7 @@
 
 #include "TolveraService/Stream/StreamConnection.h"
 
+#include "Async/Log.h"
 #include "Async/On.h"
 
 #include <boost/asio/redirect_error.hpp>
@@ -11,6 +12,7 @@
 #include <boost/beast/websocket/rfc6455.hpp>
 
 #include <algorithm>
+#include <chrono>
 
 namespace tolvera::service {
 
@@ -39,12 +41,12 @@ Request requestOf(const Message& message) {
           text(message[http::field::authorization]),
           text(message[http::field::content_type]),
           text(message[http::field::accept_language]),
-          text(message[http::field::origin]),
           text(message[http::field::cookie]),
           message.body()};
 }
 
-// A page of another site, or a name that was pointed at this machine, gets nothing.
+// True for a request to another name than the service's own: somebody may have pointed that name at this
+// machine. True also for one that a page of another site sends.
 bool isForeign(const Message& message, const std::vector<std::string>& hostNames) {
   const auto ours = [&](beast::string_view host) {
     return std::any_of(hostNames.begin(), hostNames.end(),
@@ -55,6 +57,14 @@ bool isForeign(const Message& message, const std::vector<std::string>& hostNames
   if (origin.empty()) return false;
   constexpr beast::string_view scheme = "http://";
   return !origin.starts_with(scheme) || !ours(origin.substr(scheme.size()));
+}
+
+// True for what a page of another site loads. It gets no answer at all: any answer would tell the page that
+// the service runs. A link on such a page may be followed, for the page does not see what comes.
+bool isSubresourceOfOtherSite(const Message& message) {
+  const beast::string_view site = message["Sec-Fetch-Site"];
+  if (site.empty() || site == "none" || site == "same-origin") return false;
+  return message["Sec-Fetch-Mode"] != "navigate" || message["Sec-Fetch-Dest"] != "document";
 }
 
 Task<Response> answered(std::shared_ptr<Services> services, Request request) {
@@ -87,6 +97,16 @@ bool isBadInput(const boost::system::error_code& error) {
          error != http::error::end_of_stream && error != http::error::partial_message;
 }
 
+// The query is left out: codes of links stand there.
+void traceAnswer(const Message& message, const Response& response,
+                 std::chrono::steady_clock::time_point start) {
+  if (!log::isOn(log::Category::service)) return;
+  const std::chrono::duration<double, std::milli> took = std::chrono::steady_clock::now() - start;
+  const std::string target = text(message.target());
+  log::trace(log::Category::service, text(message.method_string()), " ", target.substr(0, target.find('?')),
+             " answered ", response.status, " after ", took.count(), " ms");
+}
+
 class Connection {
  public:
   Connection(boost::asio::ip::tcp::socket socket, std::shared_ptr<Services> services)
@@ -115,9 +135,15 @@ class Connection {
       co_await write(response, 11, false);
       co_return false;
     }
+    const auto start = std::chrono::steady_clock::now();
     Message message = parser.release();
+    if (isSubresourceOfOtherSite(message)) {
+      log::trace(log::Category::service, "a page of another site gets no answer");
+      co_return false;
+    }
     if (isForeign(message, services_->hostNames)) {
       const Response response = refuse(421, languageOf(requestOf(message)), foreign);
+      traceAnswer(message, response, start);
       co_await write(response, message.version(), false);
       co_return false;
     }
@@ -131,6 +157,7 @@ class Connection {
     auto answer = answered(services_, requestOf(message));
     Response response = co_await on(services_->blocking, std::move(answer));
     if (message.method() == http::verb::head) response.body.clear();
+    traceAnswer(message, response, start);
     co_await write(response, message.version(), message.keep_alive());
     co_return message.keep_alive();
   }
@@ -143,7 +170,7 @@ class Connection {
 
   std::shared_ptr<Services> services_;
   beast::tcp_stream stream_;
-  bool upgraded_ = false; // the stream has moved on
+  bool upgraded_ = false; // then the run has the stream
   beast::flat_buffer buffer_{headerLimit + bodyLimit};
   std::shared_ptr<Connections::Entry> entry_;
 };
@@ -155,7 +182,7 @@ Task<void> serveConnection(boost::asio::ip::tcp::socket socket, std::shared_ptr<
   try {
     co_await connection.serve();
   } catch (const boost::system::system_error&) {
-    // The peer is gone or too slow: nobody to tell.
+    // The peer is gone or too slow, so there is no one to answer.
   }
 }
 

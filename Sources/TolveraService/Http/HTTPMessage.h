@@ -15,7 +15,6 @@ struct Request {
   std::string authorization;
   std::string contentType;
   std::string acceptLanguage;
-  std::string origin;
   std::string cookie;
   std::string body;
 };

@@ -4,6 +4,8 @@
 #include "TolveraService/Accounts/Secrets.h"
 #include "TolveraService/Http/PageMarkup.h"
 
+#include <boost/url.hpp>
+
 #include <array>
 #include <cstdio>
 
@@ -34,16 +36,7 @@ std::string localAddress(Purpose purpose, std::string_view code, TextLanguage la
   std::string address(base);
   address += pathOf(purpose);
   address += "?code=";
-  for (const char c : code) { // a code that is none of ours may hold anything
-    constexpr std::string_view digits = "0123456789ABCDEF";
-    const auto byte = static_cast<unsigned char>(c);
-    const bool plain =
-        (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '-' || c == '_';
-    if (plain)
-      address += c;
-    else
-      address += {'%', digits[byte >> 4], digits[byte & 15]};
-  }
+  address += boost::urls::encode(code, boost::urls::unreserved_chars);
   address += "&lang=";
   address += codeOf(language);
   return address;
@@ -84,7 +77,7 @@ std::string packDetails(const Pack& pack, const Link& link, TextLanguage languag
   return list + "</dl>";
 }
 
-// One message and nothing to do.
+// A page that holds one message.
 Response message(unsigned status, TextLanguage language, const Wording& title, const Wording& text,
                  const std::string& otherLanguage = {}) {
   return page(status,

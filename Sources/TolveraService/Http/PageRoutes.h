@@ -33,7 +33,7 @@ class PageRoutes {
   [[nodiscard]] std::string proof(std::string_view code, std::string_view cookie) const;
 
   AccountStore& accounts_;
-  const std::string key_; // of this process; a form of an earlier one is shown again
+  const std::string key_; // made at each start; a form of an earlier start is shown again
 };
 
 } // namespace tolvera::service

@@ -5,7 +5,7 @@
 
 namespace tolvera::service {
 
-// Lets so many things happen a second, after a burst. One thread.
+// Allows `perSecond` things a second on average and `burst` at once. One thread.
 class RateLimit {
  public:
   RateLimit(double perSecond, double burst) : perSecond_(perSecond), burst_(burst), left_(burst) {}

@@ -2,6 +2,8 @@
 
 #include "TolveraService/Accounts/Packs.h"
 
+#include "Async/Log.h"
+
 #include <boost/json.hpp>
 
 #include <cstdio>
@@ -104,6 +106,7 @@ std::optional<AccountStore::Account> Routes::caller(const Request& request) {
 Response Routes::signup(const Request& request) {
   if (!signups_.allows()) return refuse(429, languageOf(request), tooMany);
   const AccountStore::Signup signup = accounts_.signUp();
+  log::trace(log::Category::service, "signups since the start: ", ++signupCount_);
   return ok({{"token", signup.token}, {"secondsLeft", signup.secondsLeft}});
 }
 
@@ -132,7 +135,8 @@ Response Routes::checkout(const Request& request) {
   if (pack == nullptr) return refuse(400, language, unknownPack);
   if (textOf(order, "method") != "alipay") return refuse(400, language, unknownMethod);
   if (!links_.allows()) return refuse(429, language, tooMany);
-  // Hours belong to the local account: who is not signed in is led there first, and on to the purchase.
+  // Hours belong to the local account. An installation that is not signed in is led to the sign-in first and
+  // from there to the purchase.
   const auto purpose = account->signedIn ? AccountStore::Purpose::purchase : AccountStore::Purpose::signIn;
   const std::string number = newOrderNumber();
   const std::string code = accounts_.makeLink(account->installation, purpose, pack->id, number);

@@ -7,6 +7,7 @@
 #include "TolveraService/Http/TextLanguage.h"
 
 #include <array>
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -15,8 +16,8 @@
 
 namespace tolvera::service {
 
-// Answers every request below the base path but the web socket. Owned by the server; a call blocks for the
-// store of accounts, so all calls run on the server's one thread for blocking work.
+// Answers every request below the base path, except the web socket's. Owned by the server. A call may wait
+// for the disk, so all calls run on the server's one thread for blocking work.
 class Routes {
  public:
   static constexpr std::string_view base = "/livetranslate";
@@ -25,7 +26,7 @@ class Routes {
   Routes(AccountStore& accounts, std::vector<std::string> voices)
       : accounts_(accounts), voices_(std::move(voices)), pages_(accounts) {}
 
-  // Never throws: a fault of the store becomes status 503.
+  // Never throws: a failure of the store becomes status 503.
   Response answer(const Request& request);
 
  private:
@@ -44,6 +45,7 @@ class Routes {
   std::vector<std::string> voices_;
   PageRoutes pages_;
   RateLimit signups_{2000, 4000};
+  std::size_t signupCount_ = 0; // since the start
   RateLimit links_{50, 200};
 };
 

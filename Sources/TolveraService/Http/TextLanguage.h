@@ -12,14 +12,14 @@ namespace tolvera::service {
 // Which of the two languages a text is for. All pure.
 enum class TextLanguage { chinese, english };
 
-// A value of `lang`.
+// The language of a value of `lang`, for example "zh-CN".
 std::optional<TextLanguage> languageNamed(std::string_view lang);
 // `lang` of the query, else the first that Accept-Language names, else English.
 TextLanguage languageOf(const Request& request);
-// The value of `lang` for it.
+// The value of `lang` that names the language.
 std::string_view codeOf(TextLanguage language);
 
-// A pair of texts.
+// One text in both languages.
 struct Wording {
   std::string_view chinese;
   std::string_view english;
@@ -28,7 +28,7 @@ struct Wording {
   }
 };
 
-// An item of an address's query; empty if it is not there or the address is none.
+// An item of an address's query; empty if the item is missing or the text is not an address.
 std::string queryItem(std::string_view target, std::string_view name);
 
 } // namespace tolvera::service
