@@ -1,5 +1,5 @@
-// The chunker's loops against the plain ones: first that they agree on every float there is, then how long
-// each takes in the same run, and what `push` allocates. Exits with 1 if they disagree.
+// Compares the chunker's loops with plain ones: first their results for every possible float, then the time
+// that each takes, and what `push` allocates. Exits with 1 if the results differ.
 
 #include "Harness/PlainEncoding.h"
 #include "TolveraCore/PCMChunker.h"
@@ -20,7 +20,7 @@ namespace {
 std::atomic<long> allocations = 0;
 }
 
-// Every form of `new` and `delete` that is not replaced here comes down to these.
+// All other forms of `new` and `delete` call these.
 void* operator new(std::size_t size) {
   ++allocations;
   if (void* memory = std::malloc(size)) return memory;
@@ -65,7 +65,7 @@ bool sameForEveryWireSample() {
   return ours.size() == plain.size() && std::memcmp(ours.data(), plain.data(), 4 * plain.size()) == 0;
 }
 
-// Nanoseconds of one call: the median of many rounds, with the machine's interruptions left out.
+// Nanoseconds of one call. The median of many rounds leaves interruptions of the machine out.
 template<typename Call>
 double timed(Call call) {
   constexpr int rounds = 401;

@@ -1,8 +1,8 @@
-// What the client costs: processor time and memory of tolvera-terminal while it streams in real time, first a
-// microphone, then the system's sound with the dub played; and the memory of its model over half an hour of
-// sound fed as fast as the network takes it.
+// Measures what the client costs. First the processor time and memory of tolvera-terminal while it streams in
+// real time: a microphone, then the system's sound with the dub played. Then the memory of its model over
+// half an hour of sound, fed as fast as the network takes it.
 //
-//   ClientCost TOLVERA-TERMINAL [SECONDS]      streams for 60 s each if not told otherwise
+//   ClientCost TOLVERA-TERMINAL [SECONDS]      streams for 60 s each by default
 
 #include "Harness/PrivateGraph.h"
 #include "StreamingClient.h"
@@ -44,7 +44,7 @@ double memory(pid_t pid, const std::string& key) {
   return 0;
 }
 
-// What is captured, as the preferences name it, and whether the service sends speech all the time.
+// A capture mode as the preferences name it, and whether the service sends speech all the time.
 struct Mode {
   const char* name;
   const char* captureMode;
@@ -97,7 +97,7 @@ int streamInRealTime(const std::string& terminal, int seconds, const Mode& mode)
   return child.wait(15s) == 0 ? 0 : 1;
 }
 
-// The server is a process of its own, so that what it keeps does not count.
+// Runs the server in a process of its own, so that its memory does not count.
 int serve() {
   test::LoopbackServer server;
   benchmarks::serveAccount(server);
@@ -124,7 +124,7 @@ int fastForward(const std::string& self) {
   for (int chunk = 0; chunk <= 18000; ++chunk) {
     if (chunk % 3000 == 0) std::printf(" %.1f", memory(::getpid(), "VmRSS"));
     client.deliver(block);
-    // Ten times as fast as the sample stream could lose any: 400 blocks are kept.
+    // The sample stream keeps 400 blocks; 20 at a time cannot overflow it.
     if (chunk % 20 == 0) std::this_thread::sleep_for(10ms);
   }
   std::printf(" MB\n");

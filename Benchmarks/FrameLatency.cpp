@@ -1,8 +1,8 @@
-// From the moment the sample callback is handed a chunk's last sample to the moment a server on loopback has
-// read the chunk's frame: the whole way through the sample stream, the pump, the chunker, the session and
-// the network. Sound comes in real time, a chunk every 100 ms.
+// Measures the time from a chunk's last sample in the sample callback until a server on loopback has read the
+// chunk's frame. The way goes through the sample stream, the pump, the chunker, the session and the network.
+// Sound comes in real time, a chunk every 100 ms.
 //
-//   FrameLatency [CHUNKS]      3,000 chunks (5 minutes) if not told otherwise
+//   FrameLatency [CHUNKS]      by default 3,000 chunks (5 minutes)
 
 #include "StreamingClient.h"
 
@@ -19,7 +19,7 @@ namespace {
 
 constexpr std::size_t samplesPerChunk = 1600;
 
-// The chunk's number, in its first sample.
+// The chunk's number as its first sample.
 float numbered(std::size_t index) { return (static_cast<float>(index % 30000) + 0.5F) / 32767.0F; }
 std::size_t numberOf(const std::string& frame) {
   return static_cast<std::size_t>(static_cast<unsigned char>(frame[0])) |

@@ -15,8 +15,8 @@
 
 namespace tolvera::benchmarks {
 
-// The program's model over the real network and the real clock, hearing what the benchmark feeds it. Its
-// main thread and its background thread are its own.
+// The program's model over the real network and the real clock, with sound that the benchmark feeds. It has a
+// main thread and a background thread of its own.
 class StreamingClient {
  public:
   explicit StreamingClient(const std::string& serverURL);

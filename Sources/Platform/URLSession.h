@@ -20,8 +20,8 @@ using URL = boost::urls::url;
 using Data = std::vector<std::byte>;
 
 // A failure of the transport (no network, refused, time-out, TLS, a closed socket) is thrown as a
-// PlatformError of this domain. Its description is for a person and holds neither a query nor a header,
-// so no token.
+// PlatformError of this domain. Its description is for the user. It holds no query and no header, and so no
+// token.
 inline constexpr const char* transportErrorDomain = "Transport";
 
 struct HTTPRequest {
@@ -39,8 +39,8 @@ struct HTTPResponse {
 
 // One WebSocket connection. Any thread may call; frames go out in the order of the calls.
 //
-// No operation ends early when its caller is cancelled: a half-written frame or an abandoned read would
-// spoil the connection. `cancel` is what ends them.
+// No operation ends early when its caller is cancelled, since a half-written frame or an abandoned read would
+// spoil the connection. `cancel` ends them.
 class WebSocketTask {
  public:
   using Message = std::variant<Data, std::string>; // a binary or a text message
@@ -55,8 +55,8 @@ class WebSocketTask {
   // Suspends until a message arrives; each call gives the next one. Throws PlatformError when the
   // connection has failed, its handshake has failed, or either side has closed it.
   virtual Task<Message> receive() = 0;
-  // Closes the connection with `closeCode` and returns at once; the goodbye takes its course within a
-  // bounded time. A pending `receive`, and every later operation, fails.
+  // Closes the connection with `closeCode` and returns at once. The closing handshake goes on for a bounded
+  // time. A pending `receive`, and every later operation, fails.
   virtual void cancel(std::uint16_t closeCode, std::string reason) = 0;
 };
 
@@ -68,7 +68,7 @@ class URLSession {
   // A connection for a ws or wss URL, with no extra headers and no subprotocol, not yet begun. It runs on
   // `serial`, an executor that runs one thing at a time, such as the strand of its owner.
   virtual std::shared_ptr<WebSocketTask> webSocketTask(const URL& url, const Executor& serial) = 0;
-  // One HTTP exchange. Throws PlatformError if no reply could be had; a reply of any status is a result.
+  // One HTTP exchange. A reply of any status is a result. Throws PlatformError if there is no reply.
   virtual Task<HTTPResponse> data(HTTPRequest request) = 0;
 };
 

@@ -38,7 +38,7 @@ json::value parse(const std::string& body) {
   return parsed;
 }
 
-// One rule for each type of value: what JSON fits it. Throws with the name of the value that does not.
+// One function for each type of value. It throws with the value's name if the JSON does not fit the type.
 [[noreturn]] void reject(std::string_view name) {
   throw API::DecodingError("the reply's \"" + std::string(name) + "\" is missing or of the wrong type");
 }
@@ -87,7 +87,7 @@ void readMember(const json::object& from, std::string_view name, std::optional<T
   if (value && !value->is_null()) read(*value, name, into.emplace());
 }
 
-// A record: a member of the object for each of its fields, by the same name.
+// A record: the object has a member of the same name for each of its fields.
 template<typename Record>
 void read(const json::value& from, std::string_view name, Record& into) {
   const auto& members = object(from, name);
@@ -101,7 +101,7 @@ void read(const json::value& from, std::string_view name, std::vector<T>& into) 
   for (const auto& element : from.get_array()) read(element, name, into.emplace_back());
 }
 
-// What the service says about a refusal: the "error" of an object that holds nothing but texts.
+// The service's message about a refusal: the "error" of an object that holds only texts.
 std::optional<std::string> refusal(const std::string& body) {
   json::error_code malformed;
   const auto parsed = json::parse(body, malformed);

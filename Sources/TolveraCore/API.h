@@ -12,11 +12,11 @@
 
 namespace tolvera {
 
-// The account service's REST interface. A small value made for each use; every operation is one request.
-// Any thread. The operations hold a copy of the value; the URL session must outlive them.
+// Client of the account service's REST interface. A small value made for each use; every operation is one
+// request. Any thread. The operations hold a copy of the value; the URL session must outlive them.
 //
-// An operation throws ServerError if the service refused, DecodingError if its reply is not what it should
-// be, and the transport's PlatformError if there was no reply.
+// An operation throws ServerError if the service refused, DecodingError if the reply has the wrong form, and
+// the transport's PlatformError if there was no reply.
 class API {
  public:
   struct Signup {
@@ -59,7 +59,7 @@ class API {
     bool operator==(const Checkout&) const = default;
   };
 
-  // The service refused. `what()` is the message, to show to the user.
+  // The service refused. `what()` is the message for the user.
   class ServerError : public std::runtime_error {
    public:
     ServerError(const std::string& message, int status) : std::runtime_error(message), status_(status) {}
@@ -71,7 +71,7 @@ class API {
    private:
     int status_;
   };
-  // The service's reply does not fit the record. Names what is wrong, without quoting the reply.
+  // The service's reply does not fit the record. The text names the field, and does not quote the reply.
   class DecodingError : public std::runtime_error {
    public:
     using std::runtime_error::runtime_error;
@@ -79,7 +79,7 @@ class API {
 
   static const platform::URL& defaultBaseURL();
 
-  // Takes the base without its trailing slashes.
+  // Cuts all trailing slashes of the base.
   API(const platform::URL& baseURL, platform::URLSession& session);
 
   [[nodiscard]] const platform::URL& baseURL() const { return baseURL_; }

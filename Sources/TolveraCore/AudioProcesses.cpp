@@ -22,7 +22,7 @@ namespace {
 
 using AppsByBundleID = std::map<std::string, RunningApplication, std::less<>>;
 
-// An application of the list for the user, with what is known of its processes so far.
+// An application of the list for the user, with the processes found for it so far.
 struct Group {
   RunningApplication owner;
   std::vector<AudioObjectID> objectIDs;
@@ -53,14 +53,15 @@ AppsByBundleID regularApplications(const RunningApplications& applications) {
   return table;
 }
 
-// The application that the process is, or else the one whose identifier its own extends the least.
+// The regular application that runs as this process. Otherwise the application with the longest identifier
+// that the identifier of the process begins with, in whole pieces.
 std::optional<RunningApplication> owningApp(const AudioProcessInfo& process, const AppsByBundleID& table,
                                             const RunningApplications& applications) {
-  auto own = applications.runningApplication(process.pid);
-  if (own && isRegular(*own)) return own;
+  auto itself = applications.runningApplication(process.pid);
+  if (itself && isRegular(*itself)) return itself;
   if (!process.bundleID) return std::nullopt;
 
-  // From the whole identifier down, cut at one point after the other: the first hit is the longest.
+  // The identifier is cut at its last point again and again, so the first hit is the longest.
   std::string_view identifier = *process.bundleID;
   while (true) {
     if (const auto found = table.find(identifier); found != table.end()) return found->second;
@@ -70,7 +71,7 @@ std::optional<RunningApplication> owningApp(const AudioProcessInfo& process, con
   }
 }
 
-// In the order in which the server lists their first processes, so that equal names sort the same each time.
+// The order is that of their first processes in the server's list, so that equal names always sort the same.
 std::vector<Group> groupsByOwner(const AudioHardware& hardware, const RunningApplications& applications) {
   const AppsByBundleID table = regularApplications(applications);
   std::vector<Group> groups;

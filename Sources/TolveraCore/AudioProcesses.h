@@ -13,7 +13,7 @@
 
 namespace tolvera {
 
-// One process that the sound server knows.
+// A process as the sound server lists it.
 struct AudioProcessInfo {
   platform::AudioObjectID id = platform::noAudioObject;
   std::int32_t pid = 0;
@@ -24,7 +24,7 @@ struct AudioProcessInfo {
   bool operator==(const AudioProcessInfo&) const = default;
 };
 
-// One application that the user knows, with all its audio processes.
+// An application of the list for the user, with all its audio processes.
 struct AudioApp {
   std::string bundleID;
   std::string name; // localised
@@ -35,21 +35,22 @@ struct AudioApp {
   bool operator==(const AudioApp&) const = default;
 };
 
-// The directory of audio processes and of the applications that own them. Every call asks the platform
-// afresh, and none fails: what cannot be read is left out. Main thread.
+// The directory of audio processes and of the applications that own them. Every call reads the platform
+// again. No call fails: what cannot be read is left out. Main thread.
 namespace AudioProcesses {
 
 // Every process object with a process id, in the server's order.
 [[nodiscard]] std::vector<AudioProcessInfo> list(const platform::AudioHardware& hardware,
                                                  const platform::RunningApplications& applications);
-// The applications that have audio processes, but for this program: those that play come first, then by name.
+// The applications that have audio processes, without this program. Those that play come first; each group is
+// sorted by name.
 [[nodiscard]] std::vector<AudioApp> userApps(const platform::AudioHardware& hardware,
                                              const platform::RunningApplications& applications,
                                              const platform::Locale& locale);
 // The process object of a process; absent if it has none.
 [[nodiscard]] std::optional<platform::AudioObjectID> object(const platform::AudioHardware& hardware,
                                                             std::int32_t pid);
-// The text under a four-character selector; absent if there is none.
+// The text of an object under a four-character selector; absent if there is none.
 [[nodiscard]] std::optional<std::string> string(const platform::AudioHardware& hardware,
                                                 platform::AudioObjectID object, std::uint32_t selector);
 

@@ -6,10 +6,10 @@
 
 namespace tolvera {
 
-// Where sound goes out now. Read afresh on every call; main thread.
+// The default output of sound. Every call reads it again. Main thread.
 namespace AudioRoute {
 
-// True if the default output is the machine's own.
+// True if the default output is the machine's built-in speaker.
 [[nodiscard]] bool isBuiltInSpeaker(const platform::AudioHardware& hardware);
 // The name of the default output; empty if there is none.
 [[nodiscard]] std::string outputName(const platform::AudioHardware& hardware);

@@ -13,7 +13,7 @@ using platform::AudioPCMBuffer;
 
 namespace {
 
-// Added for each piece, since sound leaves the device later than it was queued.
+// Added for each piece, since the device plays a piece some time after it was queued.
 constexpr Duration margin = std::chrono::milliseconds(400);
 
 Duration durationOf(std::size_t samples) {

@@ -10,7 +10,7 @@
 namespace tolvera {
 
 // Plays the dub of one run and estimates when it will have ended. Owned by the application model. `start`,
-// `play` and `stop` on the main thread; `isSpeaking` and the volume on any.
+// `play` and `stop` are called on the main thread; `isSpeaking` and the volume on any thread.
 class DubPlayer {
  public:
   static constexpr double sampleRate = 24'000.0; // Hz, of all dub audio
@@ -21,14 +21,14 @@ class DubPlayer {
   DubPlayer(const DubPlayer&) = delete;
   DubPlayer& operator=(const DubPlayer&) = delete;
 
-  // Throws PlatformError if there is no output. Does nothing on a player that runs.
+  // Throws PlatformError if there is no output. Does nothing if the player runs already.
   void start();
-  // Queues the samples behind what is still to be played. Drops them on a player that does not run.
+  // Queues the samples behind those that are still to be played. Drops them if the player does not run.
   void play(const std::vector<float>& samples);
-  // Silence at once.
+  // Stops all sound at once and drops what is queued.
   void stop();
 
-  // Whether what was queued is taken to sound still: its length, and a margin for each piece.
+  // True while the queued pieces are estimated to sound: their lengths and a margin for each.
   [[nodiscard]] bool isSpeaking() const;
 
   [[nodiscard]] float volume() const { return node_->volume(); }
@@ -36,11 +36,11 @@ class DubPlayer {
 
  private:
   const Clock& clock_;
-  // The engine goes first: a node may only be destroyed outside one.
+  // The engine is destroyed first, since a node may only be destroyed when no engine has it attached.
   const std::unique_ptr<platform::AudioPlayerNode> node_;
   const std::unique_ptr<platform::AudioOutputEngine> engine_;
   const platform::AudioFormat format_{sampleRate, 1};
-  mutable std::mutex lock_; // of the two below, and of the calls on engine and node
+  mutable std::mutex lock_; // guards the two fields below, and the calls on engine and node
   bool running_ = false;
   WallTime speakingUntil_ = distantPast;
 };

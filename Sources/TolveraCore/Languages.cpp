@@ -6,7 +6,7 @@ namespace tolvera {
 
 namespace {
 
-// ASCII only, as language codes are: what else an identifier holds matches no code in either case.
+// Lower-cases ASCII only. All codes are ASCII, so other characters match no code anyway.
 std::string lowerCasedTag(std::string_view identifier) {
   std::string tag(identifier);
   for (char& c : tag) {

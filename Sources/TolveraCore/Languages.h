@@ -36,8 +36,8 @@ struct Voice {
   bool operator==(const Voice&) const = default;
 };
 
-// What the service can hear and speak, and how to offer it. Tables and pure functions; any thread. "auto"
-// is no row: whoever offers or reads a source language treats it apart.
+// The languages and voices of the service. Tables and pure functions; any thread. The source language "auto"
+// is not in the table; its users handle it themselves.
 namespace Languages {
 
 extern const std::array<Language, 60> all;
@@ -47,10 +47,10 @@ extern const std::array<Voice, 8> voices;
 [[nodiscard]] std::optional<Language> find(std::string_view code);
 // False for a code that is not in the table.
 [[nodiscard]] bool canDub(std::string_view code);
-// All rows, named in the locale `localeIdentifier` and ordered by the user's own collation; equal names
-// keep the table's order.
+// All rows, sorted by their names in the locale `localeIdentifier` with the collation of the user's locale.
+// Equal names keep the table's order.
 [[nodiscard]] std::vector<Language> sorted(const platform::Locale& locale, std::string_view localeIdentifier);
-// The language to translate into for a user of the locale `localeIdentifier`. Always a code of the table.
+// The code of the language that a user of the locale `localeIdentifier` probably wants. Always in the table.
 [[nodiscard]] std::string guessTarget(std::string_view localeIdentifier);
 
 } // namespace Languages

@@ -4,8 +4,8 @@
 #include <cmath>
 #include <cstring>
 
-// The loops below have no branches and one exit, so that the compiler turns them into vector code. Each
-// select keeps the operand order that gives NaN the right side.
+// The loops below have no branches and one exit, so that the compiler turns them into vector code. The order
+// of the operands in each selection decides what becomes of NaN.
 
 namespace tolvera {
 

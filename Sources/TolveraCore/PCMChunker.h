@@ -12,8 +12,8 @@
 
 namespace tolvera {
 
-// Cuts captured sound into the chunks that go over the wire, and holds back long digital silence.
-// A plain value: made by the audio pump for one run, used by nobody else, and by one thread at a time.
+// Cuts captured sound into the chunks that are sent, and holds back long digital silence. A plain value that
+// the audio pump makes for one run; one thread at a time.
 class PCMChunker {
  public:
   static constexpr int sampleRate = 16'000; // Hz, mono
@@ -22,14 +22,14 @@ class PCMChunker {
   static constexpr float silencePeak = 0.0001F; // a chunk whose peak magnitude is below this is silent
   static constexpr int silentChunksToSend = 20; // silent chunks in a row that still go out
 
-  // Room for what one block of any backend makes, so that the list itself is not allocated.
+  // Has room for the chunks of one block of any backend, so that the list itself is not allocated.
   using Chunks = boost::container::small_vector<platform::Data, 4>;
 
   // Takes a block of samples, nominally -1 to 1, of any length. Gives the chunks that are now complete and
   // pass the silence gate, oldest first, each of `bytesPerChunk` bytes.
   Chunks push(std::span<const float> samples);
-  // The samples not yet given, padded with zeros to one chunk, whatever the gate says; nothing if there
-  // are none.
+  // The samples not yet given, padded with zeros to one chunk. The silence gate does not apply. Absent if
+  // there are no samples.
   std::optional<platform::Data> drain();
 
   // Full chunks cut so far, and how many of them the silence gate held back.

@@ -14,14 +14,15 @@ namespace tolvera::SessionProtocol {
 
 namespace {
 
-// Deep enough for any honest frame, and shallow enough that freeing one cannot exhaust the stack.
+// Deeper than any real frame, and shallow enough that freeing one cannot exhaust the stack.
 constexpr std::size_t deepestFrame = 128;
 
 void append(std::string& query, std::string_view key, std::string_view value) {
   if (!query.empty()) query += '&';
   query += key;
   query += '=';
-  // Everything outside the unreserved characters is escaped, "+" too, which servers read in two ways.
+  // Escapes everything but the unreserved characters. "+" is escaped too, since some servers read it as a
+  // space.
   query += boost::urls::encode(value, boost::urls::unreserved_chars);
 }
 
@@ -66,7 +67,7 @@ platform::URL socketURL(const platform::URL& baseURL, std::string_view token,
   append(query, "src", config.showSource ? "1" : "0");
   if (config.voice) append(query, "voice", *config.voice);
 
-  // The text of an address stays one with the two changes above, so that this parses.
+  // Both changes above keep the text a valid address, so parsing succeeds.
   platform::URL url = boost::urls::parse_uri_reference(address).value();
   url.set_encoded_query(query);
   return url;

@@ -5,18 +5,18 @@
 #include <optional>
 #include <string_view>
 
-// What a session says on the wire and understands of it. Pure functions; any thread.
+// The frames that a session sends and understands. Pure functions; any thread.
 namespace tolvera::SessionProtocol {
 
 // The frame that ends a run.
 inline constexpr std::string_view stopFrame = R"({"type":"stop"})";
 
-// The address of the socket: the base with its scheme turned from http to ws, "/ws" appended, and all the
-// parameters of the run in the query.
+// The address of the web socket: the base with ws instead of http, with "/ws" appended and all parameters of
+// the run in the query.
 platform::URL socketURL(const platform::URL& baseURL, std::string_view token,
                         const TranslateSession::Config& config);
 
-// What a text frame says; nothing if it is malformed or of no known kind.
+// The event that a text frame means; absent if the frame is malformed or of an unknown kind.
 std::optional<TranslateSession::Event> event(std::string_view textFrame);
 
 } // namespace tolvera::SessionProtocol

@@ -23,9 +23,8 @@ constexpr auto ignoreCancellation = [](const Resumption&, boost::asio::cancellat
 
 } // namespace
 
-// Applies a change of state under the lock, and resumes whoever it lets go on.
-template<typename Change>
-void ScriptedConnection::change(Change apply) {
+// Applies a change of state under the lock, and then resumes those that need not wait any longer.
+void ScriptedConnection::change(const std::function<void()>& apply) {
   std::vector<Resumption> ready;
   {
     std::scoped_lock lock(mutex_);
@@ -47,47 +46,15 @@ std::vector<platform::WebSocketTask::Message> ScriptedConnection::sent() const {
   return sent_;
 }
 
-std::vector<platform::Data> ScriptedConnection::sentAudio() const {
-  std::vector<platform::Data> audio;
-  for (const auto& frame : sent()) {
-    if (const auto* data = std::get_if<platform::Data>(&frame)) audio.push_back(*data);
-  }
-  return audio;
-}
-
-std::vector<std::string> ScriptedConnection::sentTexts() const {
-  std::vector<std::string> texts;
-  for (const auto& frame : sent()) {
-    if (const auto* text = std::get_if<std::string>(&frame)) texts.push_back(*text);
-  }
-  return texts;
-}
-
 std::vector<ScriptedConnection::Close> ScriptedConnection::closes() const {
   std::scoped_lock lock(mutex_);
   return closes_;
 }
 
-std::size_t ScriptedConnection::waitingSends() const {
-  std::scoped_lock lock(mutex_);
-  return outgoing_.size();
-}
-
-void ScriptedConnection::accept() {
-  change([this] { accepted_ = true; });
-}
-
-void ScriptedConnection::deliver(std::string text) {
+void ScriptedConnection::deliver(Message message) {
   change([&] {
     accepted_ = true;
-    incoming_.emplace_back(std::move(text));
-  });
-}
-
-void ScriptedConnection::deliver(platform::Data binary) {
-  change([&] {
-    accepted_ = true;
-    incoming_.emplace_back(std::move(binary));
+    incoming_.push_back(std::move(message));
   });
 }
 
@@ -95,14 +62,6 @@ void ScriptedConnection::fail(const std::string& description) {
   change([&] {
     if (!failure_) failure_ = description;
   });
-}
-
-void ScriptedConnection::stall() {
-  change([this] { stalled_ = true; });
-}
-
-void ScriptedConnection::goOn() {
-  change([this] { stalled_ = false; });
 }
 
 void ScriptedConnection::resume() {

@@ -30,18 +30,22 @@ class ScriptedConnection final : public platform::WebSocketTask,
   // What the client has done.
   [[nodiscard]] const platform::URL& url() const { return url_; }
   [[nodiscard]] std::vector<Message> sent() const; // frames handed over, in order
-  [[nodiscard]] std::vector<platform::Data> sentAudio() const;
-  [[nodiscard]] std::vector<std::string> sentTexts() const;
+  [[nodiscard]] std::vector<platform::Data> sentAudio() const { return sentOf<platform::Data>(); }
+  [[nodiscard]] std::vector<std::string> sentTexts() const { return sentOf<std::string>(); }
   [[nodiscard]] std::vector<Close> closes() const; // each call of `cancel`
-  [[nodiscard]] std::size_t waitingSends() const;  // frames that wait for the handshake or a stalled server
 
   // What the server does. Frames delivered before a failure can still be read.
-  void accept(); // the handshake is done
-  void deliver(std::string text);
-  void deliver(platform::Data binary);
+  void accept() {
+    change([this] { accepted_ = true; });
+  } // the handshake is done
+  void deliver(Message message);
   void fail(const std::string& description = "线路断了"); // a lost line, a refused handshake, or a close
-  void stall();                                           // stops reading: frames wait
-  void goOn();
+  void stall() {
+    change([this] { stalled_ = true; });
+  } // stops reading: frames wait
+  void goOn() {
+    change([this] { stalled_ = false; });
+  }
 
   // WebSocketTask
   void resume() override;
@@ -59,8 +63,15 @@ class ScriptedConnection final : public platform::WebSocketTask,
 
   static Task<void> send(std::shared_ptr<ScriptedConnection> self, Message message);
   static Task<Message> receive(std::shared_ptr<ScriptedConnection> self);
-  template<typename Change>
-  void change(Change apply);
+  void change(const std::function<void()>& apply);
+  template<typename Kind>
+  [[nodiscard]] std::vector<Kind> sentOf() const {
+    std::vector<Kind> frames;
+    for (const auto& frame : sent()) {
+      if (const auto* kind = std::get_if<Kind>(&frame)) frames.push_back(*kind);
+    }
+    return frames;
+  }
 
   const platform::URL url_;
   std::function<void(ScriptedConnection&)> onResume_;
@@ -77,15 +88,14 @@ class ScriptedConnection final : public platform::WebSocketTask,
 };
 
 // The network of a test: connections that the test plays the server of, and HTTP replies by script.
-// Declared after the TestLoop, since its end fails whatever still waits. Any thread.
+// Declare it after the TestLoop: its destructor fails all waiting operations. Any thread.
 class ScriptedURLSession final : public platform::URLSession {
  public:
   using Answer = std::function<Task<platform::HTTPResponse>(platform::HTTPRequest)>;
 
   ~ScriptedURLSession() override;
 
-  // What happens to each connection as it is begun, such as `accept` (which is the rule at first), `fail`,
-  // nothing at all, or a scripted greeting.
+  // Runs for each connection when it begins. The first rule accepts; others may fail, do nothing, or greet.
   void onConnection(std::function<void(ScriptedConnection&)> rule);
   [[nodiscard]] std::vector<std::shared_ptr<ScriptedConnection>> connections() const;
   // The newest one; throws if there is none.

@@ -9,8 +9,8 @@
 
 namespace tolvera::test {
 
-// The wire format of samples as one would first write it down, a branch for each case. What the program's
-// own loops are compared with, in tests and in the benchmark.
+// The wire format of samples in its plainest form, with a branch for each case. Tests and the benchmark
+// compare the program's loops with it.
 inline platform::Data plainEncode(std::span<const float> samples) {
   platform::Data bytes;
   bytes.reserve(2 * samples.size());

@@ -199,7 +199,7 @@ TEST_F(SessionRun, StopsInEveryState) {
   EXPECT_EQ(events_.size(), 2U);
 }
 
-// The receive loop and the pump notice a loss both, each with its own wait and its own attempt.
+// Both the receive loop and the pump notice a loss, each with its own wait and its own attempt.
 TEST_F(SessionRun, CountsLossTwiceWhileAudioFlows) {
   start();
   deliver(readyFrame);

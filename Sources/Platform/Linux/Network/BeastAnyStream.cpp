@@ -48,7 +48,7 @@ class SecureLayer final : public AnyStream::Layer {
   void readSome(boost::asio::mutable_buffer buffer, AnyStream::TransferHandler handler) override {
     stream_.async_read_some(buffer, std::move(handler));
   }
-  // A frame's header and payload come as two buffers; joined, they are one record and one packet.
+  // A frame's header and payload come as two buffers. Joined, they make one record and one packet.
   void writeSome(AnyStream::Buffers buffers, AnyStream::TransferHandler handler) override {
     if (buffers.count <= 1) {
       stream_.async_write_some(buffers, std::move(handler));

@@ -16,8 +16,8 @@
 
 namespace tolvera::adapters {
 
-// A connected TCP socket, plain or under TLS, as one type: the templates of Beast are instantiated once
-// and not for each kind of stream. Used on the socket's executor alone.
+// A connected TCP socket, plain or under TLS, as one type, so that Beast's templates are instantiated once
+// instead of once for each kind of stream. Used on the socket's executor alone.
 class AnyStream {
  public:
   using executor_type = Executor;
@@ -25,7 +25,7 @@ class AnyStream {
   using TransferHandler = boost::asio::any_completion_handler<void(ErrorCode, std::size_t)>;
   using EndHandler = boost::asio::any_completion_handler<void(ErrorCode)>;
 
-  // At most this many buffers of a sequence go into one write; the rest follows in the next.
+  // One write takes at most this many buffers of a sequence; the others follow in the next write.
   struct Buffers {
     std::array<boost::asio::const_buffer, 8> items;
     std::size_t count = 0;
@@ -54,7 +54,7 @@ class AnyStream {
   [[nodiscard]] boost::asio::ip::tcp::socket& socket() { return layer_->socket(); }
   // OpenSSL's SSL*, or null for a plain stream.
   [[nodiscard]] void* nativeTLS() { return layer_->nativeTLS(); }
-  // Ends every operation under way; harmless to repeat.
+  // Ends every operation under way. Calling it again is harmless.
   void close();
 
   template<typename MutableBuffers, typename Token>
@@ -97,7 +97,7 @@ class AnyStream {
     return boost::asio::async_initiate<Token, void(ErrorCode)>(initiation, token, layer_.get(), side);
   }
 
-  // Says goodbye below the web socket: TLS's, or TCP's.
+  // Ends the layer below the web socket in its orderly way, that of TLS or of TCP.
   void shutDown(boost::beast::role_type role, EndHandler handler) {
     layer_->shutDown(role, std::move(handler));
   }
@@ -107,7 +107,7 @@ class AnyStream {
   std::unique_ptr<Layer> layer_;
 };
 
-// What Beast's web socket asks of its stream, by these names.
+// Beast's web socket requires these functions of its stream, with these names.
 template<typename Handler>
 void async_teardown(boost::beast::role_type role, AnyStream& stream, Handler&& handler) {
   stream.shutDown(role, AnyStream::EndHandler(std::forward<Handler>(handler)));

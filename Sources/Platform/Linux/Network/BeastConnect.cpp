@@ -143,7 +143,7 @@ class ConnectRace : public std::enable_shared_from_this<ConnectRace> {
       stop();
       return;
     }
-    // An address of a family that this machine has no route for says little about the host.
+    // The error of an address family without a route on this machine tells little about the host.
     const bool uninformative = outcome->error == boost::asio::error::network_unreachable ||
                                outcome->error == boost::asio::error::host_unreachable;
     if (!outcome->error || uninformative) outcome->error = error;

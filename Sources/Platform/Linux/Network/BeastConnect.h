@@ -39,13 +39,13 @@ struct Endpoint {
 
   // Throws PlatformError for another scheme than http, https, ws and wss, or without a host.
   static Endpoint of(const platform::URL& url);
-  // "host:port", for people.
+  // "host:port", for messages.
   [[nodiscard]] std::string where() const;
   // The value of a Host header.
   [[nodiscard]] std::string hostHeader() const;
 };
 
-// Path and query as a request line has them.
+// Path and query as they stand in a request line.
 std::string requestTarget(const platform::URL& url);
 
 // Measures a step for the trace.
@@ -59,7 +59,7 @@ class Stopwatch {
   const std::chrono::steady_clock::time_point begin_ = std::chrono::steady_clock::now();
 };
 
-// Calls `onExpiry` once after `duration`, unless destroyed before. Lives on one executor.
+// Calls `onExpiry` once after `duration`, unless it is destroyed before. Used on one executor alone.
 class Deadline {
  public:
   Deadline(const Executor& executor, Duration duration, std::function<void()> onExpiry);

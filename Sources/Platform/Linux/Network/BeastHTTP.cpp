@@ -35,7 +35,7 @@ bool isFieldValue(std::string_view text) {
   return std::ranges::none_of(text, [](char c) { return (c >= 0 && c < ' ' && c != '\t') || c == '\x7f'; });
 }
 
-// A line feed in a header would let its value write headers of its own.
+// Refuses a line feed in a header, since it would let the value add other headers.
 Request compose(const platform::HTTPRequest& from, const Endpoint& endpoint, const std::string& userAgent) {
   if (!isToken(from.method))
     throw transportError(TransportError::badRequest, "The request has no valid method");

@@ -6,10 +6,10 @@ namespace tolvera::adapters {
 
 // Codes of the PlatformErrors whose domain is `platform::transportErrorDomain`.
 enum class TransportError {
-  cancelled = 1,    // by the caller, or the connection was closed by this side
-  badRequest,       // an address or a header that cannot be sent
-  hostNotFound,     //
-  cannotConnect,    //
+  cancelled = 1, // by the caller, or the connection was closed by this side
+  badRequest,    // an address or a header that cannot be sent
+  hostNotFound,
+  cannotConnect,
   notTrusted,       // the certificate was refused
   secureConnection, // any other failure of TLS
   timedOut,         // no answer to a lookup, a connect, a handshake or a request
@@ -28,8 +28,8 @@ struct BeastOptions {
   Duration closeTimeout = std::chrono::seconds(2);          // for the goodbye of a web socket
   Duration connectStagger = std::chrono::milliseconds(250); // until the next address is tried as well
 
-  // A web socket's peer that vanishes is noticed after `unacknowledged` while data flows, and in silence
-  // after the keepalive's idle time and probes. Whole seconds but for `unacknowledged`.
+  // A web socket notices a vanished peer after `unacknowledged` while data flows. In silence it notices after
+  // the keepalive's idle time and its probes; those times count in whole seconds.
   Duration unacknowledged = std::chrono::seconds(20);
   std::chrono::seconds keepAliveIdle{10};
   std::chrono::seconds keepAliveInterval{5};

@@ -319,18 +319,13 @@ class WebSocketConnection : public std::enable_shared_from_this<WebSocketConnect
   void fail(const Failure& why) {
     if (!failure_) {
       failure_ = why;
-      traceEnd();
+      const std::string said = socket_ ? socket_->reason().reason.c_str() : "";
+      log::trace(log::Category::network, where_, " ended: ", why.text, "; reason: ", said);
     }
     phase_ = Phase::closed;
-    if (writing_) writing_->fail(*failure_); // the bytes stay until the write ends
+    if (writing_) writing_->fail(*failure_); // its bytes are kept until the write ends
     for (auto& waiter : std::exchange(outbox_, {})) waiter->fail(*failure_);
     for (auto& waiter : std::exchange(receivers_, {})) waiter->fail(*failure_);
-  }
-
-  void traceEnd() const {
-    const auto said = socket_ ? socket_->reason().reason : websocket::reason_string();
-    log::trace(log::Category::network, "web socket to ", where_, " ended: ", failure_->text,
-               said.empty() ? "" : "; reason: ", std::string_view(said.data(), said.size()));
   }
 
   void closeNow(std::uint16_t code, const std::string& reason) {
