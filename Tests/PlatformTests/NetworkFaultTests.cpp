@@ -88,6 +88,7 @@ TEST_F(NetworkFault, NamesReasonForUnreachableAddress) {
   expectFailure("ftp://" + where_, "The address does not begin with http or https");
   expectFailure("ws://" + gone, "Could not connect to " + gone + ": Connection refused");
   expectFailure("ws://nowhere.test", "There is no host named nowhere.test");
+  expectFailure("ws://127.0.0.1:99999", "There is no port 99999");
   const std::pair<std::string, std::string> waiting[] = {
       {"ws://slow.test", "Looking up slow.test took too long"},
       {"ws://" + at(full.port), "No answer from " + at(full.port) + " within 0.3 s"},

@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <functional>
 
 namespace tolvera {
 namespace {
@@ -18,9 +19,6 @@ class APIClient : public testing::Test {
   test::TestLoop loop_;
   test::ScriptedURLSession network_;
   API api_{platform::URL("http://h:1/base"), network_};
-
-  platform::HTTPRequest lastRequest() { return network_.requests().back(); }
-  std::string lastAddress() { return std::string(lastRequest().url.buffer()); }
 };
 
 using Headers = std::vector<std::pair<std::string, std::string>>;
@@ -37,56 +35,47 @@ TEST_F(APIClient, CutsTrailingSlashesOfBase) {
     EXPECT_EQ(API(platform::URL(given), network_).baseURL().buffer(), kept);
 }
 
-TEST_F(APIClient, SignsUpWithoutToken) {
-  network_.reply("/api/signup", 200, R"({"token":"abc","secondsLeft":600})");
-  EXPECT_EQ(loop_.run(api_.signup()), (API::Signup{"abc", 600}));
-  EXPECT_EQ(lastRequest().method, "POST");
-  EXPECT_EQ(lastAddress(), "http://h:1/base/api/signup");
-  EXPECT_TRUE(lastRequest().headers.empty());
-  EXPECT_TRUE(lastRequest().body.empty());
-  EXPECT_EQ(lastRequest().timeout, std::chrono::seconds(60));
-}
-
-TEST_F(APIClient, ReadsTheAccount) {
-  network_.reply("/api/me", 299, account);
-  const auto me = loop_.run(api_.me("secret"));
-  EXPECT_EQ(me, (API::Me{.secondsLeft = 90.5,
-                         .secondsUsed = 3,
-                         .dubMultiplier = 2,
-                         .voices = {"a", "b"},
-                         .paymentMethods = {"alipay"},
-                         .loginMethods = {},
-                         .signedIn = true,
-                         .packs = {{"p1", 5, 199, 1400, true}, {"p2", 1.5, -1, 0, std::nullopt}}}));
-  EXPECT_EQ(lastRequest().method, "GET");
-  EXPECT_EQ(lastRequest().headers, (Headers{{"Authorization", "Bearer secret"}}));
-}
-
-TEST_F(APIClient, BuysWithJSONBody) {
-  network_.reply("/api/checkout", 200, R"({"url":"http://pay"})");
-  EXPECT_EQ(loop_.run(api_.checkout("secret", "p\"1", "alipay", "zh")),
-            (API::Checkout{"http://pay", {}, {}}));
-  EXPECT_EQ(lastRequest().headers,
-            (Headers{{"Authorization", "Bearer secret"}, {"Content-Type", "application/json"}}));
-  EXPECT_EQ(boost::json::parse(lastRequest().body),
-            boost::json::parse(R"({"pack":"p\"1","method":"alipay","lang":"zh"})"));
-
-  network_.reply("/api/checkout", 200, R"({"url":"u","orderId":"o","signIn":false})");
-  EXPECT_EQ(loop_.run(api_.checkout("s", "p", "m", "en")), (API::Checkout{"u", "o", false}));
-}
-
-TEST_F(APIClient, AsksForSignInAddress) {
-  network_.reply("/api/auth/alipay/url", 200, R"({"url":"http://sign-in"})");
-  EXPECT_EQ(loop_.run(api_.alipayAuthURL("t", {}, "en")).url, "http://sign-in");
-  EXPECT_EQ(lastAddress(), "http://h:1/base/api/auth/alipay/url?lang=en");
-  loop_.run(api_.alipayAuthURL("t", "p1", "zh"));
-  EXPECT_EQ(lastAddress(), "http://h:1/base/api/auth/alipay/url?lang=zh&pack=p1");
-  EXPECT_EQ(lastRequest().headers, (Headers{{"Authorization", "Bearer t"}}));
-
-  network_.reply("/api/auth/unbind", 200, R"({"signedIn":false,"secondsLeft":0})");
-  EXPECT_EQ(loop_.run(api_.signOut("t")), (API::SignOut{false, 0}));
-  EXPECT_EQ(lastRequest().method, "POST");
-  EXPECT_TRUE(lastRequest().body.empty());
+TEST_F(APIClient, SendsEachRequest) {
+  const API::Me me{90.5,       3,  2,    {"a", "b"},
+                   {"alipay"}, {}, true, {{"p1", 5, 199, 1400, true}, {"p2", 1.5, -1, 0, std::nullopt}}};
+  const Headers bearer{{"Authorization", "Bearer secret"}};
+  const Headers json{{"Authorization", "Bearer secret"}, {"Content-Type", "application/json"}};
+  const auto is = [this](auto task, auto reply) { return loop_.run(std::move(task)) == reply; };
+  const struct {
+    std::string reply, method, path;
+    Headers headers;
+    std::string body;
+    std::function<bool()> call;
+  } rows[] = {
+      {R"({"token":"abc","secondsLeft":600})",
+       "POST",
+       "/api/signup",
+       {},
+       "",
+       [&] { return is(api_.signup(), API::Signup{"abc", 600}); }},
+      {account, "GET", "/api/me", bearer, "", [&] { return is(api_.me("secret"), me); }},
+      {R"({"url":"u"})", "POST", "/api/checkout", json, R"({"pack":"p\"1","method":"alipay","lang":"zh"})",
+       [&] { return is(api_.checkout("secret", "p\"1", "alipay", "zh"), API::Checkout{"u", {}, {}}); }},
+      {R"({"url":"u","orderId":"o","signIn":false})", "POST", "/api/checkout", json,
+       R"({"pack":"p","method":"m","lang":"en"})",
+       [&] { return is(api_.checkout("secret", "p", "m", "en"), API::Checkout{"u", "o", false}); }},
+      {R"({"url":"u"})", "GET", "/api/auth/alipay/url?lang=en", bearer, "",
+       [&] { return is(api_.alipayAuthURL("secret", {}, "en"), API::AuthURL{"u"}); }},
+      {R"({"url":"u"})", "GET", "/api/auth/alipay/url?lang=zh&pack=p1", bearer, "",
+       [&] { return is(api_.alipayAuthURL("secret", "p1", "zh"), API::AuthURL{"u"}); }},
+      {R"({"signedIn":false,"secondsLeft":0})", "POST", "/api/auth/unbind", bearer, "",
+       [&] { return is(api_.signOut("secret"), API::SignOut{false, 0}); }}};
+  for (const auto& row : rows) {
+    network_.reply(row.path.substr(0, row.path.find('?')), 299, row.reply);
+    EXPECT_TRUE(row.call()) << row.path;
+    const auto request = network_.requests().back();
+    EXPECT_EQ(request.method, row.method);
+    EXPECT_EQ(request.url.buffer(), "http://h:1/base" + row.path);
+    EXPECT_EQ(request.headers, row.headers);
+    EXPECT_EQ(request.timeout, std::chrono::seconds(60));
+    EXPECT_EQ(request.body.empty(), row.body.empty());
+    if (!row.body.empty()) EXPECT_EQ(boost::json::parse(request.body), boost::json::parse(row.body));
+  }
 }
 
 TEST_F(APIClient, NamesRefusalByStatus) {

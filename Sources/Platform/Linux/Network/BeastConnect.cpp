@@ -14,6 +14,7 @@
 #include <openssl/x509v3.h>
 
 #include <algorithm>
+#include <charconv>
 
 namespace tolvera::adapters {
 
@@ -261,6 +262,16 @@ Task<AnyStream> secured(Endpoint endpoint, tcp::socket socket, std::shared_ptr<s
   co_return stream;
 }
 
+// The URL's own number wraps around beyond 65535.
+std::optional<std::uint16_t> portOf(const platform::URL& url) {
+  const std::string text(url.port());
+  if (text.empty()) return std::nullopt;
+  std::uint16_t port = 0;
+  const auto parsed = std::from_chars(text.data(), text.data() + text.size(), port);
+  if (parsed.ec == std::errc() && port != 0) return port;
+  throw transportError(TransportError::badRequest, "There is no port " + text);
+}
+
 } // namespace
 
 std::shared_ptr<ssl::context> BeastEnvironment::tlsContext() {
@@ -284,7 +295,7 @@ Endpoint Endpoint::of(const platform::URL& url) {
   endpoint.host = url.host_address();
   endpoint.secure = secure;
   const std::uint16_t usual = secure ? 443 : 80;
-  endpoint.port = url.port_number() != 0 ? url.port_number() : usual;
+  endpoint.port = portOf(url).value_or(usual);
   endpoint.isDefaultPort = endpoint.port == usual;
   if (endpoint.host.empty()) throw transportError(TransportError::badRequest, "The address names no host");
   return endpoint;

@@ -37,7 +37,8 @@ struct Endpoint {
   bool secure = false;
   bool isDefaultPort = false;
 
-  // Throws PlatformError for another scheme than http, https, ws and wss, or without a host.
+  // Throws PlatformError for another scheme than http, https, ws and wss, without a host, or if the port is
+  // not between 1 and 65535.
   static Endpoint of(const platform::URL& url);
   // "host:port", for messages.
   [[nodiscard]] std::string where() const;
