@@ -2,6 +2,7 @@
 
 #include "TolveraService/Stream/Transcription.h"
 
+#include "Async/Log.h"
 #include "Async/On.h"
 #include "Async/Spawn.h"
 
@@ -79,6 +80,7 @@ Task<void> StreamConnection::run(Upgrade upgrade) {
   co_await socket_.async_accept(upgrade, use_awaitable);
   const std::string refusedWith = co_await admit();
   if (!refusedWith.empty()) {
+    log::trace(log::Category::service, "run refused: ", refusedWith);
     output_->sendLast(refusedWith);
     audio_->abandon();
   }
@@ -86,11 +88,16 @@ Task<void> StreamConnection::run(Upgrade upgrade) {
     co_await connection->write();
   };
   spawn(co_await asio::this_coro::executor, "writing to a stream", writing(self));
+  std::string reason = "the client did not read";
   try {
     co_await read();
-  } catch (const boost::system::system_error&) {
-    // Closed by either side, gone, or against the protocol: the same to us.
+  } catch (const boost::system::system_error& error) {
+    // Closed by either side, lost, or against the protocol: all are treated alike.
+    reason = error.code().message();
   }
+  if (refusedWith.empty())
+    log::trace(log::Category::service, "run of account ", account_, " ended",
+               stopped_ ? " after a stop: " : ": ", reason);
   audio_->abandon();
   if (dub_) dub_->drop();
   output_->sendLast({});
@@ -106,7 +113,12 @@ Task<std::string> StreamConnection::admit() {
   const std::string& source = parameters_.source;
   const std::string& target = parameters_.target;
   auto find = found(services_, parameters_.token);
-  const auto account = co_await on(services_->blocking, std::move(find));
+  std::optional<AccountStore::Account> account;
+  try {
+    account = co_await on(services_->blocking, std::move(find));
+  } catch (const DatabaseError&) {
+    co_return errorFrame(errorCode::upstreamRejected, refusal::storeFailed());
+  }
   if (!account) co_return errorFrame(errorCode::upstreamRejected, refusal::unknownToken());
   if (source != "en" && source != "auto")
     co_return errorFrame(errorCode::upstreamRejected, refusal::cannotHear(source));
@@ -145,6 +157,8 @@ Task<std::unique_ptr<RecognizerPool::Lease>> StreamConnection::leaseRecognizer()
 void StreamConnection::begin(AccountStore::Account account,
                              std::unique_ptr<RecognizerPool::Lease> recognizer) {
   output_->send(readyFrame(account.secondsLeft));
+  log::trace(log::Category::service, "run of account ", account.id, " accepted: ", parameters_.source, " to ",
+             parameters_.target, parameters_.dub ? ", with dub" : "");
   auto services = services_;
   if (parameters_.target != "en")
     asio::post(services->warming,
@@ -169,10 +183,12 @@ Task<void> StreamConnection::read() {
     if (output_->waiting() > unreadFrameLimit) co_return;
     if (!socket_.got_text()) {
       audio_->push(frame);
+      const auto wait = pace_.pauseAfter(frame.size() / 2);
+      if (wait > wait.zero()) co_await pause(wait);
     } else if (!stopped_ && isStopFrame(frame)) {
       stopped_ = true;
       audio_->finish();
-      if (dub_) dub_->drop(); // whoever stops has had enough of it; the captions still come
+      if (dub_) dub_->drop(); // a stop silences at once; captions still come
       auto bound = [](std::weak_ptr<StreamConnection> connection) -> Task<void> {
         co_await pause(afterStopLimit);
         if (auto alive = connection.lock()) alive->output_->sendLast({});
@@ -190,6 +206,8 @@ Task<void> StreamConnection::write() {
         co_await socket_.async_write(asio::buffer(frame->payload), use_awaitable);
       }
       if (!frame->last) continue;
+      if (!frame->payload.empty())
+        log::trace(log::Category::service, "last frame to account ", account_, ": ", frame->payload);
       const auto code = goingAway_ ? websocket::close_code::going_away : websocket::close_code::normal;
       if (socket_.is_open()) co_await socket_.async_close(code, use_awaitable);
       co_return;

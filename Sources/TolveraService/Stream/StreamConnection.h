@@ -3,6 +3,7 @@
 #include "TolveraService/Services.h"
 #include "TolveraService/Stream/AudioQueue.h"
 #include "TolveraService/Stream/DubStream.h"
+#include "TolveraService/Stream/SoundPace.h"
 #include "TolveraService/Stream/StreamOutput.h"
 #include "TolveraService/Stream/StreamProtocol.h"
 
@@ -32,17 +33,18 @@ class StreamConnection : public std::enable_shared_from_this<StreamConnection> {
 
   StreamConnection(boost::beast::tcp_stream stream, std::shared_ptr<Services> services);
 
-  // Another run on the account has begun: tells so and closes.
+  // Tells that another run on the account has begun, and closes.
   void replace();
-  // The service ends: closes, and the client may come back.
+  // Closes because the service ends; the client may connect again.
   void end();
 
  private:
   Task<void> run(Upgrade upgrade);
-  // What refuses the run: the last frame to send, or nothing.
+  // Admits the run, or gives the frame that refuses it.
   Task<std::string> admit();
   Task<std::unique_ptr<RecognizerPool::Lease>> leaseRecognizer();
   void begin(AccountStore::Account account, std::unique_ptr<RecognizerPool::Lease> recognizer);
+  // The account has no run any more.
   void leaveRuns();
   Task<void> read();
   Task<void> write();
@@ -53,7 +55,8 @@ class StreamConnection : public std::enable_shared_from_this<StreamConnection> {
   std::int64_t account_ = 0;
   std::shared_ptr<AudioQueue> audio_ = std::make_shared<AudioQueue>();
   std::shared_ptr<StreamOutput> output_ = std::make_shared<StreamOutput>();
-  std::shared_ptr<DubStream> dub_; // nobody if the translation is not spoken
+  SoundPace pace_;
+  std::shared_ptr<DubStream> dub_; // null if the translation is not spoken
   bool stopped_ = false;
   bool goingAway_ = false;
 };

@@ -87,9 +87,9 @@ std::string cannotTranslate(std::string_view target, const std::vector<std::stri
 }
 
 std::string unknownToken() {
-  return "本地服务不认识这个账户，请重新打开程序或在设置中刷新账户。 / The local service does not know this "
-         "account. Open "
-         "the program again, or refresh the account in its settings.";
+  return "本地服务不认识这个账户。请退出程序后重新打开，它会建立新账户。 / The local service does not know "
+         "this "
+         "account. Quit the program and open it again: it then makes a new account.";
 }
 
 std::string busy(std::size_t streams) {
@@ -106,8 +106,10 @@ std::string replaced() {
          "ends.";
 }
 
-std::string translationFailed() {
-  return "翻译引擎暂时没有回应。 / The translation engine does not answer at the moment.";
+std::string storeFailed() {
+  return "本地服务暂时无法读写账户：磁盘可能已满。请腾出空间后再试。 / The local service cannot read or "
+         "write its "
+         "accounts at the moment; the disk may be full. Make room and start again.";
 }
 
 } // namespace refusal

@@ -18,8 +18,8 @@ struct StreamParameters {
   std::string voice; // empty: none asked for
 };
 
-// Reads a request target such as "/livetranslate/ws?token=…". Missing items are empty; of an item that
-// comes twice the first counts; nothing for a target that is no address.
+// Reads a request target such as "/livetranslate/ws?token=…". A missing item is empty; the first of two
+// items with one name counts. Nothing for a text that is not an address.
 std::optional<StreamParameters> parseStreamParameters(std::string_view target);
 
 // True for the frame that ends a run.
@@ -37,8 +37,6 @@ namespace errorCode {
 inline constexpr std::string_view quotaExhausted = "quota_exhausted";
 inline constexpr std::string_view replaced = "replaced";
 inline constexpr std::string_view upstreamRejected = "upstream_rejected";
-// The run goes on.
-inline constexpr std::string_view upstream = "upstream";
 } // namespace errorCode
 
 // Texts for the user, in Chinese and English: the socket does not say which of the two is wanted.
@@ -49,7 +47,7 @@ std::string unknownToken();
 std::string busy(std::size_t streams);
 std::string outOfTime();
 std::string replaced();
-std::string translationFailed();
+std::string storeFailed();
 } // namespace refusal
 
 } // namespace tolvera::service

@@ -25,12 +25,16 @@ void Transcription::run() {
   try {
     (*recognizer_)->begin();
     listen();
+  } catch (const DatabaseError& error) {
+    std::fprintf(stderr, "tolvera-service: a run ended: %s\n", error.what());
+    // A code that ends the client's run: it would only fail again.
+    job_.output->sendLast(errorFrame(errorCode::upstreamRejected, refusal::storeFailed()));
   } catch (const std::exception& error) {
     std::fprintf(stderr, "tolvera-service: a stream ended: %s\n", error.what());
     job_.output->sendLast({});
   }
   recognizer_.reset();
-  job_.audio->abandon(); // nobody listens any more
+  job_.audio->abandon(); // later sound is not heard
 }
 
 void Transcription::listen() {
@@ -75,7 +79,7 @@ void Transcription::partial(const std::string& words) {
   }
   if (words != lastWords_) {
     lastWords_ = words;
-    // A failure costs this look alone; the end of the utterance is where it is told.
+    // After a failure the next look tries again.
     const Translator::Result result = translator_.translate(job_.parameters.target, line);
     if (result.kind == Translator::Result::Kind::translated) lastTranslation_ = result.text;
   }
@@ -89,8 +93,8 @@ void Transcription::finished(const std::string& words) {
   const Translator::Result result = translator_.translate(job_.parameters.target, capitalized(words));
   if (result.kind == Translator::Result::Kind::translated)
     end(CaptionKind::translation, result.text + ".");
-  else if (result.kind == Translator::Result::Kind::failed)
-    translationFailed();
+  else if (result.kind == Translator::Result::Kind::failed) // captions go on; the dub leaves it out
+    job_.output->send(captionFrame(CaptionKind::translation, "“" + line + "”", "", true));
 }
 
 void Transcription::grow(Line& line, CaptionKind kind, const std::string& whole) {
@@ -115,12 +119,6 @@ bool Transcription::charge(std::size_t samples, bool last) {
   const double left = accounts_.charge(job_.installation, heardFor * (job_.dub ? dubMultiplier : 1));
   job_.output->send(balanceFrame(left));
   return left > 0;
-}
-
-void Transcription::translationFailed() {
-  if (toldOfFailure_) return;
-  toldOfFailure_ = true;
-  job_.output->send(errorFrame(errorCode::upstream, refusal::translationFailed()));
 }
 
 } // namespace tolvera::service

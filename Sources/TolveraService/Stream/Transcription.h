@@ -25,7 +25,7 @@ class Transcription {
     SecretHash installation{}; // whose time is used
     std::shared_ptr<AudioQueue> audio;
     std::shared_ptr<StreamOutput> output;
-    std::shared_ptr<DubStream> dub; // nobody if the translation is not spoken
+    std::shared_ptr<DubStream> dub; // null if the translation is not spoken
   };
 
   Transcription(Job job, std::unique_ptr<RecognizerPool::Lease> recognizer, AccountStore& accounts,
@@ -50,7 +50,6 @@ class Transcription {
   void end(CaptionKind kind, const std::string& whole);
   // Counts processed samples and charges them by the second; false when the time is used up.
   bool charge(std::size_t samples, bool last);
-  void translationFailed();
 
   Job job_;
   std::unique_ptr<RecognizerPool::Lease> recognizer_;
@@ -63,7 +62,6 @@ class Transcription {
   Line source_;
   Line translation_;
   std::size_t uncharged_ = 0;
-  bool toldOfFailure_ = false;
 };
 
 } // namespace tolvera::service
