@@ -107,8 +107,8 @@ const XdgDesktopEntry* XdgProcessOwners::identify(std::int32_t pid) {
 const XdgDesktopEntry* XdgProcessOwners::byProgramAndUnit(std::int32_t pid, const Entries& programs) {
   const Unit unit = byUnit(pid);
   if (programs.empty()) return unit.entry;
-  const auto forebear = parent(pid);
-  const bool isFirstInUnit = unit.isInner && (!forebear || byUnit(*forebear).entry != unit.entry);
+  const auto parentPid = parent(pid);
+  const bool isFirstInUnit = unit.isInner && (!parentPid || byUnit(*parentPid).entry != unit.entry);
   if (isFirstInUnit) return unit.entry;
   const XdgDesktopEntry* ancestor = nearestAncestor(pid, false);
   if (ancestor && contains(programs, ancestor)) return ancestor;
