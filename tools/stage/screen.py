@@ -344,7 +344,6 @@ class Program:
                 states = element.get_state_set()
                 # Newer systems call a push button a button.
                 role = {"button": "push button"}.get(element.get_role_name(), element.get_role_name())
-                role = "push button" if role == "button" else role  # its name since AT-SPI 2.53
                 # An application has no place on the screen itself.
                 if role != "application" and not states.contains(Atspi.StateType.SHOWING):
                     continue
