@@ -1,6 +1,8 @@
 # tolvera_library(NAME SOURCES ... LINK ...) and tolvera_executable(NAME OUTPUT name SOURCES ... LINK ...):
 # a target of the project, with the warnings of the project.
 
+include(GoogleTest)
+
 function(tolvera_target NAME)
   target_compile_options(${NAME} PRIVATE ${TOLVERA_WARNINGS})
   target_include_directories(${NAME} PRIVATE ${PROJECT_SOURCE_DIR}/Sources)
@@ -23,9 +25,11 @@ function(tolvera_executable NAME)
     RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bin)
 endfunction()
 
-# tolvera_test(NAME SOURCES ... LINK ... [LABELS ...]): a GoogleTest program; each of its tests is one ctest case.
+# tolvera_test(NAME SOURCES ... LINK ... [LABELS ...] [TIMEOUT seconds] [ONE_ENTRY]): a GoogleTest program. Each of
+# its tests is one entry of ctest, in a process of its own. With ONE_ENTRY the whole program is one entry: for those
+# that take long to start, with a sound server, an engine or Qt's windows.
 function(tolvera_test NAME)
-  cmake_parse_arguments(ARG "" "TIMEOUT" "SOURCES;LINK;LABELS" ${ARGN})
+  cmake_parse_arguments(ARG "ONE_ENTRY" "TIMEOUT" "SOURCES;LINK;LABELS" ${ARGN})
   add_executable(${NAME} ${ARG_SOURCES})
   tolvera_target(${NAME})
   target_include_directories(${NAME} PRIVATE ${PROJECT_SOURCE_DIR}/Tests)
@@ -33,8 +37,16 @@ function(tolvera_test NAME)
   if(NOT ARG_TIMEOUT)
     set(ARG_TIMEOUT 60)
   endif()
-  add_test(NAME ${NAME} COMMAND ${NAME})
-  set_tests_properties(${NAME} PROPERTIES TIMEOUT ${ARG_TIMEOUT} LABELS "${ARG_LABELS}")
+  set(properties TIMEOUT ${ARG_TIMEOUT})
+  if(ARG_LABELS)
+    list(APPEND properties LABELS "${ARG_LABELS}")
+  endif()
+  if(ARG_ONE_ENTRY)
+    add_test(NAME ${NAME} COMMAND ${NAME})
+    set_tests_properties(${NAME} PROPERTIES ${properties})
+  else()
+    gtest_discover_tests(${NAME} DISCOVERY_MODE PRE_TEST PROPERTIES ${properties})
+  endif()
 endfunction()
 
 # tolvera_benchmark(NAME SOURCES ... LINK ...): a program that prints figures; no test depends on them.
