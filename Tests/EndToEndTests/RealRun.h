@@ -23,7 +23,7 @@ namespace tolvera::test {
 
 using namespace std::chrono_literals;
 
-// Real time, but every wait divided by `speed`: the goodbyes of 200 runs would take 17 minutes.
+// Real time, but every wait is divided by `speed`: the goodbyes of 200 runs would take 17 minutes.
 class HurriedClock final : public Clock {
  public:
   explicit HurriedClock(Executor executor) : clock_(std::move(executor)) {}
@@ -37,7 +37,7 @@ class HurriedClock final : public Clock {
   SystemClock clock_;
 };
 
-// A model on the real network and the real sound server, its main thread stepped by the test.
+// A model on the real network and the real sound server. The test steps its main thread.
 class RealRun : public testing::Test {
  protected:
   RealRun() {

@@ -22,7 +22,7 @@ ChildProcess::ChildProcess(std::vector<std::string> command, const std::string& 
   pid_ = ::fork();
   if (pid_ < 0) throw std::runtime_error("fork failed");
   if (pid_ > 0) return;
-  // In the child, only calls that are safe after a fork of several threads.
+  // The child may only make calls that are safe after a fork of a process with several threads.
   ::setpgid(0, 0);
   ::prctl(PR_SET_PDEATHSIG, SIGKILL);
   if (::getppid() != parent) ::_exit(127);
@@ -65,7 +65,7 @@ int ChildProcess::wait(std::chrono::milliseconds limit) {
 void ChildProcess::kill() {
   if (pid_ < 0) return;
   ::kill(-pid_, SIGKILL);
-  ::kill(pid_, SIGKILL); // in case it has not come as far as its own group
+  ::kill(pid_, SIGKILL); // the child may not have its own group yet
   ::waitpid(pid_, nullptr, 0);
   pid_ = -1;
 }

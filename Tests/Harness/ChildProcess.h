@@ -8,8 +8,8 @@
 
 namespace tolvera::test {
 
-// A program in a process group of its own. Its group is killed with this object, and the program itself
-// with the test however that ends.
+// A program in a process group of its own. The group is killed with this object. The program is killed when
+// the test ends, also if the test crashes.
 class ChildProcess {
  public:
   // Standard output and error go to `log` (appended; "/dev/null" by default). Throws std::runtime_error.
@@ -20,12 +20,12 @@ class ChildProcess {
 
   [[nodiscard]] pid_t pid() const { return pid_; }
   [[nodiscard]] bool running();
-  // Waits for its end; its exit status, 128 + signal, or -1 when `limit` has passed.
+  // Waits for its end. Gives its exit status, 128 + signal, or -1 when `limit` has passed.
   int wait(std::chrono::milliseconds limit);
   void kill(); // SIGKILL, and waits
 
  private:
-  pid_t pid_ = -1; // -1 when it was waited for
+  pid_t pid_ = -1; // -1 after its end
   int status_ = -1;
 };
 

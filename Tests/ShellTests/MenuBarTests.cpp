@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 namespace tolvera::test {
 
 namespace {
@@ -22,8 +24,7 @@ QStringList items(const QMenu& menu) {
 
 struct OpenMenu {
   InMemoryModel model;
-  int opened = 0;
-  MenuBarView menu{model.app(), [this] { ++opened; }};
+  MenuBarView menu{model.app(), [] {}};
 
   QAction& item(int index) {
     int seen = 0;
@@ -34,36 +35,39 @@ struct OpenMenu {
   }
 };
 
-TEST(MenuBarView, saysWhatIsGoingOnInEveryPhase) {
-  const auto line = [](bool zh, Phase phase) {
-    return MenuBarRules::statusLine(Strings{.zh = zh}, phase, QStringLiteral("42"));
+TEST(MenuBarView, TellsThePhase) {
+  using Kind = Phase::Kind;
+  const std::tuple<Phase, QString, QString> table[] = {
+      {Phase(), "Tolvera · Time left 42", "托维拉 · 剩余时长 42"},
+      {Phase(Kind::starting), "Connecting…", "正在连接…"},
+      {Phase(Kind::connecting), "Connecting…", "正在连接…"},
+      {Phase(Kind::live), "Translating · 42", "正在翻译 · 42"},
+      {Phase(Kind::reconnecting), "Reconnecting…", "网络波动，重新连接中…"},
+      {Phase::failed("No luck"), "No luck", "No luck"},
   };
-  using Kind = Phase::Kind;
-  EXPECT_EQ(line(false, Phase()), "Tolvera · Time left 42");
-  EXPECT_EQ(line(true, Phase()), "托维拉 · 剩余时长 42");
-  EXPECT_EQ(line(false, Phase(Kind::starting)), "Connecting…");
-  EXPECT_EQ(line(false, Phase(Kind::connecting)), "Connecting…");
-  EXPECT_EQ(line(true, Phase(Kind::connecting)), "正在连接…");
-  EXPECT_EQ(line(false, Phase(Kind::live)), "Translating · 42");
-  EXPECT_EQ(line(true, Phase(Kind::live)), "正在翻译 · 42");
-  EXPECT_EQ(line(false, Phase(Kind::reconnecting)), "Reconnecting…");
-  EXPECT_EQ(line(true, Phase(Kind::reconnecting)), "网络波动，重新连接中…");
-  EXPECT_EQ(line(false, Phase::failed("No luck")), "No luck");
+  for (const auto& [phase, english, chinese] : table) {
+    EXPECT_EQ(MenuBarRules::statusLine(Strings{.zh = false}, phase, "42"), english);
+    EXPECT_EQ(MenuBarRules::statusLine(Strings{.zh = true}, phase, "42"), chinese);
+  }
 }
 
-TEST(MenuBarView, offersStartOrStopWhereItCanBeDone) {
+TEST(MenuBarView, OffersStartWhereItCanBeDone) {
   using Kind = Phase::Kind;
-  EXPECT_TRUE(MenuBarRules::startEnabled(Phase(), 1));
-  EXPECT_FALSE(MenuBarRules::startEnabled(Phase(), 0));
-  EXPECT_FALSE(MenuBarRules::startEnabled(Phase(Kind::starting), 100));
-  EXPECT_TRUE(MenuBarRules::startEnabled(Phase(Kind::live), 0)) << "a run that has used up its balance";
-  EXPECT_TRUE(MenuBarRules::startEnabled(Phase(Kind::reconnecting), 0));
-  EXPECT_TRUE(MenuBarRules::startEnabled(Phase::failed("Ampersand"), 5));
-  EXPECT_EQ(MenuBarRules::startTitle({}, Phase(Kind::starting)), "Stop");
-  EXPECT_EQ(MenuBarRules::startTitle({}, Phase::failed("Ampersand")), "Start translating");
+  const std::tuple<Phase, double, bool, QString> table[] = {
+      {Phase(), 1, true, "Start translating"},
+      {Phase(), 0, false, "Start translating"},
+      {Phase(Kind::starting), 100, false, "Stop"},
+      {Phase(Kind::live), 0, true, "Stop"}, // a run that has used up its balance
+      {Phase(Kind::reconnecting), 0, true, "Stop"},
+      {Phase::failed("Ampersand"), 5, true, "Start translating"},
+  };
+  for (const auto& [phase, seconds, enabled, title] : table) {
+    EXPECT_EQ(MenuBarRules::startEnabled(phase, seconds), enabled) << title.toStdString() << seconds;
+    EXPECT_EQ(MenuBarRules::startTitle({}, phase), title);
+  }
 }
 
-TEST(MenuBarView, followsTheRunTheBalanceAndTheLanguage) {
+TEST(MenuBarView, FollowsTheModel) {
   OpenMenu open;
   EXPECT_EQ(items(open.menu), QStringList({"(Tolvera · Time left under a minute)", "(Start translating)",
                                            "Open Tolvera", "Settings", "Quit Tolvera"}));
@@ -76,7 +80,7 @@ TEST(MenuBarView, followsTheRunTheBalanceAndTheLanguage) {
             QStringList({"(正在翻译 · 不到 1 分钟)", "停止", "打开托维拉", "设置", "退出托维拉"}));
 }
 
-TEST(MenuBarView, startsAndStopsTheRunAsItIsAtTheClick) {
+TEST(MenuBarView, TogglesTheRun) {
   OpenMenu open;
   open.model.account(3600);
   open.item(1).trigger();
@@ -87,23 +91,14 @@ TEST(MenuBarView, startsAndStopsTheRunAsItIsAtTheClick) {
   EXPECT_TRUE(open.model.app().phase().is(Phase::Kind::idle));
 }
 
-TEST(MenuBarView, opensTheWindowOnTheTabThatWasAskedFor) {
-  OpenMenu open;
-  open.item(3).trigger();
-  EXPECT_EQ(open.model.app().tab(), AppState::Tab::settings);
-  open.item(2).trigger();
-  EXPECT_EQ(open.model.app().tab(), AppState::Tab::translate);
-  EXPECT_EQ(open.opened, 2);
-}
-
-TEST(MenuBarView, showsAFailureLetterByLetter) {
+TEST(MenuBarView, ShowsAFailureLetterByLetter) {
   OpenMenu open;
   open.model.live();
   open.model.fail("R&D & more");
   EXPECT_EQ(open.item(0).text(), "R&&D && more") << "an ampersand alone would mark a key";
 }
 
-TEST(MenuBarExtra, drawsTheHoleOfTheBubbleOnlyWhileNoRunIsOn) {
+TEST(MenuBarExtra, DrawsAHoleWithoutARun) {
   const auto ink = [](bool running, const QColor& color, QPointF point) {
     const auto image = MenuBarExtra::icon(running, color).pixmap(36, 36).toImage();
     // The figure is 18 by 16 points from the lower left, in the middle of a square of 18 points.

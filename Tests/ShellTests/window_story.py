@@ -7,9 +7,7 @@ import pathlib
 import re
 import signal
 import socket
-import subprocess
 import sys
-import time
 
 sys.dont_write_bytecode = True
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "tools/stage"))
@@ -18,9 +16,9 @@ try:
 except (ImportError, ValueError):
     print("the bindings of the accessibility bus are not installed")
     sys.exit(77)
-from gi.repository import Gio, GLib
 from screen import desktop, drag, geometry, wait_for
 from stage import Stage, end, main_window, promise, tell
+from tray import Tray
 
 OTHER_COLOR = (200, 40, 160)
 
@@ -261,74 +259,13 @@ class Windows:
         program.click("中文", "radio button")
         wait_for("the other language", lambda: "设置" in tray.labels())
         promise("the tray's menu is current")
+        tray.choose("打开托维拉")
+        wait_for("the form", lambda: not program.find("账号", "heading"))
         tray.choose("退出托维拉")
         promise("Quit in the tray's menu ends the program with status 0", process.wait(15) == 0)
 
 
-class Tray:
-    """A desktop's tray as programs see it on the session bus, with room for icons and a list of them."""
-
-    NAME, PATH, MENU = "org.kde.StatusNotifierWatcher", "/StatusNotifierWatcher", "com.canonical.dbusmenu"
-    INTERFACE = f"""<node><interface name="{NAME}">
-      <method name="RegisterStatusNotifierItem"><arg type="s" direction="in"/></method>
-      <property name="IsStatusNotifierHostRegistered" type="b" access="read"/>
-      <property name="RegisteredStatusNotifierItems" type="as" access="read"/></interface></node>"""
-
-    def __init__(self):
-        self._items, self._ids = [], {}
-        self._bus = Gio.DBusConnection.new_for_address_sync(
-            os.environ["DBUS_SESSION_BUS_ADDRESS"], Gio.DBusConnectionFlags.AUTHENTICATION_CLIENT |
-            Gio.DBusConnectionFlags.MESSAGE_BUS_CONNECTION, None, None)
-        self._bus.register_object(self.PATH, Gio.DBusNodeInfo.new_for_xml(self.INTERFACE).interfaces[0],
-                                  self._register, self._property, None)
-        self._bus.signal_subscribe("org.freedesktop.DBus", "org.freedesktop.DBus", "NameOwnerChanged", None, None,
-                                   Gio.DBusSignalFlags.NONE, self._owner_changed)
-        self._call("org.freedesktop.DBus", "/", "org.freedesktop.DBus", "RequestName", "(su)", self.NAME, 0)
-
-    def close(self):
-        self._bus.close_sync()
-
-    def _register(self, _bus, _sender, _path, _interface, _method, parameters, invocation):
-        self._items += parameters.unpack()
-        invocation.return_value(None)
-
-    def _property(self, _bus, _sender, _path, _interface, name):
-        return GLib.Variant("b", True) if name.startswith("Is") else GLib.Variant("as", self._items)
-
-    def _owner_changed(self, _bus, _sender, _path, _interface, _signal, parameters):
-        name, _, new = parameters.unpack()
-        if not new and name in self._items:
-            self._items.remove(name)
-
-    def _call(self, service, path, interface, member, signature, *arguments):
-        return self._bus.call_sync(service, path, interface, member, GLib.Variant(signature, arguments), None,
-                                   Gio.DBusCallFlags.NONE, 5000, None).unpack()
-
-    def has_items(self, count):
-        def has():
-            while GLib.MainContext.default().iteration(False):
-                pass
-            return len(self._items) == count
-
-        return wait_for(f"{count} icons", has, 10)
-
-    def labels(self):
-        """The menu's labels and their identifiers."""
-        def read(item):
-            yield item[1].get("label"), item[0]
-            for child in item[2]:
-                yield from read(child)
-
-        return dict(read(self._call(self._items[0], "/MenuBar", self.MENU, "GetLayout", "(iias)", 0, -1, [])[1]))
-
-    def choose(self, label):
-        self._call(self._items[0], "/MenuBar", self.MENU, "Event", "(isvu)", self.labels()[label], "clicked",
-                   GLib.Variant("i", 0), 0)
-
-
 if __name__ == "__main__":
     with Stage(sys.argv[1]) as stage:
-        began = time.monotonic()
         status = tell(stage, getattr(Windows(stage, sys.argv[2]), sys.argv[3]))
-        print(f"{desktop.__class__.__name__}: {time.monotonic() - began:.0f} s")
     sys.exit(status)

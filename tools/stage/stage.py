@@ -85,10 +85,6 @@ class Stage:
         self._processes.append(process)
         return process
 
-    def adopt(self, process):
-        """A process that somebody else started, to end with the stage."""
-        self._processes.append(process)
-
     def end(self, process):
         """Ends one of the stage's processes before the stage does."""
         self._processes.remove(process)

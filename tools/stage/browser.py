@@ -5,7 +5,8 @@ import json
 import os
 import signal
 import subprocess
-import time
+
+from screen import wait_for
 
 
 class Browser:
@@ -70,15 +71,11 @@ class Browser:
     def text(self, selector):
         return self._command("GET", f"/element/{self._element(selector)}/text")
 
-    def wait_for_text(self, selector, wanted, seconds=10):
-        deadline = time.monotonic() + seconds
-        while True:
+    def wait_for_text(self, selector, wanted):
+        def is_there():
             try:
-                text = self.text(selector)
+                return self.text(selector) == wanted
             except RuntimeError:
-                text = None  # between two pages
-            if text == wanted:
-                return
-            if time.monotonic() > deadline:
-                raise TimeoutError(f"the page shows {text!r} where {wanted!r} is expected")
-            time.sleep(0.05)
+                return False  # between two pages
+
+        wait_for(f"the page's text {wanted!r}", is_there)
