@@ -45,10 +45,10 @@ class StreamingClient {
   test::ScriptedCaptureDevice captureDevice_;
   test::InMemoryUserDefaults userDefaults_;
   test::InMemoryFileManager fileManager_;
-  test::FixedLocale locale_;
+  adapters::IcuLocale locale_{"en_US"};
   test::RecordingWorkspace workspace_;
   test::InMemoryRunningApplications runningApplications_;
-  test::InMemoryNotificationCenter notificationCenter_;
+  adapters::ExecutorNotificationCenter notificationCenter_{main_.get_executor()};
   platform::Platform platform_{main_.get_executor(),
                                background_.get_executor(),
                                clock_,

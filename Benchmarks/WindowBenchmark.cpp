@@ -120,7 +120,7 @@ class Windows {
   }
 
   test::InMemoryModel model_;
-  test::FixedLocale locale_;
+  adapters::IcuLocale locale_{"en_US"};
   LanguageNames names_{locale_};
   QQmlEngine engine_;
   MainWindow main_{engine_, model_.app(), names_};

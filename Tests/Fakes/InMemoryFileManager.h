@@ -11,19 +11,26 @@ namespace tolvera::test {
 class InMemoryFileManager final : public platform::FileManager {
  public:
   [[nodiscard]] std::filesystem::path applicationSupportDirectory() const override { return "/support"; }
-  bool createPrivateDirectory(const std::filesystem::path& directory) override;
-  [[nodiscard]] std::optional<std::string> contents(const std::filesystem::path& file) const override;
-  bool writePrivateFile(const std::filesystem::path& file, std::string_view content) override;
-  void remove(const std::filesystem::path& file) override;
+  bool createPrivateDirectory(const std::filesystem::path& directory) override {
+    if (!readOnly) directories_.insert(directory);
+    return directories_.contains(directory);
+  }
+  [[nodiscard]] std::optional<std::string> contents(const std::filesystem::path& file) const override {
+    const auto found = files.find(file);
+    return found == files.end() ? std::nullopt : std::optional(found->second);
+  }
+  bool writePrivateFile(const std::filesystem::path& file, std::string_view content) override {
+    if (readOnly || !directories_.contains(file.parent_path())) return false;
+    files[file] = content;
+    return true;
+  }
+  void remove(const std::filesystem::path& file) override { files.erase(file); }
 
-  // While true, nothing can be made, written or removed, as on a full or read-only disk.
-  void setReadOnly(bool readOnly) { readOnly_ = readOnly; }
-  // What is there; a test may put files in by hand.
+  bool readOnly = false; // while true, nothing can be written, as on a full disk
   std::map<std::filesystem::path, std::string> files;
 
  private:
   std::set<std::filesystem::path> directories_;
-  bool readOnly_ = false;
 };
 
 } // namespace tolvera::test

@@ -1,13 +1,10 @@
 #include "Fakes/InMemoryModel.h"
 
 #include <boost/json/serialize.hpp>
-#include <boost/json/value.hpp>
 
 #include <chrono>
 
 namespace tolvera::test {
-
-namespace json = boost::json;
 
 const std::string somePacks =
     R"([{"id":"small","hours":1.5,"cents":199,"fen":1999},{"id":"medium","hours":10,"cents":1299,"fen":8800},)"
@@ -19,25 +16,24 @@ std::string accountReply(double secondsLeft, bool signedIn, const std::string& p
          (signedIn ? "true" : "false") + R"(,"packs":)" + packs + "}";
 }
 
-void prepare(InMemoryPlatform& in) {
-  in.userDefaults.setObject("seenOnboarding", true);
-  in.userDefaults.setObject("uiLanguage", "english");
-  in.userDefaults.setObject("captureMode", "mic");
-  in.userDefaults.setObject("target", "es");
-  in.network.reply("/api/signup", 200, R"({"token":"secret token","secondsLeft":3600})");
-  in.network.reply("/api/me", 200, accountReply(3600));
-}
-
 InMemoryModel::InMemoryModel() {
-  prepare(in_);
-  app_ = AppState::make(in_.platform, windows_.make());
-  settle();
+  in_.userDefaults.values = {
+      {"seenOnboarding", true}, {"uiLanguage", "english"}, {"captureMode", "mic"}, {"target", "es"}};
+  in_.network.reply("/api/signup", 200, R"({"token":"secret token","secondsLeft":3600})");
+  in_.network.reply("/api/me", 200, accountReply(3600));
+  make();
 }
 
 InMemoryModel::~InMemoryModel() {
-  // Whatever still waits holds the model, which must not outlive the platform.
+  // A task that still waits holds its model, which must not outlive the platform.
   in_.loop.run(app_->stop());
   in_.loop.advance(std::chrono::hours(2));
+}
+
+AppState& InMemoryModel::make() {
+  app_ = AppState::make(in_.platform, windows_.make());
+  settle();
+  return *app_;
 }
 
 void InMemoryModel::account(double secondsLeft, bool signedIn, const std::string& packs) {
@@ -45,8 +41,17 @@ void InMemoryModel::account(double secondsLeft, bool signedIn, const std::string
   in_.loop.run(app_->refreshAccount());
 }
 
+void InMemoryModel::loseToken() {
+  in_.network.reply("/api/me", 401, R"({"error":"unknown"})");
+  in_.loop.run(app_->refreshAccount());
+  in_.network.answer("/api/signup", [this](platform::HTTPRequest) -> Task<platform::HTTPResponse> {
+    co_await in_.loop.clock().sleep(std::chrono::hours(1));
+    co_return platform::HTTPResponse{.status = 500, .body = {}};
+  });
+}
+
 void InMemoryModel::addApp(const std::string& bundleID, const std::string& name, bool playing) {
-  const auto pid = ++lastPID_;
+  const auto pid = static_cast<std::int32_t>(101 + in_.runningApplications.running.size());
   in_.runningApplications.addRegular(pid, bundleID, name);
   in_.audioHardware.addProcess(pid, bundleID, playing);
 }
@@ -56,60 +61,35 @@ void InMemoryModel::playThroughSpeaker(bool speaker) {
   app_->refreshApps();
 }
 
-void InMemoryModel::begin() {
+void InMemoryModel::starting() {
+  in_.loop.run(app_->refreshAccount());
+  loseToken();
   app_->beginStart();
   settle();
 }
 
-void InMemoryModel::starting() {
-  in_.loop.run(app_->refreshAccount());
-  // A token that the service no longer knows is dropped, and the next one is long in coming.
-  in_.network.reply("/api/me", 401, R"({"error":"unknown"})");
-  in_.loop.run(app_->refreshAccount());
-  in_.network.answer("/api/signup", [this](platform::HTTPRequest) -> Task<platform::HTTPResponse> {
-    co_await in_.loop.clock().sleep(std::chrono::hours(1));
-    co_return platform::HTTPResponse{.status = 500, .body = {}};
-  });
-  begin();
-}
-
 void InMemoryModel::connecting() {
   if (!app_->me()) in_.loop.run(app_->refreshAccount());
-  begin();
+  app_->beginStart();
+  settle();
 }
 
 void InMemoryModel::live() {
   connecting();
-  say(R"({"type":"ready","secondsLeft":)" + std::to_string(app_->secondsLeft()) + "}");
+  ready(app_->secondsLeft());
 }
 
 void InMemoryModel::reconnecting() {
   live();
-  say(R"({"type":"status","state":"reconnecting"})");
+  say({{"type", "status"}, {"state", "reconnecting"}});
 }
 
 void InMemoryModel::fail(const std::string& message, const std::string& code) {
-  say(json::serialize(json::value{{"type", "error"}, {"code", code}, {"message", message}}));
+  say({{"type", "error"}, {"code", code}, {"message", message}});
 }
 
-void InMemoryModel::source(const std::string& text) {
-  say(json::serialize(json::value{{"type", "src"}, {"text", text}}));
-}
-
-void InMemoryModel::translation(const std::string& text, const std::string& stash) {
-  say(json::serialize(json::value{{"type", "tr"}, {"text", text}, {"stash", stash}}));
-}
-
-void InMemoryModel::finish(const std::string& text) {
-  say(json::serialize(json::value{{"type", "tr"}, {"text", text}, {"final", true}}));
-}
-
-void InMemoryModel::balance(double seconds) {
-  say(json::serialize(json::value{{"type", "balance"}, {"secondsLeft", seconds}}));
-}
-
-void InMemoryModel::say(const std::string& frame) {
-  in_.network.connection()->deliver(frame);
+void InMemoryModel::say(const boost::json::value& frame) {
+  in_.network.connection()->deliver(boost::json::serialize(frame));
   settle();
 }
 

@@ -4,6 +4,8 @@
 #include "Fakes/RecordedWindows.h"
 #include "Tolvera/Model/AppState.h"
 
+#include <boost/json/value.hpp>
+
 #include <memory>
 #include <string>
 
@@ -14,52 +16,51 @@ extern const std::string somePacks; // three, as the service lists them
 // The service's reply about an account.
 std::string accountReply(double secondsLeft, bool signedIn = false, const std::string& packs = somePacks);
 
-// English, microphone mode and past the onboarding, with a service that signs up and has an hour left.
-void prepare(InMemoryPlatform& in);
-
-// A model on the in-memory platform for views to show, brought into any state as in real life: by the
-// service's replies and frames. Prepared as above. Nothing has been asked of the service before `launch`. One
-// thread.
+// A model on the in-memory platform, brought into any state by the service's replies and frames. It is
+// English, in microphone mode and past the onboarding; its service signs up and has an hour left. One thread.
 class InMemoryModel {
  public:
   InMemoryModel();
   ~InMemoryModel();
+  // Makes the model anew, with the preferences as they are now. It asks the service for nothing yet.
+  AppState& make();
 
   AppState& app() { return *app_; }
   AppSettings& settings() { return *app_->settings(); }
   InMemoryPlatform& in() { return in_; }
   [[nodiscard]] const RecordedWindows& windows() const { return windows_; }
 
-  // What the service says of the account from now on, and says at once.
+  // What the service says of the account from now on; the model reads it at once.
   void account(double secondsLeft, bool signedIn = false, const std::string& packs = somePacks);
-
-  // An application that can be captured, seen at the next look.
+  // The token is forgotten, and the next one takes an hour.
+  void loseToken();
+  // An application that can be captured, listed at the next refresh.
   void addApp(const std::string& bundleID, const std::string& name, bool playing = false);
   // The default output from now on.
   void playThroughSpeaker(bool speaker);
 
   // A run, stage by stage; each call goes through the stages before it.
-  void starting(); // waits for a token that never comes
+  void starting(); // waits for its token
   void connecting();
   void live();
   void reconnecting();
   void fail(const std::string& message, const std::string& code = "upstream"); // in a run, as the service
-  // Captions of a live run.
-  void source(const std::string& text);
-  void translation(const std::string& text, const std::string& stash = "");
-  void finish(const std::string& text);
-  void balance(double seconds);
+  // What the service says in a run.
+  void source(const std::string& text) { say({{"type", "src"}, {"text", text}}); }
+  void translation(const std::string& text, const std::string& stash = "") {
+    say({{"type", "tr"}, {"text", text}, {"stash", stash}});
+  }
+  void finish(const std::string& text) { say({{"type", "tr"}, {"text", text}, {"final", true}}); }
+  void balance(double seconds) { say({{"type", "balance"}, {"secondsLeft", seconds}}); }
+  void ready(double seconds) { say({{"type", "ready"}, {"secondsLeft", seconds}}); }
+  void say(const boost::json::value& frame);
 
   // Lets everything that is ready happen.
   void settle() { in_.loop.settle(); }
 
- private:
-  void begin();
-  void say(const std::string& frame);
-
+ protected:
   InMemoryPlatform in_;
   RecordedWindows windows_;
-  std::int32_t lastPID_ = 100;
   std::shared_ptr<AppState> app_;
 };
 

@@ -1,10 +1,8 @@
 #pragma once
 
-#include "Fakes/FixedLocale.h"
 #include "Fakes/InMemoryAudio.h"
 #include "Fakes/InMemoryAudioHardware.h"
 #include "Fakes/InMemoryFileManager.h"
-#include "Fakes/InMemoryNotificationCenter.h"
 #include "Fakes/InMemoryPlayback.h"
 #include "Fakes/InMemoryRunningApplications.h"
 #include "Fakes/InMemoryUserDefaults.h"
@@ -12,12 +10,14 @@
 #include "Fakes/ScriptedCaptureDevice.h"
 #include "Fakes/ScriptedURLSession.h"
 #include "Harness/TestLoop.h"
+#include "Platform/Linux/Desktop/ExecutorNotificationCenter.h"
+#include "Platform/Linux/Desktop/IcuLocale.h"
 #include "Platform/Platform.h"
 
 namespace tolvera::test {
 
-// The whole in-memory platform, on one loop that the test steps: the main thread, the background and time.
-// Its parts are open to the test. One thread.
+// The whole platform without a machine behind it, on one loop that the test steps: the main thread, the
+// background and time. The locale and the notification centre are the real ones. One thread.
 struct InMemoryPlatform {
   TestLoop loop;
   ScriptedURLSession network;
@@ -27,10 +27,10 @@ struct InMemoryPlatform {
   ScriptedCaptureDevice captureDevice;
   InMemoryUserDefaults userDefaults;
   InMemoryFileManager fileManager;
-  FixedLocale locale;
+  adapters::IcuLocale locale{"en_US"};
   RecordingWorkspace workspace;
   InMemoryRunningApplications runningApplications;
-  InMemoryNotificationCenter notificationCenter;
+  adapters::ExecutorNotificationCenter notificationCenter{loop.executor()};
   platform::Platform platform{
       loop.executor(), loop.executor(), loop.clock(),        network,           audio,
       audioHardware,   playback,        captureDevice,       userDefaults,      fileManager,

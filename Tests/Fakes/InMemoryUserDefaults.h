@@ -8,25 +8,26 @@
 
 namespace tolvera::test {
 
-// Preferences that last as long as the object. The test may fill and read them as it likes. Main thread.
+// Preferences that last as long as the object. Main thread.
 class InMemoryUserDefaults final : public platform::UserDefaults {
  public:
   using Values = std::map<std::string, Value, std::less<>>;
 
   InMemoryUserDefaults() = default;
-  explicit InMemoryUserDefaults(Values values) : values_(std::move(values)) {}
+  explicit InMemoryUserDefaults(Values initial) : values(std::move(initial)) {}
 
-  [[nodiscard]] std::optional<Value> objectForKey(std::string_view key) const override;
-  void setObject(std::string_view key, Value value) override;
-  void removeObjectForKey(std::string_view key) override;
+  [[nodiscard]] std::optional<Value> objectForKey(std::string_view key) const override {
+    const auto found = values.find(key);
+    return found == values.end() ? std::nullopt : std::optional(found->second);
+  }
+  void setObject(std::string_view key, Value value) override {
+    ++writes;
+    values.insert_or_assign(std::string(key), std::move(value));
+  }
+  void removeObjectForKey(std::string_view key) override { values.erase(std::string(key)); }
 
-  [[nodiscard]] const Values& values() const { return values_; }
-  // Calls of `setObject` so far, also those that changed nothing.
-  [[nodiscard]] std::size_t writes() const { return writes_; }
-
- private:
-  Values values_;
-  std::size_t writes_ = 0;
+  Values values;
+  std::size_t writes = 0; // calls of `setObject`, also those that changed nothing
 };
 
 } // namespace tolvera::test

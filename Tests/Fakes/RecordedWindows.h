@@ -13,33 +13,22 @@ struct RecordedWindows {
   int positionsSaved = 0;
   int orderedOut = 0;
 
-  // Windows that are only recorded here.
-  AppState::Windows make();
+  AppState::Windows make() {
+    struct Caption final : CaptionWindowController, CaptionPanel {
+      explicit Caption(RecordedWindows& windows) : record(windows) {}
+      void show(AppState&) override { ++record.captionShows; }
+      CaptionPanel* panel() override { return record.captionShows > 0 ? this : nullptr; }
+      void savePosition() override { ++record.positionsSaved; }
+      void orderOut() override { ++record.orderedOut; }
+      RecordedWindows& record;
+    };
+    struct Onboarding final : OnboardingWindowController {
+      explicit Onboarding(RecordedWindows& windows) : record(windows) {}
+      void show(AppState&) override { ++record.onboardingShows; }
+      RecordedWindows& record;
+    };
+    return {std::make_unique<Caption>(*this), std::make_unique<Onboarding>(*this)};
+  }
 };
-
-class RecordingCaptionWindow final : public CaptionWindowController, public CaptionPanel {
- public:
-  explicit RecordingCaptionWindow(RecordedWindows& record) : record_(record) {}
-  void show(AppState&) override { ++record_.captionShows; }
-  CaptionPanel* panel() override { return record_.captionShows > 0 ? this : nullptr; }
-  void savePosition() override { ++record_.positionsSaved; }
-  void orderOut() override { ++record_.orderedOut; }
-
- private:
-  RecordedWindows& record_;
-};
-
-class RecordingOnboarding final : public OnboardingWindowController {
- public:
-  explicit RecordingOnboarding(RecordedWindows& record) : record_(record) {}
-  void show(AppState&) override { ++record_.onboardingShows; }
-
- private:
-  RecordedWindows& record_;
-};
-
-inline AppState::Windows RecordedWindows::make() {
-  return {std::make_unique<RecordingCaptionWindow>(*this), std::make_unique<RecordingOnboarding>(*this)};
-}
 
 } // namespace tolvera::test

@@ -7,25 +7,17 @@
 
 namespace tolvera::test {
 
-// A desktop whose browser only notes what it was asked to open. Main thread.
-class RecordingWorkspace final : public platform::Workspace {
- public:
-  bool openURL(const platform::URL& url) override {
-    if ((url.scheme() != "http" && url.scheme() != "https") || url.host().empty()) return false;
-    opened.emplace_back(url.buffer());
-    return hasBrowser;
-  }
-  bool openFolder(const std::string& path) override {
-    opened.push_back(path);
-    return true;
-  }
-  bool openMicrophoneSettings() override {
-    opened.emplace_back("microphone settings");
+// A desktop that only notes what it was asked to open. Main thread.
+struct RecordingWorkspace final : platform::Workspace {
+  bool openURL(const platform::URL& url) override { return note(std::string(url.buffer())); }
+  bool openFolder(const std::string& path) override { return note(path); }
+  bool openMicrophoneSettings() override { return note("microphone settings"); }
+  bool note(std::string address) {
+    opened.push_back(std::move(address));
     return true;
   }
 
-  std::vector<std::string> opened; // the addresses, in order
-  bool hasBrowser = true;
+  std::vector<std::string> opened; // in order
 };
 
 } // namespace tolvera::test

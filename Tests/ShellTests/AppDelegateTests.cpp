@@ -97,10 +97,9 @@ TEST_F(AppDelegateRun, EndsALaunchFromATemporaryPlace) {
 
   // The language is the system's; the setting does not count.
   model_.settings().setUILanguage(UILanguage::english);
-  locale.languages = {"zh-Hans-CN", "en"};
+  locale = adapters::IcuLocale("zh_Hans_CN");
   launchAt(temporary, false);
-  locale.languages = {"fr"};
-  locale.identifier = "zh_TW";
+  locale = adapters::IcuLocale("zh_TW");
   launchAt(temporary, false);
   ASSERT_EQ(alerts.size(), 4u);
   EXPECT_EQ(alerts[1].secondButton, "Quit");

@@ -1,8 +1,8 @@
 #include "TolveraCore/AudioProcesses.h"
 
-#include "Fakes/FixedLocale.h"
 #include "Fakes/InMemoryAudioHardware.h"
 #include "Fakes/InMemoryRunningApplications.h"
+#include "Platform/Linux/Desktop/IcuLocale.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -30,7 +30,7 @@ class AudioProcessList : public ::testing::Test {
   }
   test::InMemoryAudioHardware hardware;
   test::InMemoryRunningApplications applications;
-  test::FixedLocale locale;
+  adapters::IcuLocale locale{"en_US"};
 };
 
 TEST_F(AudioProcessList, ListsProcessesInOrderOfServer) {

@@ -7,119 +7,100 @@ namespace {
 
 using namespace std::chrono_literals;
 
-class Events : public test::ModelFixture {
- protected:
-  std::vector<QString> lines() const {
-    return {model_->sourceLine(), model_->currentLine(), model_->currentStash(), model_->previousLine()};
+class Events : public test::ModelFixture {};
+
+TEST_F(Events, CaptionsMoveThroughTheLines) {
+  auto& model = launchLive();
+  const std::pair<boost::json::value, const char*> captions[] = {
+      {{{"type", "src"}, {"text", "good "}, {"stash", "mor"}}, "good mor|[]|"},
+      {{{"type", "src"}, {"text", "good"}, {"final", true}}, "good|[]|"},
+      {{{"type", "tr"}, {"text", "buenos"}, {"stash", " dí"}}, "good|buenos[ dí]|"},
+      {{{"type", "tr"}, {"text", "Buenos."}, {"stash", "no"}, {"final", true}}, "good|[]|Buenos."},
+      {{{"type", "tr"}, {"text", "¿Qué?"}, {"final", true}}, "good|[]|¿Qué?"},
+      {{{"type", "tr"}, {"final", true}}, "good|[]|"},
+      {{{"type", "src"}}, "|[]|"},
+  };
+  for (const auto& [caption, expected] : captions) {
+    say(caption);
+    EXPECT_EQ(lines(), expected);
+    EXPECT_EQ(model.overlayStatus(), "") << "every caption empties the status";
   }
-  using Lines = std::vector<QString>;
-};
-
-TEST_F(Events, CaptionsGrowInPlaceAndGoWholeToThePreviousLine) {
-  auto& model = launchLive();
-  say(R"({"type":"src","text":"good ","stash":"mor"})");
-  EXPECT_EQ(lines(), (Lines{"good mor", "", "", ""}));
-  EXPECT_EQ(model.overlayStatus(), "") << "every caption empties the status";
-  say(R"({"type":"src","text":"good morning","final":true})");
-  say(R"({"type":"tr","text":"buenos","stash":" dí"})");
-  EXPECT_EQ(lines(), (Lines{"good morning", "buenos", " dí", ""}));
-  say(R"({"type":"tr","text":"Buenos días.","stash":"dropped","final":true})");
-  EXPECT_EQ(lines(), (Lines{"good morning", "", "", "Buenos días."}));
-  say(R"({"type":"tr","text":"¿Qué tal?","final":true})");
-  EXPECT_EQ(lines(), (Lines{"good morning", "", "", "¿Qué tal?"}));
-  say(R"({"type":"tr","final":true})");
-  say(R"({"type":"src"})");
-  EXPECT_EQ(lines(), (Lines{"", "", "", ""}));
 }
 
-TEST_F(Events, AFailureThatTheSessionSurvivesKeepsItsCaptionsComing) {
-  auto& model = launchLive();
-  say(R"({"type":"error","message":"hiccup","code":"upstream"})");
-  EXPECT_EQ(phase(), "failed(hiccup)");
-  say(R"({"type":"tr","text":"still here"})");
-  EXPECT_EQ(phase(), "failed(hiccup)");
-  EXPECT_EQ(model.currentLine(), "still here");
-  say(R"({"type":"ready","secondsLeft":9})");
-  EXPECT_EQ(phase(), "live");
-}
-
-TEST_F(Events, FatalCodesAreWordedHereAndStayOnScreen) {
-  const std::pair<std::string, std::string> worded[] = {
-      {"quota_exhausted", "failed(Out of time. Buy more to continue.)"},
-      {"replaced", "failed(Translation started on another device, so this session stopped.)"},
-      {"upstream_rejected", "failed(no Klingon here)"}};
-  for (const auto& [code, expected] : worded) {
-    launchLive();
-    say(R"({"type":"error","message":"no Klingon here","code":")" + code + R"("})");
+TEST_F(Events, ErrorsAreShownInWords) {
+  const std::tuple<const char*, const char*, bool> errors[] = {
+      {"quota_exhausted", "failed(Out of time. Buy more to continue.)", true},
+      {"replaced", "failed(Translation started on another device, so this session stopped.)", true},
+      {"upstream_rejected", "failed(no Klingon)", true},
+      {"upstream", "failed(no Klingon)", false}};
+  for (const auto& [code, expected, ends] : errors) {
+    auto& model = launchLive();
+    fail("no Klingon", code);
+    translation("still here");
     in_.loop.advance(5s);
     EXPECT_EQ(phase(), expected);
     EXPECT_TRUE(in_.audio.capturing());
-    EXPECT_FALSE(connection().closes().empty());
-    in_.loop.run(model_->stop());
-    EXPECT_EQ(phase(), "idle");
+    EXPECT_EQ(connection().closes().empty(), !ends);
+    EXPECT_EQ(model.currentLine(), ends ? "" : "still here");
+    if (!ends) ready(9);
+    EXPECT_EQ(phase(), ends ? expected : "live");
+    stop();
   }
 }
 
-TEST_F(Events, ASessionThatEndsByItselfStopsTheRun) {
+TEST_F(Events, SessionThatEndsStopsTheRun) {
   launchLive();
-  say(R"({"type":"tr","text":"adiós","final":true})");
-  auto stopping = begin(model_->stop());
-  connection().fail("closed by the server"); // within the goodbye: the session ends early
-  in_.loop.settle();
-  EXPECT_EQ(phase(), "idle");
-  EXPECT_EQ(lines(), (Lines{"", "", "", ""}));
+  finish("adiós");
+  auto stopping = begin(app_->stop());
+  connection().fail("closed by the server"); // the session ends within its goodbye
+  settle();
+  EXPECT_EQ(phase() + lines(), "idle|[]|");
   in_.loop.advance(5s);
   EXPECT_TRUE(stopping.finished());
 }
 
-TEST_F(Events, EachFieldAnnouncesAChangeOnceAndNothingWhenItDidNotChange) {
+TEST_F(Events, FieldsAnnounceEachChangeOnce) {
   auto& model = launchLive();
-  const QSignalSpy phases(&model, &AppState::phaseChanged);
   const QSignalSpy balances(&model, &AppState::secondsLeftChanged);
-  const QSignalSpy current(&model, &AppState::currentLineChanged);
+  const QSignalSpy texts(&model, &AppState::balanceTextChanged);
   const QSignalSpy stash(&model, &AppState::currentStashChanged);
   const QSignalSpy status(&model, &AppState::overlayStatusChanged);
-  for (int i = 0; i < 3; ++i) {
-    say(R"({"type":"ready","secondsLeft":3000})");
-    say(R"({"type":"balance","secondsLeft":3000})");
+  phases_.clear();
+  for (const double seconds : {3000, 3000, 2999, 0, 0}) {
+    ready(seconds);
+    balance(seconds);
   }
-  EXPECT_EQ(phases.count() + balances.count() + status.count(), 0);
-  say(R"({"type":"balance","secondsLeft":0})");
-  EXPECT_EQ(model.secondsLeft(), 0);
-  for (int i = 0; i < 3; ++i) say(R"({"type":"tr","text":"uno","stash":"dos"})");
-  say(R"({"type":"tr","text":"uno","stash":"tres"})");
-  EXPECT_EQ(phases.count(), 0);
-  EXPECT_EQ(balances.count(), 1);
-  EXPECT_EQ(current.count(), 1);
-  EXPECT_EQ(status.count(), 1);
+  for (const char* tail : {"dos", "dos", "tres"}) translation("uno", tail);
+  model.settings()->setUILanguage(UILanguage::chinese);
+  EXPECT_EQ(model.balanceText(), "不到 1 分钟");
+  EXPECT_TRUE(phases_.empty());
+  EXPECT_EQ(balances.count(), 2);
+  EXPECT_EQ(texts.count(), 3) << "50m, 49m, under a minute, and the same in Chinese";
   EXPECT_EQ(stash.count(), 2);
+  EXPECT_EQ(status.count(), 1);
 }
 
-TEST_F(Events, OldCaptionsGoEightSecondsAfterTheLastOne) {
+TEST_F(Events, CaptionsGoAfterEightSeconds) {
   auto& model = launchLive();
-  say(R"({"type":"tr","text":"uno","final":true})");
-  in_.loop.advance(7s);
-  say(R"({"type":"src","text":"a source caption postpones it too"})");
-  in_.loop.advance(7900ms);
-  EXPECT_EQ(model.previousLine(), "uno");
-  in_.loop.advance(200ms);
-  EXPECT_EQ(lines(), (Lines{"", "", "", ""}));
-  EXPECT_EQ(model.overlayStatus(), "Listening…");
-
-  say(R"({"type":"tr","text":"dos","final":true})");
-  say(R"({"type":"error","message":"bad","code":"upstream"})");
-  in_.loop.advance(8s);
-  EXPECT_EQ(model.previousLine(), "") << "a failure does not keep old captions on screen";
-  EXPECT_EQ(phase(), "failed(bad)");
-}
-
-TEST_F(Events, NoLateClearingAfterAStop) {
-  auto& model = launchLive();
-  say(R"({"type":"tr","text":"uno"})");
-  in_.loop.run(model.stop());
+  const auto waits = in_.loop.clock().sleepers();
+  for (int i = 0; i < 3; ++i) {
+    finish("uno");
+    in_.loop.advance(7s);
+    source("postponed");
+    in_.loop.advance(7900ms);
+    EXPECT_EQ(lines(), "postponed|[]|uno");
+    EXPECT_EQ(in_.loop.clock().sleepers(), waits + 1) << "all captions share one wait";
+    if (i == 1) fail("bad");
+    in_.loop.advance(200ms);
+    EXPECT_EQ(lines(), "|[]|");
+    EXPECT_EQ(model.overlayStatus(), "Listening…");
+    EXPECT_EQ(in_.loop.clock().sleepers(), waits);
+  }
+  source("last");
+  stop();
   const auto status = model.overlayStatus();
   in_.loop.advance(20s);
-  EXPECT_EQ(model.overlayStatus(), status);
+  EXPECT_EQ(model.overlayStatus(), status) << "a stop ends the wait";
 }
 
 } // namespace

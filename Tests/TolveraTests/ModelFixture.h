@@ -1,43 +1,62 @@
 #pragma once
 
 #include "Fakes/InMemoryModel.h"
-#include "Tolvera/Model/AppState.h"
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <string>
 #include <vector>
 
 namespace tolvera::test {
 
-// A model on a prepared in-memory platform, whose service answers and accepts.
-class ModelFixture : public testing::Test {
+using namespace std::chrono_literals;
+
+// A model on the in-memory platform, whose service answers and accepts.
+class ModelFixture : public testing::Test, protected InMemoryModel {
  protected:
-  ModelFixture();
-  ~ModelFixture() override;
-
-  // Makes the model with the preferences as they are now, and asks for its account.
-  AppState& launch();
-  // As `launch`, then a run that is live.
-  AppState& launchLive();
-  // Makes the model without asking for anything.
-  AppState& make();
-
-  void start() { in_.loop.run(model_->start()); }
+  // Makes the model with the preferences as they are now, and reads its account.
+  AppState& launch() {
+    make();
+    phases_.clear();
+    QObject::connect(app_.get(), &AppState::phaseChanged, &watcher_, [this] { phases_.push_back(phase()); });
+    in_.loop.run(app_->bootstrap());
+    return *app_;
+  }
+  // As `launch`, followed by a run that is live.
+  AppState& launchLive() {
+    launch();
+    start();
+    ready(3000);
+    return *app_;
+  }
+  void start() { in_.loop.run(app_->start()); }
+  void stop() { in_.loop.run(app_->stop()); }
   // Begins an operation without waiting for its end.
-  TaskHandle begin(Task<void> operation);
-  // What the service says on the present connection.
-  void say(const std::string& frame);
-  // Sound for the microphone, in seconds, at 16 kHz.
-  void speak(double seconds, float level = 0.25F);
+  TaskHandle begin(Task<void> operation) {
+    auto handle = spawn(in_.loop.executor(), "operation", app_, std::move(operation));
+    settle();
+    return handle;
+  }
+  // Sound for the microphone.
+  void speak(double seconds, float level = 0.25F) {
+    in_.audio.deliver(std::vector<float>(
+        static_cast<std::size_t>(std::lround(seconds * in_.audio.inputFormat.sampleRate)), level));
+    settle();
+  }
 
   [[nodiscard]] ScriptedConnection& connection() { return *in_.network.connection(); }
-  [[nodiscard]] std::string phase() const { return model_->phase().description().toStdString(); }
+  [[nodiscard]] std::size_t chunksSent() { return connection().sentAudio().size(); }
+  [[nodiscard]] std::string phase() const { return app_->phase().description().toStdString(); }
+  // The source line, the translation with its tail, and the last finished translation.
+  [[nodiscard]] std::string lines() const {
+    return (app_->sourceLine() + "|" + app_->currentLine() + "[" + app_->currentStash() + "]|" +
+            app_->previousLine())
+        .toStdString();
+  }
 
-  InMemoryPlatform in_;
-  RecordedWindows windows_;
-  std::shared_ptr<AppState> model_;
-  std::vector<std::string> phases_; // every phase announced
+  std::vector<std::string> phases_; // announced since the launch
+  QObject watcher_;
 };
 
 } // namespace tolvera::test

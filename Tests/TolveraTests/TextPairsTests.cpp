@@ -42,7 +42,7 @@ std::vector<std::string> complaints(const std::string& source) {
   return found;
 }
 
-TEST(TextPairs, FaultsOfAPairAreFound) {
+TEST(TextPairs, FaultsAreFound) {
   EXPECT_THAT(complaints(R"(QString pick(const QString&, const QString&); x.pick("翻%1译", "Trans"
                             "late %1") + pick("停\"止", "Stop"); strings.pick("甲" +
                             "乙", "A " + "B"))"),
@@ -53,7 +53,7 @@ TEST(TextPairs, FaultsOfAPairAreFound) {
     EXPECT_EQ(complaints(faulty).size(), 1u) << faulty;
 }
 
-TEST(TextPairs, EveryPairInTheSourcesHasTwoSidesOfTheSameForm) {
+TEST(TextPairs, HaveTwoSidesOfOneForm) {
   std::size_t calls = 0;
   for (const auto& entry : std::filesystem::recursive_directory_iterator(TOLVERA_SOURCES)) {
     const auto extension = entry.path().extension();

@@ -1,4 +1,4 @@
-#include "Fakes/FixedLocale.h"
+#include "Platform/Linux/Desktop/IcuLocale.h"
 #include "Tolvera/Views/CaptionView.h"
 #include "Tolvera/Views/LanguageNames.h"
 #include "Tolvera/Views/MainView.h"
@@ -54,7 +54,7 @@ TEST(SystemSettings, AreOfferedForWhatTheMessageSaysOfTheMicrophone) {
 }
 
 TEST(DirectionText, NamesBothLanguagesAndLeavesAnUnknownCodeBare) {
-  const test::FixedLocale locale;
+  const adapters::IcuLocale locale("en_US");
   const LanguageNames names(locale);
   EXPECT_EQ(names.directionText("auto", "es", english), "Detect automatically → Spanish");
   EXPECT_EQ(names.directionText("auto", "es", chinese), "自动识别 → 西班牙语");
@@ -62,7 +62,7 @@ TEST(DirectionText, NamesBothLanguagesAndLeavesAnUnknownCodeBare) {
 }
 
 TEST(LanguageLists, FollowTheInterfaceLanguageAndPutTheAutomaticSourceFirst) {
-  const test::FixedLocale locale;
+  const adapters::IcuLocale locale("en_US");
   const LanguageNames names(locale);
   EXPECT_EQ(names.sorted(english).size(), 60);
   const auto sources = names.sources(chinese);

@@ -67,7 +67,7 @@ TEST_F(SettingsPaneTest, SignsOutOnlyByTheActionOfTheQuestion) {
 }
 
 TEST_F(SettingsPaneTest, ChangesTheLanguageAndTheSwitchesAtOnce) {
-  model_.in().locale.identifier = "zh_TW";
+  model_.in().locale = adapters::IcuLocale("zh_TW");
   auto& view = open();
   EXPECT_EQ(view.valueOf(radio, "English"), "on");
   view.click(radio, "Follow system");

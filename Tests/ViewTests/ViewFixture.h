@@ -21,7 +21,7 @@ class ViewFixture : public testing::Test {
     return *host_;
   }
 
-  FixedLocale locale_;
+  adapters::IcuLocale locale_{"en_US"};
   InMemoryModel model_;
   std::unique_ptr<ViewHost> host_;
 };
