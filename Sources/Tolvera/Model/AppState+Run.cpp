@@ -54,15 +54,15 @@ Task<void> AppState::start() {
 }
 
 void AppState::enterStarting() {
+  log::trace(Category::session, "start: capture ", description(settings_->captureMode()).toStdString(), ", ",
+             settings_->source().toStdString(), " to ", settings_->target().toStdString(), ", dub ",
+             settings_->dub());
   setPhase(Phase(Phase::Kind::starting), "start");
   clearLines();
   setOverlayStatus(strings().connecting());
   log(QStringLiteral("start: mode=%1 target=%2 余额=%3")
           .arg(description(settings_->captureMode()), settings_->target())
           .arg(secondsLeft_, 0, 'f', 1));
-  log::trace(Category::session, "start: capture ", description(settings_->captureMode()).toStdString(), ", ",
-             settings_->source().toStdString(), " to ", settings_->target().toStdString(), ", dub ",
-             settings_->dub());
 }
 
 bool AppState::checkBalance() {
