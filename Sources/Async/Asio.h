@@ -1,6 +1,6 @@
 #pragma once
 
-// The part of Asio that nearly every file of the project needs, and so the precompiled header.
+// The parts of Asio that nearly every file needs; the precompiled header.
 
 #include <boost/asio/any_io_executor.hpp>
 #include <boost/asio/awaitable.hpp>

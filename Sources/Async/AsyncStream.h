@@ -14,8 +14,8 @@
 
 namespace tolvera {
 
-// The one hand-over of values between threads. Any thread writes, one coroutine reads. A stream either
-// keeps everything or keeps the newest N values and drops the oldest.
+// Hands values from any thread to one coroutine. A stream keeps everything, or keeps the newest N values and
+// drops the oldest.
 //
 //   auto [writer, stream] = AsyncStream<int>::make(AsyncStream<int>::newest(400));
 template<typename T>
@@ -60,12 +60,12 @@ class AsyncStream {
   static constexpr Buffering newest(std::size_t count) { return {count}; }
 
   // The writing end. Copies write to the same stream, from any thread. The stream finishes with `finish`
-  // or when the last copy goes.
+  // or when the last copy is destroyed.
   class Writer {
    public:
     // Appends a value, without waiting. Does nothing after `finish`.
     void yield(T value) const { end_->state->yield(std::move(value)); }
-    // No value can follow; what is buffered can still be read. Harmless to repeat.
+    // Ends the stream. Buffered values can still be read. Harmless to repeat.
     void finish() const { end_->state->finish(); }
 
    private:
@@ -86,8 +86,8 @@ class AsyncStream {
     return {Writer(state), AsyncStream(state)};
   }
 
-  // The next value, oldest first; nothing once the stream has finished and is read empty, or when the
-  // waiting coroutine is cancelled. One call at a time. The stream may be destroyed meanwhile.
+  // Waits for the oldest value. Gives nothing when the stream has finished and is empty, or when the waiting
+  // coroutine is cancelled. One call at a time. The stream may be destroyed during the wait.
   Task<std::optional<T>> next() { return next(state_); }
 
  private:

@@ -7,19 +7,19 @@
 #include <string>
 #include <string_view>
 
-// A trace for developers, on standard error, one line for each step: "tolvera trace network: 1.042 connected
+// A trace for developers on standard error, one line for each step: "tolvera trace network: 1.042 connected
 // …", with the seconds since the program's first line. The environment variable TOLVERA_LOG names the
-// categories, for example "network,sound" or "all"; without it nothing is written. It is the one process-wide
-// object, so that the lowest layer can write without being handed anything. Any thread but a real-time one:
-// writing may wait for a terminal. Lines never carry a token; what was said stands only in the category
-// `captions`.
+// categories, for example "network,sound" or "all"; without it nothing is written. It is the only
+// process-wide object, so that the lowest layer can write without a reference to it. Any thread but a
+// real-time one, since writing may wait for a terminal. A line never holds a token; only lines of the
+// category `captions` hold what was said.
 namespace tolvera::log {
 
 enum class Category : std::uint8_t { network, session, sound, account, service, windows, captions };
 
 enum class Level : std::uint8_t {
-  trace,   // a step that was expected
-  warning, // something failed and was dealt with
+  trace,   // an expected step
+  warning, // a failure that the program handles
 };
 
 namespace detail {
@@ -43,7 +43,7 @@ void append(std::string& line, Number value) {
 
 } // namespace detail
 
-// True if lines of the category are written. One relaxed load; ask it before computing what only a line
+// True if lines of the category are written. One relaxed load; ask it before computing what only the trace
 // needs.
 inline bool isOn(Category category) {
   return ((detail::enabledCategories.load(std::memory_order_relaxed) >> static_cast<unsigned>(category)) &

@@ -18,13 +18,13 @@ namespace tolvera {
 
 namespace detail {
 
-// What the two sides of a crossing share. The signal lives here and not in the caller's frame, so that a
-// cancellation that is still on its way when the work ends finds it alive.
+// What the two sides of a crossing share. The signal is not in the caller's frame, because a cancellation may
+// still be under way when the work ends.
 template<typename T>
 struct Crossing {
   using Value = std::conditional_t<std::is_void_v<T>, std::monostate, T>;
 
-  boost::asio::cancellation_signal signal; // touched on the target executor alone
+  boost::asio::cancellation_signal signal; // used on the target executor only
   bool ended = false;                      // likewise
   std::exception_ptr failure;
   std::optional<Value> value;
@@ -85,8 +85,8 @@ Task<T> on(Executor target, Task<T> task) {
   return detail::cross<T>(std::move(target), std::move(task), true);
 }
 
-// As `on`, but the task runs to its end whatever happens to the caller: for work that must not be left
-// half done, such as a frame on a socket.
+// The same, but a cancelled caller does not cancel the task: for work that must be completed, such as writing
+// a frame to a socket.
 template<typename T>
 Task<T> shielded(Executor target, Task<T> task) {
   return detail::cross<T>(std::move(target), std::move(task), false);

@@ -21,7 +21,7 @@ struct SpawnedTask {
 
   const Executor executor;
   const std::string name;
-  boost::asio::cancellation_signal signal; // touched on the executor alone
+  boost::asio::cancellation_signal signal; // used on the executor only
   bool started = false;                    // likewise
   std::atomic<bool> cancelled = false;
   std::atomic<bool> finished = false;

@@ -12,15 +12,15 @@ namespace detail {
 struct SpawnedTask;
 }
 
-// A task under way. Copies stand for the same task; dropping the handle leaves the task running.
+// A task that was started. Copies stand for the same task, which goes on when they are destroyed.
 class TaskHandle {
  public:
   TaskHandle() = default;
 
   // Asks the task to end: its present wait returns at once, and its next one throws
-  // `operation_aborted`. Any thread. Harmless to repeat, and after the task's end.
+  // `operation_aborted`. Any thread, at any time, also within the task. Harmless to repeat.
   void cancel() const;
-  // True once the task has ended, for whatever reason; true of a default-made handle. Any thread.
+  // True when the task has ended, and for a handle without a task. Any thread.
   [[nodiscard]] bool finished() const;
 
  private:

@@ -16,7 +16,7 @@ namespace tolvera {
 
 namespace detail {
 
-// A coroutine that waits for somebody's call. Destroying it unresumed destroys the coroutine.
+// A coroutine that waits to be resumed. Destroying this first destroys the coroutine.
 struct ParkedCoroutine {
   virtual ~ParkedCoroutine() = default;
   virtual void resume() = 0;
@@ -37,7 +37,7 @@ class ParkedHandler final : public ParkedCoroutine {
   void resume() override {
     auto executor = boost::asio::get_associated_executor(handler_);
     boost::asio::post(executor, [handler = std::move(handler_)]() mutable {
-      // Cancellation is emitted on this executor too, so nothing can fall between these two lines.
+      // Cancellation is emitted on this executor too, so it cannot come between these two lines.
       boost::asio::get_associated_cancellation_slot(handler).clear();
       std::move(handler)();
     });
@@ -50,7 +50,7 @@ class ParkedHandler final : public ParkedCoroutine {
 } // namespace detail
 
 // Resumes one suspended coroutine, once: later calls do nothing. Copies stand for the same coroutine.
-// Any thread may call it; the coroutine goes on on its own executor.
+// Any thread may call it; the coroutine continues on its own executor.
 class Resumption {
  public:
   explicit Resumption(std::shared_ptr<detail::Suspension> suspension) : suspension_(std::move(suspension)) {}
@@ -61,10 +61,9 @@ class Resumption {
   std::shared_ptr<detail::Suspension> suspension_;
 };
 
-// Suspends the calling coroutine and hands a Resumption for it to `park`, which keeps it or calls it. If
-// every copy is dropped uncalled, the coroutine is destroyed where it waits.
-// A cancellation of the coroutine meanwhile is given to `onCancel`, with the same Resumption and the
-// cancellation's type, on the coroutine's executor.
+// Suspends the calling coroutine and hands its Resumption to `park`, which keeps it or calls it. If every
+// copy is destroyed uncalled, the coroutine is destroyed where it waits. If the coroutine is cancelled during
+// the wait, `onCancel` gets the same Resumption and the cancellation's type, on the coroutine's executor.
 template<typename Park, typename OnCancel>
 Task<void> suspend(Park park, OnCancel onCancel) {
   auto initiation = [](auto handler, Park parkIt, OnCancel cancelIt) {
@@ -84,8 +83,8 @@ Task<void> suspend(Park park, OnCancel onCancel) {
       std::move(initiation), boost::asio::use_awaitable, std::move(park), std::move(onCancel));
 }
 
-// The usual case: cancelling the coroutine resumes it as well, without an exception. The caller looks at
-// the cancellation state where the difference matters.
+// The usual case: a cancellation resumes the coroutine, without an exception. A caller to whom the difference
+// matters reads the cancellation state.
 template<typename Park>
 Task<void> suspend(Park park) {
   auto resumeEarly = [](const Resumption& resume, boost::asio::cancellation_type) { resume(); };

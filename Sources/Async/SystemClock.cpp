@@ -28,7 +28,7 @@ Task<void> waitForTimer(Duration duration) {
   if (::timerfd_settime(descriptor, 0, &when, nullptr) < 0) {
     throw std::system_error(errno, std::generic_category(), "timerfd_settime");
   }
-  boost::system::error_code ignored; // a cancelled wait is over, like any other
+  boost::system::error_code ignored; // a cancelled wait ends without an error
   auto token = boost::asio::redirect_error(boost::asio::use_awaitable, ignored);
   co_await timer.async_wait(boost::asio::posix::stream_descriptor::wait_read, token);
 }

@@ -12,15 +12,15 @@ class FileManager {
  public:
   virtual ~FileManager() = default;
 
-  // Where an application keeps what it must not lose. Need not exist yet.
+  // Where an application keeps the files that it must not lose. It may not exist yet.
   [[nodiscard]] virtual std::filesystem::path applicationSupportDirectory() const = 0;
-  // Makes `directory`, readable by its owner alone from its first moment, with its parents. True if it is
-  // there afterwards; one that is there already is narrowed to its owner.
+  // Makes `directory` and its parents. Only its owner can read it, from its first moment; an existing one is
+  // closed to others. True if it exists afterwards.
   virtual bool createPrivateDirectory(const std::filesystem::path& directory) = 0;
   // The whole file; nothing if it cannot be read.
   [[nodiscard]] virtual std::optional<std::string> contents(const std::filesystem::path& file) const = 0;
-  // Replaces `file` by one with this content that only its owner can read, at no moment by anybody else:
-  // whole and on disk, or not at all. A symbolic link in its place is replaced. True on success.
+  // Replaces `file` by one with this content, whole and on disk, or not at all. Only its owner can read it,
+  // from its first moment. A symbolic link in its place is replaced. True on success.
   virtual bool writePrivateFile(const std::filesystem::path& file, std::string_view content) = 0;
   // Removes the file if it is there.
   virtual void remove(const std::filesystem::path& file) = 0;

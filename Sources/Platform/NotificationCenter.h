@@ -11,7 +11,7 @@ namespace tolvera::platform {
 inline constexpr std::string_view defaultOutputDeviceDidChange =
     "com.apple.audio.AudioHardwareDefaultOutputDeviceDidChange";
 
-// Tells observers of what happens in the system. Main thread; blocks are called there too.
+// Calls observers when something happens in the system. Main thread; blocks are called there too.
 class NotificationCenter {
  public:
   // Destroying it ends the observation.

@@ -16,8 +16,8 @@
 
 namespace tolvera::platform {
 
-// All that the program asks of its system. Built once by `main`, handed down by reference, and outliving
-// everything it is handed to.
+// All that the program asks of its system. `main` builds it once and hands it down by reference; it outlives
+// everything that holds the reference.
 struct Platform {
   Executor mainExecutor;       // the main thread
   Executor backgroundExecutor; // an io_context's threads; actors make their strands on it

@@ -5,8 +5,7 @@
 
 namespace tolvera::platform {
 
-// A failure of the platform, or one worded for the user: a domain, a code that means something within it,
-// and a text to show. `what()` is that text.
+// A failure of the platform: a domain, a code of that domain, and a text to show. `what()` is that text.
 class PlatformError : public std::runtime_error {
  public:
   PlatformError(std::string domain, int code, const std::string& localizedDescription);

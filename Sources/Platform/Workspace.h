@@ -12,11 +12,11 @@ class Workspace {
   virtual ~Workspace() = default;
 
   // Opens an http or https address in the default browser, without waiting for it. False for any other
-  // scheme, or if there is nothing to open it with.
+  // scheme, or without a browser.
   virtual bool openURL(const URL& url) = 0;
   // Opens a folder in the desktop's file browser, without waiting for it. False if there is none.
   virtual bool openFolder(const std::string& path) = 0;
-  // Opens the system's settings at its microphones, without waiting for them. False if there are none.
+  // Opens the system's settings at the microphones, without waiting for them. False without such settings.
   virtual bool openMicrophoneSettings() = 0;
 };
 

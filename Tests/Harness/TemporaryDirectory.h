@@ -7,7 +7,7 @@
 
 namespace tolvera::test {
 
-// A fresh directory that goes with everything in it.
+// A new directory, removed with its content when this is destroyed.
 class TemporaryDirectory {
  public:
   TemporaryDirectory() {

@@ -21,10 +21,10 @@ class VirtualClock final : public Clock {
   [[nodiscard]] Duration uptime() const override { return now().time_since_epoch(); }
   Task<void> sleep(Duration duration) override;
 
-  // When the earliest sleeper wants to wake; nothing without sleepers.
+  // When the first sleeper wakes; nothing without sleepers.
   [[nodiscard]] std::optional<WallTime> nextDue() const;
   [[nodiscard]] std::size_t sleepers() const;
-  // Moves time forward to `time` and wakes whoever is due by then.
+  // Moves time forward to `time` and wakes the sleepers that are due by then.
   void moveTo(WallTime time);
 
  private:
@@ -43,7 +43,7 @@ class TestLoop {
   boost::asio::io_context& context() { return context_; }
   VirtualClock& clock() { return clock_; }
 
-  // Runs whatever is ready until nothing is.
+  // Runs the handlers that are ready, until none is.
   void settle();
   // Lets `duration` of virtual time pass, sleeper by sleeper, settling at each.
   void advance(Duration duration);
@@ -55,8 +55,8 @@ class TestLoop {
   // with real sockets or threads.
   bool settleUntil(const std::function<bool()>& condition,
                    std::chrono::milliseconds limit = std::chrono::seconds(10));
-  // Runs in real time until no coroutine is left on this loop, for up to `limit`; true if none is. Before
-  // another context goes that they wait for.
+  // Runs in real time until no coroutine is left on this loop, for up to `limit`; true if none is left. For
+  // use before a context that they wait for is destroyed.
   bool drain(std::chrono::milliseconds limit = std::chrono::seconds(10));
 
  private:

@@ -99,7 +99,7 @@ void AppSettings::setUILanguage(UILanguage language) {
   const QString follows = strings().zh ? "zh" : "en";
   if (target_ == follows) return;
   setTarget(follows);
-  // Still not the user's own choice.
+  // The store keeps no target until the user chooses one.
   defaults_.removeObjectForKey("target");
 }
 
@@ -150,7 +150,7 @@ void AppSettings::setDub(bool on) {
   defaults_.setObject("dub", on);
 }
 
-// By value: the argument may be the field itself, and an observer may assign that.
+// By value: the argument may be the field itself, which an observer may assign.
 void AppSettings::setCaptureMode(CaptureMode mode) {
   assign(captureMode_, mode, &AppSettings::captureModeChanged);
   defaults_.setObject("captureMode", mode.storedText().toStdString());

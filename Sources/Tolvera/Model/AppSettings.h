@@ -25,7 +25,7 @@ struct CaptureMode {
   };
 
   Kind kind = Kind::systemEverything;
-  // Of a `systemApp`, else empty: the application's bundle identifier, and the name that views show.
+  // The application's bundle identifier, and the name that views show. Empty for the other kinds.
   QString bundleID;
   QString name;
 
@@ -39,11 +39,11 @@ struct CaptureMode {
   bool operator==(const CaptureMode&) const = default;
 };
 
-// What the user has chosen. Read from the preference store once, when it is made, and written to it on
-// every assignment, also on one of the same value. Owned by AppState; main thread only.
+// What the user has chosen. It reads the preference store when it is made, and writes it on every assignment,
+// also of the same value. Owned by AppState; main thread only.
 //
 // A signal announces each field that an assignment changes, after the field has its new value and before
-// the field's rule runs. Two rules reach other fields: those of `setUILanguage` and `setDub`.
+// the field's rule runs. The rules of `setUILanguage` and `setDub` change other fields too.
 class AppSettings final : public QObject {
   Q_OBJECT
   Q_PROPERTY(QString uiLanguage READ uiLanguageText WRITE setUILanguageText NOTIFY uiLanguageChanged)

@@ -150,7 +150,7 @@ Task<void> AppState::startSession(std::uint64_t run, std::string token, AsyncStr
   setPhase(Phase(Phase::Kind::connecting), "capture and session run");
 }
 
-// What a failed run left going. A new run must share nothing with it, least of all its events.
+// Ends what a failed run left running. A new run must not get its events or its sound.
 void AppState::abandonRun() {
   backend_.reset();
   continuation_.reset();

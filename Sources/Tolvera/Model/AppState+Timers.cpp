@@ -36,7 +36,7 @@ void AppState::startWatchdog() {
 }
 
 Task<void> AppState::watch(std::weak_ptr<AppState> model, Clock& clock) {
-  // A cancelled wait still leads to one look, so cancellation must not throw out of the loop.
+  // A cancelled wait is followed by one more check, so a cancellation must not throw.
   co_await boost::asio::this_coro::throw_if_cancelled(false);
   while (!co_await isCancelled()) {
     co_await clock.sleep(watchdogPeriod);

@@ -6,7 +6,7 @@
 
 namespace tolvera {
 
-// The windows of a program that shows none.
+// The windows of a program without windows.
 class NoCaptionWindow final : public CaptionWindowController {
  public:
   void show(AppState&) override {}

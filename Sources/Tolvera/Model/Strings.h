@@ -9,7 +9,7 @@
 
 namespace tolvera {
 
-// Picks between the Chinese and the English literal of a text. A small value, made anew wherever a text is
+// Picks between the Chinese and the English literal of a text. A small value that is made where a text is
 // needed and never stored, so that views follow a change of language. Any thread.
 struct Strings {
   Q_GADGET
@@ -42,7 +42,7 @@ struct Strings {
 
   [[nodiscard]] QString hoursLeft(qint64 hours, qint64 minutes) const;
   [[nodiscard]] QString minutesLeft(qint64 minutes) const;
-  // The product's name and its version, an em dash if the build has none.
+  // The product's name and its version, or an em dash if the build has no version.
   [[nodiscard]] QString versionLine() const;
   // How to begin, in order.
   [[nodiscard]] QStringList onboardSteps() const;
@@ -65,7 +65,7 @@ struct Strings {
 };
 
 namespace detail {
-// The version line of a given version; "" and null mean that there is none.
+// The version line of a given version; "" and null mean no version.
 [[nodiscard]] QString versionLine(const Strings& strings, const char* version);
 } // namespace detail
 

@@ -8,9 +8,8 @@
 
 namespace tolvera {
 
-// The account's bearer token on disk, one file for each server, so that no server is sent another's token.
-// Called on the main thread. Nothing here fails towards the caller: a token that cannot be saved is just
-// not there at the next start.
+// The account's bearer token on disk, one file for each server, so that each server is only sent its own
+// token. Main thread. No call fails: a token that cannot be saved is absent at the next start.
 //
 // `server` is the absolute text form of the service's base URL.
 namespace TokenStore {

@@ -9,7 +9,7 @@ class CaptionPanel {
  public:
   virtual ~CaptionPanel() = default;
 
-  // Keeps the place where the panel stands for the next show.
+  // Stores the panel's place for the next show.
   virtual void savePosition() = 0;
   // Takes the panel off the screen; it can be shown again.
   virtual void orderOut() = 0;
