@@ -63,7 +63,7 @@ std::optional<AudioPCMBuffer> mixed(const AudioBuffer& input, std::uint32_t chan
 // so they need no lock.
 struct CoreAudioTapBackend::IOState {
   std::unique_ptr<platform::AudioConverter> converter;
-  std::optional<AudioFormat> inputFormat; // of the converter: one channel, whatever the device has
+  std::optional<AudioFormat> inputFormat; // of the converter, always with one channel
   std::atomic<WallTime> lastCallback{distantPast};
 
   [[nodiscard]] SampleBlock samples(std::span<const AudioBuffer> inputs, std::uint32_t channels,
