@@ -15,8 +15,8 @@ class AudioConverter {
  public:
   enum class InputStatus { haveData = 0, noDataNow = 1 };
 
-  // What an input block answers. `buffer` is null unless `status` is `haveData`, and is read before
-  // `convert` returns.
+  // The answer of an input block. `buffer` is null unless `status` is `haveData`; it is read before `convert`
+  // returns.
   struct Input {
     const AudioPCMBuffer* buffer = nullptr;
     InputStatus status = InputStatus::noDataNow;
@@ -24,9 +24,9 @@ class AudioConverter {
 
   virtual ~AudioConverter() = default;
 
-  // Pulls input, once at least, until it has none for now or `output` is full, fills `output` from its
-  // start and sets its `frameLength`, which may be 0. What does not fit comes first in the next call.
-  // False on an error; `output` then holds nothing usable.
+  // Pulls input at least once, until there is none for now or `output` is full. Fills `output` from its start
+  // and sets its `frameLength`, which may be 0. Samples without room come first in the next call. False on an
+  // error; `output` then holds nothing usable.
   virtual bool convert(AudioPCMBuffer& output, const std::function<Input()>& input) = 0;
 };
 
@@ -38,12 +38,12 @@ class AudioInputNode {
 
   virtual ~AudioInputNode() = default;
 
-  // What the hardware delivers. `sampleRate` 0 when there is no usable input.
+  // The format that the hardware delivers. Its `sampleRate` is 0 if there is no usable input.
   [[nodiscard]] virtual AudioFormat outputFormat(int bus) const = 0;
-  // Delivers the input to `block` in `format` while the engine runs, about `bufferSize` frames at a time.
-  // A device that goes, comes or changes is followed without a word: the block falls silent meanwhile.
+  // Delivers the input to `block` in `format` while the engine runs, about `bufferSize` frames at a time. A
+  // change of device is not reported: the block is not called until the next device delivers.
   virtual void installTap(int bus, std::uint32_t bufferSize, const AudioFormat& format, TapBlock block) = 0;
-  // When it has returned, no block runs or will run, and the block is destroyed. Harmless without a tap.
+  // No block runs after it has returned, and the block is destroyed. Harmless without a tap.
   virtual void removeTap(int bus) = 0;
 };
 
@@ -58,7 +58,7 @@ class AudioEngine {
   virtual void stop() = 0;
 };
 
-// Everything of the sound system. Main thread.
+// Makes audio engines and converters. Main thread.
 class AudioSystem {
  public:
   virtual ~AudioSystem() = default;

@@ -18,7 +18,7 @@ using AudioObjectID = std::uint32_t;
 inline constexpr AudioObjectID noAudioObject = 0;
 inline constexpr AudioObjectID systemAudioObject = 1;
 
-// 0 is success; anything else is a failure of the sound server, shown to the user as a number.
+// 0 is success; any other number is a failure of the sound server, shown to the user.
 using OSStatus = std::int32_t;
 
 // A selector, scope or constant of four characters; its value is its four bytes read big-endian.
@@ -31,6 +31,38 @@ constexpr std::uint32_t fourCharacterCode(const char (&text)[5]) {
 inline constexpr auto noSuchObject = static_cast<OSStatus>(fourCharacterCode("!obj"));
 inline constexpr auto noSuchProperty = static_cast<OSStatus>(fourCharacterCode("who?"));
 
+namespace selectors {
+// Of the system object.
+inline constexpr auto processObjectList = fourCharacterCode("prs#"); // in the server's order
+inline constexpr auto processObjectForPID =
+    fourCharacterCode("id2p"); // qualified by a process id; 0 if it has none
+inline constexpr auto defaultOutputDevice = fourCharacterCode("dOut"); // 0 if there is none
+// Of a process object.
+inline constexpr auto processID = fourCharacterCode("ppid");
+inline constexpr auto bundleID = fourCharacterCode("pbid");
+inline constexpr auto isRunningOutput = fourCharacterCode("piro"); // not 0 while the process plays
+// Of a device.
+inline constexpr auto transportType = fourCharacterCode("tran"); // one of `transports`
+inline constexpr auto name = fourCharacterCode("lnam");
+// Of a tap.
+inline constexpr auto tapUID = fourCharacterCode("tuid");
+// Of an aggregate device, in the scope `input`.
+inline constexpr auto streamFormat = fourCharacterCode("sfmt");
+} // namespace selectors
+
+namespace scopes {
+inline constexpr auto global = fourCharacterCode("glob");
+inline constexpr auto input = fourCharacterCode("inpt");
+} // namespace scopes
+
+// How a device is connected; 0 is any other way.
+namespace transports {
+inline constexpr auto builtIn = fourCharacterCode("bltn"); // the machine's own
+inline constexpr auto usb = fourCharacterCode("usb ");
+inline constexpr auto bluetooth = fourCharacterCode("blue");
+inline constexpr auto hdmi = fourCharacterCode("hdmi");
+} // namespace transports
+
 struct AudioStreamBasicDescription {
   static constexpr std::uint32_t isFloat = 1; // bit of formatFlags
 
@@ -42,27 +74,32 @@ struct AudioStreamBasicDescription {
   bool operator==(const AudioStreamBasicDescription&) const = default;
 };
 
-// Which property of an object: its selector, its scope, and what qualifies it, such as a process id.
+// Names a property of an object: its selector, its scope, and a qualifier such as a process id.
 struct AudioPropertyAddress {
   std::uint32_t selector = 0;
-  std::uint32_t scope = fourCharacterCode("glob");
+  std::uint32_t scope = scopes::global;
   std::optional<std::int32_t> qualifier = std::nullopt;
 };
 
-// A property's value. An object list, a number, a text, or a stream format; absent if the object has the
-// property but there is nothing in it (a null text).
+// A property's value: a number, a text, an object list or a stream format; empty if the object has the
+// property without a value (a null text).
 using AudioPropertyValue = std::variant<std::monostate, std::uint32_t, std::int32_t, std::string,
                                         std::vector<AudioObjectID>, AudioStreamBasicDescription>;
 
+// The descriptions of tap and aggregate device hold every setting that the callers make. The Linux adapter
+// reads `kind`, `processes` and `uuid` of a tap, and `subdevices` and the taps' `uid` of an aggregate device.
+// The others ask for what a tap is there in any case: seen by this program alone, audible, started with its
+// device, on the clock of the graph.
 struct TapDescription {
   enum class Kind {
-    // The listed processes, mixed, whatever streams they open and close meanwhile.
+    // The listed processes, mixed, with every stream that they open.
     monoMixdownOfProcesses,
-    // Every process but the listed ones; the list may be empty. This program is left out, listed or not:
-    // it may have had nothing to list when the tap was made, and play later.
+    // Every process but the listed ones; the list may be empty. This program is always left out: it may have
+    // no
+    // object to list when the tap is made, and play later.
     monoGlobalTapButExcludeProcesses,
   };
-  enum class MuteBehavior { unmuted = 0 }; // what is tapped stays audible
+  enum class MuteBehavior { unmuted = 0 }; // the tapped sound stays audible
 
   Kind kind = Kind::monoMixdownOfProcesses;
   std::vector<AudioObjectID> processes;
@@ -103,21 +140,17 @@ struct OSResult {
   T value{}; // meaningful when `status` is 0
 };
 
-// The sound server's objects. Main thread, except that reads may come from any thread; a read answers from
-// a mirror and never waits for the server, but for a bounded wait after the first connection.
+// The sound server's objects. Main thread; reads may come from any thread. A read answers from a mirror
+// without waiting for the server; only the first one waits, for a bounded time, until the server is
+// connected.
 //
-// System object: "prs#" (process objects, in the server's order), "id2p" (qualified by a process id: its
-// process object, 0 if none), "dOut" (default output device, 0 if none). Process object: "ppid", "pbid",
-// "piro" (non-zero while it plays). Device: "tran" (transport, "bltn" for the machine's own), "lnam". Tap:
-// "tuid". Aggregate device: "sfmt" in scope "inpt".
-//
-// A process object is a process, however many streams and connections it has, and its id is not used for
-// another process while the program runs.
+// A process object stands for a process with all its streams and connections. Its id is not used for another
+// process while the program runs.
 class AudioHardware {
  public:
   virtual ~AudioHardware() = default;
 
-  // This program's own process id, as "ppid" would have it.
+  // This program's own process id, as `selectors::processID` gives it.
   [[nodiscard]] virtual std::int32_t processIdentifier() const = 0;
   [[nodiscard]] virtual OSResult<AudioPropertyValue> property(AudioObjectID object,
                                                               const AudioPropertyAddress& address) const = 0;
@@ -126,12 +159,12 @@ class AudioHardware {
   virtual OSStatus destroyProcessTap(AudioObjectID tap) = 0;
   virtual OSResult<AudioObjectID> createAggregateDevice(const AggregateDescription& description) = 0;
   virtual OSStatus destroyAggregateDevice(AudioObjectID device) = 0;
-  // The block runs only between `startDevice` and `stopDevice`, and while what is tapped plays.
+  // The block runs only between `startDevice` and `stopDevice`, while a tapped process plays.
   virtual OSResult<IOProcID> createIOProc(AudioObjectID device, IOBlock block) = 0;
   virtual OSStatus startDevice(AudioObjectID device, IOProcID proc) = 0;
   // No IO block runs once it has returned.
   virtual OSStatus stopDevice(AudioObjectID device, IOProcID proc) = 0;
-  // Destroys the block too, before it returns.
+  // The block is destroyed when it returns.
   virtual OSStatus destroyIOProc(AudioObjectID device, IOProcID proc) = 0;
 };
 

@@ -6,18 +6,17 @@
 
 namespace tolvera::platform {
 
-// Plays buffers back to back in the order in which they were scheduled. Owned by whoever had it made, and
-// silent until it is attached to an engine that runs. One thread at a time, but for the volume. Nothing
-// here throws.
+// Plays buffers back to back in the order in which they were scheduled. Its maker owns it; it is silent until
+// it is attached to a running engine. One thread at a time, except for the volume. Nothing here throws.
 class AudioPlayerNode {
  public:
-  virtual ~AudioPlayerNode() = default; // of a node that no engine has attached
+  virtual ~AudioPlayerNode() = default; // the node is detached by then
 
-  // From now on what is scheduled sounds.
+  // From now on scheduled buffers are heard.
   virtual void play() = 0;
-  // Silence at once: drops what is queued, the buffer in progress included.
+  // Is silent at once: drops the queue and the buffer in progress.
   virtual void stop() = 0;
-  // Appends to the queue and returns at once. The buffer has the format that the node is connected with.
+  // Appends to the queue and returns at once. The buffer has the format of the node's connection.
   virtual void scheduleBuffer(AudioPCMBuffer buffer) = 0;
 
   // A factor on the samples, 1 when new. Any thread.
@@ -25,27 +24,27 @@ class AudioPlayerNode {
   virtual void setVolume(float volume) = 0;
 };
 
-// Plays its nodes on the default output device, and on the next one when the default changes. A device or
-// a sound server that goes away interrupts it without a word; it goes on when there is one again. One
-// thread at a time. Destroying a running engine stops it.
+// Plays its nodes on the default output device, and on the new one when the default changes. If the device or
+// the sound server goes away, it is silent until there is one again and reports nothing. One thread at a
+// time. Destroying a running engine stops it.
 class AudioOutputEngine {
  public:
   virtual ~AudioOutputEngine() = default;
 
-  // Makes the node, which comes from the same system, a part of the engine. It stays its owner's, who
-  // detaches it before destroying it.
+  // Makes the node, which comes from the same system, a part of the engine. The node's owner detaches it
+  // before destroying it.
   virtual void attach(AudioPlayerNode& node) = 0;
-  // Has an attached node's buffers, which have this format, mixed into the output.
+  // Mixes the buffers of an attached node, which have this format, into the output.
   virtual void connectToMainMixer(AudioPlayerNode& node, const AudioFormat& format) = 0;
   // Stops the node's sound and takes it out. Harmless for a node that is not attached.
   virtual void detach(AudioPlayerNode& node) = 0;
 
-  // Throws PlatformError if there is no way to an output.
+  // Throws PlatformError if the sound server cannot be reached.
   virtual void start() = 0;
   virtual void stop() = 0;
 };
 
-// The sound system's playing half. Main thread.
+// Makes output engines and player nodes. Main thread.
 class AudioPlayback {
  public:
   virtual ~AudioPlayback() = default;

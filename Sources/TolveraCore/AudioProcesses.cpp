@@ -13,10 +13,10 @@ namespace tolvera {
 
 using platform::AudioHardware;
 using platform::AudioObjectID;
-using platform::fourCharacterCode;
 using platform::RunningApplication;
 using platform::RunningApplications;
 using platform::systemAudioObject;
+namespace selectors = platform::selectors;
 
 namespace {
 
@@ -94,14 +94,14 @@ std::vector<Group> groupsByOwner(const AudioHardware& hardware, const RunningApp
 std::vector<AudioProcessInfo> AudioProcesses::list(const AudioHardware& hardware,
                                                    const RunningApplications& applications) {
   const auto objects =
-      audioProperty<std::vector<AudioObjectID>>(hardware, systemAudioObject, fourCharacterCode("prs#"));
+      audioProperty<std::vector<AudioObjectID>>(hardware, systemAudioObject, selectors::processObjectList);
   std::vector<AudioProcessInfo> processes;
   for (const AudioObjectID object : objects.value_or(std::vector<AudioObjectID>())) {
-    const auto pid = audioProperty<std::int32_t>(hardware, object, fourCharacterCode("ppid")).value_or(-1);
+    const auto pid = audioProperty<std::int32_t>(hardware, object, selectors::processID).value_or(-1);
     if (pid < 1) continue;
-    auto bundleID = string(hardware, object, fourCharacterCode("pbid"));
+    auto bundleID = string(hardware, object, selectors::bundleID);
     auto name = displayName(bundleID, pid, applications);
-    const auto playing = audioProperty<std::uint32_t>(hardware, object, fourCharacterCode("piro"));
+    const auto playing = audioProperty<std::uint32_t>(hardware, object, selectors::isRunningOutput);
     processes.push_back({.id = object,
                          .pid = pid,
                          .bundleID = std::move(bundleID),
@@ -133,7 +133,7 @@ std::vector<AudioApp> AudioProcesses::userApps(const AudioHardware& hardware,
 
 std::optional<AudioObjectID> AudioProcesses::object(const AudioHardware& hardware, std::int32_t pid) {
   const auto object =
-      audioProperty<std::uint32_t>(hardware, systemAudioObject, fourCharacterCode("id2p"), pid);
+      audioProperty<std::uint32_t>(hardware, systemAudioObject, selectors::processObjectForPID, pid);
   return object == platform::noAudioObject ? std::nullopt : object;
 }
 

@@ -9,13 +9,14 @@ namespace tolvera {
 
 using platform::AudioHardware;
 using platform::AudioObjectID;
-using platform::fourCharacterCode;
+namespace selectors = platform::selectors;
+namespace transports = platform::transports;
 
 namespace {
 
 std::optional<AudioObjectID> defaultOutput(const AudioHardware& hardware) {
   const auto device =
-      audioProperty<std::uint32_t>(hardware, platform::systemAudioObject, fourCharacterCode("dOut"));
+      audioProperty<std::uint32_t>(hardware, platform::systemAudioObject, selectors::defaultOutputDevice);
   return device == platform::noAudioObject ? std::nullopt : device;
 }
 
@@ -23,14 +24,14 @@ std::optional<AudioObjectID> defaultOutput(const AudioHardware& hardware) {
 
 bool AudioRoute::isBuiltInSpeaker(const AudioHardware& hardware) {
   const auto device = defaultOutput(hardware);
-  return device && audioProperty<std::uint32_t>(hardware, *device, fourCharacterCode("tran")) ==
-                       fourCharacterCode("bltn");
+  return device &&
+         audioProperty<std::uint32_t>(hardware, *device, selectors::transportType) == transports::builtIn;
 }
 
 std::string AudioRoute::outputName(const AudioHardware& hardware) {
   const auto device = defaultOutput(hardware);
   if (!device) return {};
-  return audioProperty<std::string>(hardware, *device, fourCharacterCode("lnam")).value_or("");
+  return audioProperty<std::string>(hardware, *device, selectors::name).value_or("");
 }
 
 } // namespace tolvera

@@ -14,7 +14,6 @@ namespace tolvera::adapters {
 using platform::AudioObjectID;
 using platform::AudioPropertyAddress;
 using platform::AudioPropertyValue;
-using platform::fourCharacterCode;
 using platform::IOProcID;
 using platform::noAudioObject;
 using platform::noSuchObject;
@@ -22,6 +21,8 @@ using platform::noSuchProperty;
 using platform::OSResult;
 using platform::OSStatus;
 using platform::TapDescription;
+namespace scopes = platform::scopes;
+namespace selectors = platform::selectors;
 
 namespace {
 
@@ -29,7 +30,7 @@ constexpr std::chrono::seconds snapshotPatience{2};
 
 } // namespace
 
-// What reads answer from.
+// The state that reads answer from.
 struct PipeWireAudioHardware::Snapshot {
   std::vector<PipeWireProcesses::Process> processes;
   std::map<AudioObjectID, PipeWireOutputs::Output> outputs;
@@ -91,19 +92,18 @@ OSResult<AudioPropertyValue> PipeWireAudioHardware::property(AudioObjectID objec
   if (object == platform::systemAudioObject) {
     value = systemProperty(address);
   } else if (const auto now = snapshot(); const auto* process = now->process(object)) {
-    if (address.selector == fourCharacterCode("ppid")) value = process->pid;
-    if (address.selector == fourCharacterCode("pbid")) value = bundleIdentifier(object, process->pid);
-    if (address.selector == fourCharacterCode("piro")) value = std::uint32_t{process->playing};
+    if (address.selector == selectors::processID) value = process->pid;
+    if (address.selector == selectors::bundleID) value = bundleIdentifier(object, process->pid);
+    if (address.selector == selectors::isRunningOutput) value = std::uint32_t{process->playing};
   } else if (const auto output = now->outputs.find(object); output != now->outputs.end()) {
-    if (address.selector == fourCharacterCode("tran")) value = output->second.transport;
-    if (address.selector == fourCharacterCode("lnam")) value = output->second.name;
+    if (address.selector == selectors::transportType) value = output->second.transport;
+    if (address.selector == selectors::name) value = output->second.name;
   } else {
     const std::lock_guard guard(mutex_);
     const auto tap = taps_.find(object);
     if (tap == taps_.end() && !aggregates_.contains(object)) return {noSuchObject, {}};
-    if (tap != taps_.end() && address.selector == fourCharacterCode("tuid")) value = tap->second.uuid;
-    if (tap == taps_.end() && address.selector == fourCharacterCode("sfmt") &&
-        address.scope == fourCharacterCode("inpt")) {
+    if (tap != taps_.end() && address.selector == selectors::tapUID) value = tap->second.uuid;
+    if (tap == taps_.end() && address.selector == selectors::streamFormat && address.scope == scopes::input) {
       value = PipeWireTap::format;
     }
   }
@@ -114,13 +114,13 @@ OSResult<AudioPropertyValue> PipeWireAudioHardware::property(AudioObjectID objec
 PipeWireAudioHardware::Value
 PipeWireAudioHardware::systemProperty(const AudioPropertyAddress& address) const {
   const auto now = snapshot();
-  if (address.selector == fourCharacterCode("dOut")) return now->defaultOutput;
-  if (address.selector == fourCharacterCode("prs#")) {
+  if (address.selector == selectors::defaultOutputDevice) return now->defaultOutput;
+  if (address.selector == selectors::processObjectList) {
     std::vector<AudioObjectID> objects;
     for (const auto& process : now->processes) objects.push_back(process.id);
     return objects;
   }
-  if (address.selector == fourCharacterCode("id2p") && address.qualifier) {
+  if (address.selector == selectors::processObjectForPID && address.qualifier) {
     for (const auto& process : now->processes) {
       if (process.pid == *address.qualifier) return process.id;
     }
@@ -129,7 +129,7 @@ PipeWireAudioHardware::systemProperty(const AudioPropertyAddress& address) const
   return std::nullopt;
 }
 
-// An identifier stays, but a process may be asked before it has one.
+// An identifier is kept once it is known: a process may have none yet.
 AudioPropertyValue PipeWireAudioHardware::bundleIdentifier(AudioObjectID process, std::int32_t pid) const {
   {
     const std::lock_guard guard(mutex_);

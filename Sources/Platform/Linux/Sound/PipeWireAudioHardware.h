@@ -15,12 +15,12 @@ namespace tolvera::adapters {
 struct PipeWireGraph;
 class PipeWireTap;
 
-// Who plays, where to, and taps on it. The taps and the aggregate devices of the interface are records here;
-// what stands in the sound server's graph is one node for each started IO procedure. Main thread, but for
-// the reads.
+// Processes that play, outputs, and taps. Taps and aggregate devices are only records here; each started IO
+// procedure is a node in the sound server's graph. Main thread, except for reads.
 class PipeWireAudioHardware final : public platform::AudioHardware, private PipeWireConnection::Listener {
  public:
-  // Of operations: the server does not answer, or it does not do what was asked; an object of the wrong kind.
+  // Statuses of operations: the server does not answer; it refuses; the description asks for what there is
+  // not here.
   static constexpr auto notRunning = static_cast<platform::OSStatus>(platform::fourCharacterCode("stop"));
   static constexpr auto unspecified = static_cast<platform::OSStatus>(platform::fourCharacterCode("what"));
   static constexpr auto illegalOperation =
@@ -28,8 +28,8 @@ class PipeWireAudioHardware final : public platform::AudioHardware, private Pipe
 
   using BundleIdentifier = std::function<std::optional<std::string>(std::int32_t pid)>;
 
-  // Opens nothing. `bundleIdentifier` is called by whoever reads "pbid", `onDefaultOutputChange` on any
-  // thread; the latter asks nothing of this object.
+  // Opens nothing. `bundleIdentifier` is called on the thread that reads a bundle identifier,
+  // `onDefaultOutputChange` on any thread; the latter must not call this object.
   PipeWireAudioHardware(std::shared_ptr<PipeWireGraph> graph, BundleIdentifier bundleIdentifier,
                         std::function<void()> onDefaultOutputChange);
   ~PipeWireAudioHardware() override;
@@ -59,12 +59,11 @@ class PipeWireAudioHardware final : public platform::AudioHardware, private Pipe
     platform::IOBlock block;
     std::unique_ptr<PipeWireTap> tap; // while it is started
   };
-  using Value = std::optional<platform::AudioPropertyValue>; // none: there is no such property
+  using Value = std::optional<platform::AudioPropertyValue>; // absent if there is no such property
 
   void settled() override;
   void disconnected() override;
   void publish(std::shared_ptr<const Snapshot> snapshot);
-  void connect() const;
   [[nodiscard]] std::shared_ptr<const Snapshot> snapshot() const;
   [[nodiscard]] Value systemProperty(const platform::AudioPropertyAddress& address) const;
   [[nodiscard]] platform::AudioPropertyValue bundleIdentifier(platform::AudioObjectID process,
@@ -79,10 +78,10 @@ class PipeWireAudioHardware final : public platform::AudioHardware, private Pipe
   platform::IOProcID lastProc_ = 0;
 
   mutable std::once_flag connected_;
-  mutable std::mutex mutex_; // of all below
+  mutable std::mutex mutex_; // guards everything below
   std::shared_ptr<const Snapshot> snapshot_;
   std::map<platform::AudioObjectID, platform::TapDescription> taps_;
-  std::map<platform::AudioObjectID, platform::AudioObjectID> aggregates_; // with the tap of each
+  std::map<platform::AudioObjectID, platform::AudioObjectID> aggregates_; // each with its tap
   mutable std::map<platform::AudioObjectID, std::string>
       bundleIdentifiers_; // of processes, once they are known
 };

@@ -1,8 +1,8 @@
 #include "Platform/Linux/Sound/PipeWireAudioSystem.h"
 
+#include "Platform/Linux/Sound/Graph/PipeWireGraph.h"
 #include "Platform/Linux/Sound/PipeWireAudioHardware.h"
 #include "Platform/Linux/Sound/PipeWireEngine.h"
-#include "Platform/Linux/Sound/Graph/PipeWireGraph.h"
 #include "Platform/Linux/Sound/PipeWirePlayback.h"
 #include "Platform/Linux/Sound/SoxrConverter.h"
 

@@ -16,16 +16,16 @@ struct PipeWireGraph;
 class PipeWireAudioHardware;
 class PipeWirePlayback;
 
-// Sound through PipeWire, conversion through libsoxr. Built once by `main`; main thread. Constructing it
-// opens nothing and cannot fail: the sound server is connected to when something is first asked of it, and
-// again by itself whenever it went away.
+// Sound through PipeWire, conversion through libsoxr. Built once by `main`; main thread. Its constructor
+// opens nothing and cannot fail: the first use connects to the sound server, and a lost connection is made
+// again.
 class PipeWireAudioSystem final : public platform::AudioSystem {
  public:
-  // The bundle identifier of a process, if it has one. Called on whatever thread reads it, never on a
-  // thread of the sound system.
+  // The bundle identifier of a process, if it has one. Called on the thread that reads it, never on a thread
+  // of the sound system.
   using BundleIdentifier = std::function<std::optional<std::string>(std::int32_t pid)>;
 
-  // `onDefaultOutputChange` is called on any thread; it returns at once and asks nothing of this object.
+  // `onDefaultOutputChange` is called on any thread; it returns at once and must not call this object.
   explicit PipeWireAudioSystem(BundleIdentifier bundleIdentifier = {},
                                std::function<void()> onDefaultOutputChange = {});
   ~PipeWireAudioSystem() override;
@@ -35,7 +35,7 @@ class PipeWireAudioSystem final : public platform::AudioSystem {
   std::unique_ptr<platform::AudioEngine> makeEngine() override;
   std::unique_ptr<platform::AudioConverter> makeConverter(const platform::AudioFormat& from,
                                                           const platform::AudioFormat& to) override;
-  // They live as long as the system.
+  // Both live as long as the system.
   [[nodiscard]] platform::AudioHardware& audioHardware();
   [[nodiscard]] platform::AudioPlayback& playback();
 

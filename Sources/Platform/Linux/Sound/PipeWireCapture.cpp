@@ -1,5 +1,6 @@
 #include "Platform/Linux/Sound/PipeWireCapture.h"
 
+#include "Async/Log.h"
 #include "Platform/PlatformError.h"
 
 #include <spa/param/audio/raw.h>
@@ -20,7 +21,8 @@ constexpr std::chrono::seconds snapshotPatience{2};
 constexpr std::chrono::seconds openingPatience{1};
 constexpr std::chrono::milliseconds firstRetry{20};
 constexpr std::chrono::milliseconds laterRetries{500};
-constexpr std::uint32_t blocksASecond = 40; // the latency asked for: at 48 kHz the usual 1024 frames
+constexpr std::uint32_t blocksPerSecond =
+    40; // the requested latency, rounded by the graph to 1024 frames at 48 kHz
 
 PlatformError failure(int code, const std::string& text) { return {"PipeWire", code, text}; }
 
@@ -32,7 +34,7 @@ pw_properties* streamProperties(const AudioFormat& format, std::uint32_t bufferS
       PW_KEY_TARGET_OBJECT, target.c_str(), nullptr);
   const auto rate = static_cast<std::uint32_t>(format.sampleRate);
   pw_properties_setf(properties, PW_KEY_NODE_LATENCY, "%u/%u",
-                     std::clamp(rate / blocksASecond, 1U, std::max(bufferSize, 1U)), rate);
+                     std::clamp(rate / blocksPerSecond, 1U, std::max(bufferSize, 1U)), rate);
   return properties;
 }
 
@@ -46,7 +48,7 @@ PipeWireCapture::PipeWireCapture(std::shared_ptr<PipeWireGraph> graph, const Aud
   if (!connection.open(snapshotPatience)) throw failure(ECONNREFUSED, "The sound server does not answer.");
   const LoopLock lock(connection.loop());
   connection.addListener(*this);
-  follow();
+  followDefault();
   awaitOpening();
   if (flowing_ || (stream() != nullptr && !failed_)) return;
   connection.removeListener(*this);
@@ -60,27 +62,27 @@ PipeWireCapture::~PipeWireCapture() {
   end();
 }
 
-// Sound is about to come when it returns. (Besides, the library loses a descriptor with a stream that is
-// dropped while the server links it.) A device may take longer to start; then the capture goes on opening
-// by itself.
+// Sound is about to come when it returns. If the device takes longer to start, the capture goes on opening by
+// itself. (The wait has a second reason: the library leaks a descriptor with a stream that is destroyed while
+// the server links it.)
 void PipeWireCapture::awaitOpening() {
   graph_->connection.waitFor([this] { return stream() == nullptr || flowing_; }, openingPatience);
 }
 
-void PipeWireCapture::settled() { follow(); }
+void PipeWireCapture::settled() { followDefault(); }
 
 void PipeWireCapture::disconnected() { end(); }
 
-void PipeWireCapture::follow() {
-  const auto source = graph_->sources.defaultSource(openSerial_);
+void PipeWireCapture::followDefault() {
+  const auto source = graph_->defaultSource(openSerial_);
   if (stream() != nullptr && !failed_ && source && source->serial == openSerial_) return;
   end();
   if (source) openOn(*source);
 }
 
-void PipeWireCapture::openOn(const PipeWireSources::Source& source) {
+void PipeWireCapture::openOn(const PipeWireSource& source) {
   openSerial_ = source.serial;
-  // The source's own layout, so that its channels arrive as they are.
+  // With the source's own layout its channels arrive unmixed.
   const int result = open(PW_DIRECTION_INPUT, "Tolvera Microphone",
                           streamProperties(format_, bufferSize_, source.name), source.positions);
   if (result < 0) onState(PW_STREAM_STATE_ERROR, std::strerror(-result));
@@ -92,10 +94,14 @@ void PipeWireCapture::end() {
   flowing_ = failed_ = false;
 }
 
-// Whatever ended the stream, a new one is tried while the source is there. Soon at first: the session
-// manager now and then takes a new stream for one that it has just seen off.
+// A stream that has ended for any reason is replaced while its source is there. The first retry comes soon,
+// because the session manager sometimes confuses a new stream with one that has just ended.
 void PipeWireCapture::onState(pw_stream_state state, const char* error) {
   if (state == PW_STREAM_STATE_STREAMING) {
+    if (!flowing_) {
+      log::trace(log::Category::sound, "microphone's stream: float, ", format_.channelCount, " channels, ",
+                 format_.sampleRate, " Hz");
+    }
     flowing_ = true;
     failures_ = 0;
   }
@@ -104,6 +110,7 @@ void PipeWireCapture::onState(pw_stream_state state, const char* error) {
     failed_ = true;
     flowing_ = false;
     failure_ = error != nullptr ? error : "";
+    log::warn(log::Category::sound, "microphone's stream ended: ", failure_);
   }
   pw_thread_loop_signal(graph_->connection.loop(), false);
 }

@@ -8,11 +8,11 @@
 namespace tolvera::adapters {
 
 // A capture of the default input for as long as it lives. It follows the default by itself: to another
-// device, over a device that is unplugged and comes back, over a restart of the sound server. Meanwhile
-// the block is not called. Owned by an input node; main thread.
+// device, to a device that was unplugged and is back, to a sound server that was restarted. Until then the
+// block is not called. Owned by an input node; main thread.
 class PipeWireCapture final : private PipeWireStream {
  public:
-  // Throws PlatformError if there is no server or no input now, or if the input cannot be opened.
+  // Throws PlatformError if there is no server or no input, or if the input cannot be opened.
   PipeWireCapture(std::shared_ptr<PipeWireGraph> graph, const platform::AudioFormat& format,
                   std::uint32_t bufferSize, platform::AudioInputNode::TapBlock block);
   // When it has returned, no block runs or will run.
@@ -23,8 +23,8 @@ class PipeWireCapture final : private PipeWireStream {
  private:
   void settled() override;
   void disconnected() override;
-  void follow();
-  void openOn(const PipeWireSources::Source& source);
+  void followDefault();
+  void openOn(const PipeWireSource& source);
   void end();
   void awaitOpening();
   void onState(pw_stream_state state, const char* error) override;

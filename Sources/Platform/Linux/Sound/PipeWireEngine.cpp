@@ -1,7 +1,7 @@
 #include "Platform/Linux/Sound/PipeWireEngine.h"
 
-#include "Platform/Linux/Sound/PipeWireCapture.h"
 #include "Platform/Linux/Sound/Graph/PipeWireGraph.h"
+#include "Platform/Linux/Sound/PipeWireCapture.h"
 
 namespace tolvera::adapters {
 
@@ -21,7 +21,7 @@ AudioFormat PipeWireInputNode::outputFormat(int bus) const {
   PipeWireConnection& connection = graph_->connection;
   if (bus != 0 || !connection.open(snapshotPatience)) return {};
   const LoopLock lock(connection.loop());
-  const auto source = graph_->sources.defaultSource();
+  const auto source = graph_->defaultSource();
   return source ? source->format : AudioFormat{};
 }
 

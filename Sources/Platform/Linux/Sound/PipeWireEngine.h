@@ -18,9 +18,9 @@ class PipeWireInputNode final : public platform::AudioInputNode {
   PipeWireInputNode(const PipeWireInputNode&) = delete;
   PipeWireInputNode& operator=(const PipeWireInputNode&) = delete;
 
-  // Asks the sound server, for up to 2 s if it has just been connected to.
+  // Waits for up to 2 s for the sound server if the connection is new.
   [[nodiscard]] platform::AudioFormat outputFormat(int bus) const override;
-  // Replaces a tap that is there. On a running engine whose input cannot be opened: as `start`.
+  // Replaces the former tap. On a running engine it throws as `start` does.
   void installTap(int bus, std::uint32_t bufferSize, const platform::AudioFormat& format,
                   TapBlock block) override;
   void removeTap(int bus) override;

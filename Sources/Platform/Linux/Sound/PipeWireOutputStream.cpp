@@ -1,5 +1,6 @@
 #include "Platform/Linux/Sound/PipeWireOutputStream.h"
 
+#include "Async/Log.h"
 #include "Platform/PlatformError.h"
 
 #include <spa/param/audio/raw.h>
@@ -35,7 +36,7 @@ PipeWireOutputStream::PipeWireOutputStream(std::shared_ptr<PipeWireGraph> graph,
   quiet_ = pw_loop_add_event(loop, onQuiet, this);
   if (quiet_ == nullptr || !begin()) {
     if (quiet_ != nullptr) pw_loop_destroy_source(loop, quiet_);
-    throw PlatformError("PipeWire", EIO, "The sound server takes no stream.");
+    throw PlatformError("PipeWire", EIO, "The sound server refuses the stream.");
   }
   connection.addListener(*this);
 }
@@ -49,7 +50,7 @@ PipeWireOutputStream::~PipeWireOutputStream() {
   pw_loop_destroy_source(pw_thread_loop_get_loop(connection.loop()), quiet_);
 }
 
-// The library loses a descriptor with a stream that is dropped while the server links it.
+// The library leaks a descriptor with a stream that is destroyed while the server links it.
 void PipeWireOutputStream::awaitChange() {
   graph_->connection.waitFor([this] { return stream() == nullptr || active_ == flowing_ || failed_; },
                              changePatience);
@@ -92,12 +93,16 @@ void PipeWireOutputStream::onQuiet(void* data, std::uint64_t /*count*/) {
   pw_stream_set_active(self->stream(), false);
 }
 
-// A stream without an output says that it has failed, and goes on when there is one. If it does not, another
-// is tried.
+// A stream without an output reports a failure, and goes on when there is an output again. If it does not, a
+// new stream is tried.
 void PipeWireOutputStream::onState(pw_stream_state state, const char* /*error*/) {
   failed_ = state == PW_STREAM_STATE_ERROR || state == PW_STREAM_STATE_UNCONNECTED;
   if (failed_) graph_->connection.retryIn(retryInterval);
-  flowing_ = state == PW_STREAM_STATE_STREAMING;
+  const bool flowed = std::exchange(flowing_, state == PW_STREAM_STATE_STREAMING);
+  if (flowing_ && !flowed) {
+    log::trace(log::Category::sound, "dub's stream: float, ", format_.channelCount, " channel, ",
+               format_.sampleRate, " Hz");
+  }
   pw_thread_loop_signal(graph_->connection.loop(), false);
 }
 

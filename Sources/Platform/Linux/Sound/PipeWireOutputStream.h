@@ -10,7 +10,7 @@
 
 namespace tolvera::adapters {
 
-// What a player node plays. Written by the node, read by the stream that it is connected to.
+// The sound of a player node. The node writes it, the stream that it is connected to reads it.
 struct PipeWireVoice {
   PipeWireSoundQueue queue;
   std::atomic<bool> playing{false};
@@ -18,15 +18,15 @@ struct PipeWireVoice {
 };
 
 // A stream to the default output for as long as it lives. The session manager moves it when the default
-// changes; over a restart of the sound server it comes back by itself. It runs only while there is something
-// to play, and for a moment after, so that the output can sleep. Owned by an output engine; one thread at a
+// changes; after a restart of the sound server it comes back by itself. It runs only while there is sound to
+// play, and for two seconds after, so that the output can sleep. Owned by an output engine; one thread at a
 // time.
 class PipeWireOutputStream final : private PipeWireStream {
  public:
-  // Throws PlatformError if there is no server, or if it does not take a stream.
+  // Throws PlatformError if there is no server, or if it refuses the stream.
   PipeWireOutputStream(std::shared_ptr<PipeWireGraph> graph, const platform::AudioFormat& format,
                        std::shared_ptr<PipeWireVoice> voice);
-  // When it has returned, the stream is silent and the voice is not read any more.
+  // When it has returned, the stream is silent and the voice is no longer read.
   ~PipeWireOutputStream() override;
   PipeWireOutputStream(const PipeWireOutputStream&) = delete;
   PipeWireOutputStream& operator=(const PipeWireOutputStream&) = delete;
@@ -44,11 +44,11 @@ class PipeWireOutputStream final : private PipeWireStream {
   static void onQuiet(void* self, std::uint64_t count);
 
   const std::shared_ptr<PipeWireVoice> voice_;
-  spa_source* quiet_ = nullptr; // signalled when there has been nothing to play for a while
+  spa_source* quiet_ = nullptr; // signalled after two seconds without sound
   bool active_ = false;
   bool flowing_ = false; // the server has followed `active_`
   bool failed_ = false;
-  std::size_t silentFrames_ = 0; // real-time thread: since there last was something to play
+  std::size_t silentFrames_ = 0; // since the last sound; real-time thread
 };
 
 } // namespace tolvera::adapters

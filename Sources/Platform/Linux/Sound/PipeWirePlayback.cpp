@@ -31,7 +31,7 @@ class PlayerNode final : public platform::AudioPlayerNode {
   void setVolume(float value) override { voice->volume.store(value, std::memory_order_relaxed); }
 
   const std::shared_ptr<PipeWireVoice> voice = std::make_shared<PipeWireVoice>();
-  PipeWireOutputStream* stream = nullptr; // of the engine that it is in, while that runs
+  PipeWireOutputStream* stream = nullptr; // the running engine's; null otherwise
 };
 
 class OutputEngine final : public platform::AudioOutputEngine {
@@ -41,22 +41,22 @@ class OutputEngine final : public platform::AudioOutputEngine {
   OutputEngine(const OutputEngine&) = delete;
   OutputEngine& operator=(const OutputEngine&) = delete;
 
-  void attach(platform::AudioPlayerNode& node) override { inputs_.try_emplace(&nodeOfOurs(node)); }
+  void attach(platform::AudioPlayerNode& node) override { inputs_.try_emplace(&pipeWireNode(node)); }
 
   void connectToMainMixer(platform::AudioPlayerNode& node, const AudioFormat& format) override {
-    const auto input = inputs_.find(&nodeOfOurs(node));
+    const auto input = inputs_.find(&pipeWireNode(node));
     if (input == inputs_.end()) return;
     input->second.format = format;
     close(*input);
     if (!running_) return;
     try {
       open(*input);
-    } catch (const std::exception&) { // the engine is told by `start` alone
+    } catch (const std::exception&) { // only `start` reports a failure
     }
   }
 
   void detach(platform::AudioPlayerNode& node) override {
-    const auto input = inputs_.find(&nodeOfOurs(node));
+    const auto input = inputs_.find(&pipeWireNode(node));
     if (input == inputs_.end()) return;
     close(*input);
     inputs_.erase(input);
@@ -86,7 +86,7 @@ class OutputEngine final : public platform::AudioOutputEngine {
   };
   using Inputs = std::map<PlayerNode*, Connection>;
 
-  static PlayerNode& nodeOfOurs(platform::AudioPlayerNode& node) { return static_cast<PlayerNode&>(node); }
+  static PlayerNode& pipeWireNode(platform::AudioPlayerNode& node) { return static_cast<PlayerNode&>(node); }
 
   void open(Inputs::value_type& input) {
     auto& [node, connection] = input;

@@ -9,7 +9,7 @@ namespace tolvera::adapters {
 struct PipeWireGraph;
 
 // Plays through PipeWire, each node on a stream of its own. Opens nothing before an engine starts. Main
-// thread; what it makes may outlive it.
+// thread; the engines and nodes that it makes may outlive it.
 class PipeWirePlayback final : public platform::AudioPlayback {
  public:
   explicit PipeWirePlayback(std::shared_ptr<PipeWireGraph> graph);

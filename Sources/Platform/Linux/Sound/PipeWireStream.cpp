@@ -73,7 +73,7 @@ int PipeWireStream::open(pw_direction direction, const char* name, pw_properties
 
 void PipeWireStream::close() {
   open_ = false;
-  // Disconnecting ends the real-time callback; only then may what it uses go.
+  // Disconnecting ends the real-time callback, which uses what is destroyed next.
   if (stream_) pw_stream_disconnect(stream_.get());
   hook_.remove();
   stream_.reset();

@@ -8,15 +8,15 @@
 
 namespace tolvera::adapters {
 
-// What the captures and the playbacks of the program share: a stream of plain float samples from or to the
-// sound server, and the news of it. The subclass listens to the connection and decides when there is a
-// stream; it closes the stream before anything that `onProcess` uses goes. Loop lock.
+// What captures and playbacks share: a stream of float samples from or to the sound server, and its events.
+// The subclass listens to the connection and decides when the stream is open. It closes the stream before it
+// destroys anything that `onProcess` uses. Loop lock.
 class PipeWireStream : protected PipeWireConnection::Listener {
  protected:
   PipeWireStream(std::shared_ptr<PipeWireGraph> graph, const platform::AudioFormat& format);
 
-  // Takes the properties. A channel has its place in `positions` (SPA_AUDIO_CHANNEL_*), or the usual one if
-  // these are not as many. What it gives is negative, an errno, if the server takes no stream.
+  // Takes over the properties. `positions` (SPA_AUDIO_CHANNEL_*) places the channels; with another number of
+  // them the usual layout is used. The result is a negative errno if the server refuses the stream.
   int open(pw_direction direction, const char* name, pw_properties* properties,
            const std::vector<std::uint32_t>& positions = {});
   void close();
@@ -33,7 +33,7 @@ class PipeWireStream : protected PipeWireConnection::Listener {
 
   Stream stream_;
   Hook hook_;
-  bool open_ = false; // what the stream says counts
+  bool open_ = false; // events of the stream are heeded
 };
 
 } // namespace tolvera::adapters

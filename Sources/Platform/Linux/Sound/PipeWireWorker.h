@@ -9,13 +9,13 @@
 
 namespace tolvera::adapters {
 
-// Hands samples from the real-time thread to a tap block on a thread of its own, in buffers of at most
-// `bufferSize` frames and without waiting for a buffer to fill up.
+// Hands samples from the real-time thread to a tap block, which runs on a thread of the worker's own. A
+// buffer holds at most `bufferSize` frames; it is handed on without waiting until it is full.
 class PipeWireWorker {
  public:
   PipeWireWorker(const platform::AudioFormat& format, std::uint32_t bufferSize,
                  platform::AudioInputNode::TapBlock block);
-  // Ends the thread: no block runs afterwards. The writer must be gone. Not from within the block.
+  // Ends the thread: no block runs afterwards. The writer must be gone. Not called by the block.
   ~PipeWireWorker();
   PipeWireWorker(const PipeWireWorker&) = delete;
   PipeWireWorker& operator=(const PipeWireWorker&) = delete;

@@ -1,15 +1,18 @@
 #include "Platform/Linux/Sound/Graph/PipeWireConnection.h"
 
+#include "Async/Log.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <mutex>
+#include <utility>
 
 namespace tolvera::adapters {
 
 namespace {
 
 constexpr std::chrono::milliseconds retryInterval{500};
-// The configuration whose data threads run in real time; since 1.4 the common one does that.
+// The configuration whose data threads run in real time. Since 1.4 the common one does.
 #if PW_CHECK_VERSION(1, 4, 0)
 constexpr const char* clientConfiguration = "client.conf";
 #else
@@ -22,12 +25,12 @@ struct PipeWireConnection::Events {
   static void done(void* data, std::uint32_t id, int sequence) {
     if (id == PW_ID_CORE) static_cast<PipeWireConnection*>(data)->onDone(sequence);
   }
-  // Other errors concern single objects that went away while they were being asked.
+  // Any other error concerns one object that went away while it was asked.
   static void error(void* data, std::uint32_t id, int /*sequence*/, int result, const char* /*message*/) {
     if (id != PW_ID_CORE || result != -EPIPE) return;
     auto* self = static_cast<PipeWireConnection*>(data);
     self->lost_ = true;
-    self->arm(std::chrono::milliseconds(0)); // not from within its own event
+    self->arm(std::chrono::milliseconds(0)); // a connection cannot be dropped in its own event
   }
   static void global(void* data, std::uint32_t id, std::uint32_t /*permissions*/, const char* type,
                      std::uint32_t /*version*/, const spa_dict* properties) {
@@ -102,6 +105,7 @@ bool PipeWireConnection::open(std::chrono::milliseconds patience) {
   if (lost_) disconnect();
   if (core_ == nullptr && !connect()) return false;
   waitFor([this] { return core_ == nullptr || ready_; }, patience);
+  if (!ready_) log::warn(log::Category::sound, "the sound server does not answer");
   return ready_;
 }
 
@@ -128,6 +132,7 @@ bool PipeWireConnection::connect() {
 }
 
 void PipeWireConnection::disconnect() {
+  if (lost_) log::warn(log::Category::sound, "sound server lost");
   lost_ = ready_ = waiting_ = dirty_ = false;
   roundTrips_.clear();
   if (core_ == nullptr) return;
@@ -197,7 +202,7 @@ void PipeWireConnection::onDone(int sequence) {
     changed();
     return;
   }
-  ready_ = true;
+  if (!std::exchange(ready_, true)) log::trace(log::Category::sound, "sound server connected");
   const std::vector<Listener*> listeners = listeners_;
   for (Listener* listener : listeners) listener->settled();
   pw_thread_loop_signal(loop_, false);

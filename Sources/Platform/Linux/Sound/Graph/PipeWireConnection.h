@@ -13,11 +13,12 @@
 
 namespace tolvera::adapters {
 
-// The program's one connection to the sound server: a loop thread, the registry of the server's objects,
-// and a new connection whenever the server comes back. Shared by everything that talks to PipeWire.
+// The program's one connection to the sound server: a loop thread, the registry of the server's objects, and
+// a new connection each time the server comes back. Shared by everything that talks to PipeWire.
 //
-// Opens nothing until it is asked to. From then on its state, and that of its listeners, belongs to the
-// loop lock; the listeners are called on the loop thread with the lock held.
+// It opens nothing until `open` is called. From then on the loop lock guards its state and that of its
+// listeners; the listeners are called on the loop thread with the lock held, in the order in which they were
+// added.
 class PipeWireConnection {
  public:
   struct Global {
@@ -37,7 +38,7 @@ class PipeWireConnection {
     virtual void removed(std::uint32_t /*id*/) {}
     // A burst of changes is over, and every answer to it is in.
     virtual void settled() {}
-    // The server is gone: its objects are void, and what was bound must be dropped at once.
+    // The server is gone: its objects are void, and every proxy must be dropped at once.
     virtual void disconnected() {}
   };
 
@@ -46,25 +47,25 @@ class PipeWireConnection {
   PipeWireConnection(const PipeWireConnection&) = delete;
   PipeWireConnection& operator=(const PipeWireConnection&) = delete;
 
-  // Makes sure that there is a loop and tries for a server at once. True if there is one and its first
-  // snapshot is in, for which it waits up to `patience`. Any thread, without the lock.
+  // Starts the loop if there is none, and connects. True if the server has listed its objects; waits up to
+  // `patience` for that. Any thread, without the lock.
   bool open(std::chrono::milliseconds patience);
 
   [[nodiscard]] pw_thread_loop* loop() const { return loop_; } // null before the first `open`
 
-  // Everything below: under the lock. A listener that hears of the objects is added before `open`.
+  // Everything below is called under the lock. A listener that is to hear of every object is added before
+  // `open`.
   void addListener(Listener& listener);
   void removeListener(Listener& listener);
   [[nodiscard]] pw_core* core() const { return core_; } // null without a server
   [[nodiscard]] pw_registry* registry() const { return registry_; }
   void changed(); // `settled` is due after a round trip to the server
-  // Waits until the condition holds, looking at it whenever the loop is signalled. The lock is released the
-  // while. Not on the loop thread.
+  // Waits until the condition holds. It is tested each time the loop is signalled; the lock is released
+  // meanwhile. Not on the loop thread.
   void waitFor(const std::function<bool()>& condition, std::chrono::milliseconds patience);
-  // As `waitFor`, until the server has dealt with all that was asked of it, and we with what it said
-  // meanwhile.
+  // As `waitFor`, until the server has answered all requests and the answers have been handled.
   void roundTrip(std::chrono::milliseconds patience);
-  // `settled` is due then at the latest. Who finds it too early asks again.
+  // `settled` is due after `delay` at the latest. A listener for which it comes too early asks again.
   void retryIn(std::chrono::milliseconds delay);
 
  private:
@@ -77,7 +78,7 @@ class PipeWireConnection {
   void onTimer();
   void onDone(int sequence);
 
-  std::mutex starting_; // of the loop
+  std::mutex starting_; // guards the start of the loop
   std::atomic<pw_thread_loop*> loop_ = nullptr;
   pw_context* context_ = nullptr;
   spa_source* timer_ = nullptr;
@@ -87,12 +88,12 @@ class PipeWireConnection {
   Hook registryHook_;
   std::vector<Listener*> listeners_;
   std::optional<std::chrono::steady_clock::time_point> due_; // when the timer fires
-  std::set<int> roundTrips_; // sequence numbers of those that somebody waits for
-  int awaited_ = 0;          // sequence number of the round trip under way
-  bool waiting_ = false;     // a round trip is under way
-  bool dirty_ = false;       // and something changed since it began
-  bool ready_ = false;       // the first snapshot is in
-  bool lost_ = false;        // the server is gone, its connection not yet dropped
+  std::set<int> roundTrips_;                                 // sequence numbers that `roundTrip` waits for
+  int awaited_ = 0;                                          // sequence number of the round trip under way
+  bool waiting_ = false;                                     // a round trip is under way
+  bool dirty_ = false; // something has changed since the round trip began
+  bool ready_ = false; // the server has listed its objects
+  bool lost_ = false;  // the server is gone, and its connection is still to be dropped
 };
 
 } // namespace tolvera::adapters

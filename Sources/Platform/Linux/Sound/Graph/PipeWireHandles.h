@@ -4,7 +4,7 @@
 
 #include <memory>
 
-// Small owners of PipeWire's C objects. All of them are made and dropped under the loop lock.
+// Small owners of PipeWire's C objects. All of them are made and destroyed under the loop lock.
 namespace tolvera::adapters {
 
 // Holds the loop's lock; without a loop there is no other thread and nothing to hold.
@@ -23,7 +23,7 @@ class LoopLock {
   pw_thread_loop* loop_;
 };
 
-// A registration for events. Dropped before the object that sends them: declare it after that object.
+// A registration for events. It must go before the object that sends them: declare it after that object.
 class Hook {
  public:
   Hook() = default;
@@ -49,7 +49,7 @@ struct PipeWireDeleter {
   }
 };
 
-// Bound objects of the daemon, whatever their interface: pw_node, pw_metadata, pw_registry, ...
+// Proxies of the server's objects, of every interface: pw_node, pw_metadata, pw_link, ...
 template<typename T>
 struct ProxyDeleter {
   void operator()(T* object) const { pw_proxy_destroy(reinterpret_cast<pw_proxy*>(object)); }

@@ -1,5 +1,7 @@
 #include "Platform/Linux/Sound/Graph/PipeWireMetadata.h"
 
+#include "Platform/Linux/Sound/Graph/PipeWireProperties.h"
+
 #include <spa/utils/json.h>
 
 #include <array>
@@ -31,8 +33,8 @@ std::string nameIn(const char* json) {
 } // namespace
 
 struct PipeWireMetadata::Events {
-  static int property(void* data, std::uint32_t subject, const char* key, const char* /*type*/,
-                      const char* value) {
+  static int onProperty(void* data, std::uint32_t subject, const char* key, const char* /*type*/,
+                        const char* value) {
     auto* self = static_cast<PipeWireMetadata*>(data);
     if (subject == PW_ID_CORE) self->set(key, value);
     return 0;
@@ -41,23 +43,12 @@ struct PipeWireMetadata::Events {
     static const pw_metadata_events events = [] {
       pw_metadata_events made{};
       made.version = PW_VERSION_METADATA_EVENTS;
-      made.property = property;
+      made.property = onProperty;
       return made;
     }();
     return events;
   }
 };
-
-PipeWireMetadata::PipeWireMetadata(PipeWireConnection& connection) : connection_(connection) {
-  const LoopLock lock(connection_.loop());
-  connection_.addListener(*this);
-}
-
-PipeWireMetadata::~PipeWireMetadata() {
-  const LoopLock lock(connection_.loop());
-  connection_.removeListener(*this);
-  disconnected();
-}
 
 std::string PipeWireMetadata::defaultNode(const std::string& key) const {
   const auto found = defaults_.find(key);
@@ -65,10 +56,9 @@ std::string PipeWireMetadata::defaultNode(const std::string& key) const {
 }
 
 void PipeWireMetadata::added(const PipeWireConnection::Global& global) {
-  if (global.properties == nullptr || std::strcmp(global.type, PW_TYPE_INTERFACE_Metadata) != 0) return;
-  const char* name = spa_dict_lookup(global.properties, PW_KEY_METADATA_NAME);
-  if (name == nullptr || std::strcmp(name, "default") != 0) return;
-  disconnected();
+  if (std::string_view(global.type) != PW_TYPE_INTERFACE_Metadata) return;
+  if (property(global.properties, PW_KEY_METADATA_NAME) != "default") return;
+  clear();
   id_ = global.id;
   proxy_.reset(static_cast<pw_metadata*>(
       pw_registry_bind(connection_.registry(), global.id, global.type, PW_VERSION_METADATA, 0)));
@@ -78,11 +68,11 @@ void PipeWireMetadata::added(const PipeWireConnection::Global& global) {
 
 void PipeWireMetadata::removed(std::uint32_t id) {
   if (id != id_) return;
-  disconnected();
+  clear();
   connection_.changed();
 }
 
-void PipeWireMetadata::disconnected() {
+void PipeWireMetadata::clear() {
   hook_.remove();
   proxy_.reset();
   id_ = PW_ID_ANY;

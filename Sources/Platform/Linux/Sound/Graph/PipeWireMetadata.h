@@ -9,13 +9,17 @@
 
 namespace tolvera::adapters {
 
-// Which nodes the session manager names as the defaults. Under the loop lock.
-class PipeWireMetadata final : public PipeWireConnection::Listener {
+// The nodes that the session manager names as the defaults. Under the loop lock.
+class PipeWireMetadata {
  public:
-  explicit PipeWireMetadata(PipeWireConnection& connection);
-  ~PipeWireMetadata() override;
+  explicit PipeWireMetadata(PipeWireConnection& connection) : connection_(connection) {}
   PipeWireMetadata(const PipeWireMetadata&) = delete;
   PipeWireMetadata& operator=(const PipeWireMetadata&) = delete;
+
+  // What the registry says.
+  void added(const PipeWireConnection::Global& global);
+  void removed(std::uint32_t id);
+  void clear();
 
   // The node's name behind a key such as "default.audio.source"; empty if there is none, as happens for a
   // moment while a default changes.
@@ -24,9 +28,6 @@ class PipeWireMetadata final : public PipeWireConnection::Listener {
  private:
   struct Events;
 
-  void added(const PipeWireConnection::Global& global) override;
-  void removed(std::uint32_t id) override;
-  void disconnected() override;
   void set(const char* key, const char* value);
 
   PipeWireConnection& connection_;

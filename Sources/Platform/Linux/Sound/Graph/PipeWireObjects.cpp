@@ -1,7 +1,9 @@
 #include "Platform/Linux/Sound/Graph/PipeWireObjects.h"
 
+#include "Platform/Linux/Sound/Graph/PipeWireProperties.h"
+#include "Platform/Linux/Sound/Graph/PipeWireServerObject.h"
+
 #include <cstdlib>
-#include <cstring>
 #include <fstream>
 #include <string_view>
 
@@ -13,19 +15,8 @@ namespace {
 
 using Process = PipeWireObjects::Process;
 
-std::string_view property(const spa_dict* properties, const char* key) {
-  const char* value = properties != nullptr ? spa_dict_lookup(properties, key) : nullptr;
-  return value != nullptr ? value : "";
-}
-
-std::uint64_t number(std::string_view text) { return std::strtoull(std::string(text).c_str(), nullptr, 10); }
-
-std::uint32_t idIn(const spa_dict* properties, const char* key) {
-  const std::string_view text = property(properties, key);
-  return text.empty() ? PW_ID_ANY : static_cast<std::uint32_t>(number(text));
-}
-
-// The 22nd field; the second one, the program's name in parentheses, may hold anything.
+// When the process started: the 22nd field. The second one, the program's name in parentheses, may hold any
+// text.
 std::uint64_t startOf(std::int32_t pid) {
   std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
   std::string text(1024, '\0');
@@ -33,32 +24,20 @@ std::uint64_t startOf(std::int32_t pid) {
   text.resize(static_cast<std::size_t>(file.gcount()));
   std::size_t at = text.rfind(')');
   for (int field = 2; field < 22 && at != std::string::npos; ++field) at = text.find(' ', at + 1);
-  return at == std::string::npos ? 0 : number(std::string_view(text).substr(at + 1));
+  return at == std::string::npos ? 0 : std::strtoull(text.c_str() + at + 1, nullptr, 10);
 }
 
-// Clients of the PulseAudio server are connected by that server, and say themselves who they are.
+// The PulseAudio server connects its clients; each of them names its own process.
 std::int32_t pidIn(const spa_dict* properties) {
   const bool pulse = property(properties, PW_KEY_CLIENT_API) == "pipewire-pulse";
-  return static_cast<std::int32_t>(
-      number(property(properties, pulse ? PW_KEY_APP_PROCESS_ID : PW_KEY_SEC_PID)));
+  return static_cast<std::int32_t>(numberIn(properties, pulse ? PW_KEY_APP_PROCESS_ID : PW_KEY_SEC_PID));
 }
 
 } // namespace
 
-template<typename Interface>
-struct PipeWireObjects::Bound {
-  Bound(PipeWireConnection& theConnection, const PipeWireConnection::Global& global, std::uint32_t version)
-      : connection(theConnection), proxy(static_cast<Interface*>(pw_registry_bind(
-                                       theConnection.registry(), global.id, global.type, version, 0))) {}
-
-  PipeWireConnection& connection;
-  Proxy<Interface> proxy;
-  Hook hook;
-};
-
-struct PipeWireObjects::ClientEntry : Bound<pw_client> {
+struct PipeWireObjects::ClientEntry : PipeWireServerObject<pw_client> {
   ClientEntry(PipeWireConnection& theConnection, const PipeWireConnection::Global& global)
-      : Bound(theConnection, global, PW_VERSION_CLIENT), id(global.id) {
+      : PipeWireServerObject(theConnection, global, PW_VERSION_CLIENT), id(global.id) {
     static const pw_client_events events = [] {
       pw_client_events made{};
       made.version = PW_VERSION_CLIENT_EVENTS;
@@ -87,10 +66,10 @@ struct PipeWireObjects::ClientEntry : Bound<pw_client> {
   Client client;
 };
 
-struct PipeWireObjects::NodeEntry : Bound<pw_node> {
+struct PipeWireObjects::NodeEntry : PipeWireServerObject<pw_node> {
   NodeEntry(PipeWireConnection& theConnection, const PipeWireConnection::Global& global, bool aSink)
-      : Bound(theConnection, global, PW_VERSION_NODE), isSink(aSink) {
-    sink.serial = number(property(global.properties, PW_KEY_OBJECT_SERIAL));
+      : PipeWireServerObject(theConnection, global, PW_VERSION_NODE), isSink(aSink) {
+    sink.serial = numberIn(global.properties, PW_KEY_OBJECT_SERIAL);
     sink.name = property(global.properties, PW_KEY_NODE_NAME);
     static const pw_node_events events = [] {
       pw_node_events made{};
@@ -129,9 +108,9 @@ struct PipeWireObjects::NodeEntry : Bound<pw_node> {
   std::uint32_t device = PW_ID_ANY;
 };
 
-struct PipeWireObjects::DeviceEntry : Bound<pw_device> {
+struct PipeWireObjects::DeviceEntry : PipeWireServerObject<pw_device> {
   DeviceEntry(PipeWireConnection& theConnection, const PipeWireConnection::Global& global)
-      : Bound(theConnection, global, PW_VERSION_DEVICE) {
+      : PipeWireServerObject(theConnection, global, PW_VERSION_DEVICE) {
     static const pw_device_events events = [] {
       pw_device_events made{};
       made.version = PW_VERSION_DEVICE_EVENTS;
@@ -154,16 +133,9 @@ struct PipeWireObjects::DeviceEntry : Bound<pw_device> {
   std::map<std::string, std::string, std::less<>> properties;
 };
 
-PipeWireObjects::PipeWireObjects(PipeWireConnection& connection) : connection_(connection) {
-  const LoopLock lock(connection_.loop());
-  connection_.addListener(*this);
-}
+PipeWireObjects::PipeWireObjects(PipeWireConnection& connection) : connection_(connection) {}
 
-PipeWireObjects::~PipeWireObjects() {
-  const LoopLock lock(connection_.loop());
-  connection_.removeListener(*this);
-  disconnected();
-}
+PipeWireObjects::~PipeWireObjects() = default;
 
 std::map<std::uint32_t, PipeWireObjects::Client> PipeWireObjects::clients() const {
   std::map<std::uint32_t, Client> clients;
@@ -207,14 +179,19 @@ void PipeWireObjects::added(const PipeWireConnection::Global& global) {
 void PipeWireObjects::addNode(const PipeWireConnection::Global& global) {
   const std::string_view mediaClass = property(global.properties, PW_KEY_MEDIA_CLASS);
   const bool sink = mediaClass == "Audio/Sink" || mediaClass == "Audio/Duplex";
-  if (!sink && mediaClass != "Stream/Output/Audio") return;
-  nodes_[global.id] = std::make_unique<NodeEntry>(connection_, global, sink);
+  if (mediaClass.starts_with("Audio/Source")) {
+    sources_[global.id] = std::make_unique<PipeWireSourceNode>(connection_, global);
+  } else if (sink || mediaClass == "Stream/Output/Audio") {
+    nodes_[global.id] = std::make_unique<NodeEntry>(connection_, global, sink);
+  } else {
+    return;
+  }
   connection_.changed();
 }
 
 void PipeWireObjects::addPort(const PipeWireConnection::Global& global) {
   if (property(global.properties, PW_KEY_PORT_MONITOR) == "true") return;
-  ports_[global.id] = {number(property(global.properties, PW_KEY_OBJECT_SERIAL)),
+  ports_[global.id] = {numberIn(global.properties, PW_KEY_OBJECT_SERIAL),
                        idIn(global.properties, PW_KEY_NODE_ID),
                        property(global.properties, PW_KEY_PORT_DIRECTION) == "in",
                        std::string(property(global.properties, PW_KEY_AUDIO_CHANNEL))};
@@ -222,15 +199,16 @@ void PipeWireObjects::addPort(const PipeWireConnection::Global& global) {
 }
 
 void PipeWireObjects::removed(std::uint32_t id) {
-  if (clients_.erase(id) + nodes_.erase(id) + devices_.erase(id) + ports_.erase(id) > 0) {
-    connection_.changed();
-  }
+  const std::size_t erased =
+      clients_.erase(id) + nodes_.erase(id) + devices_.erase(id) + sources_.erase(id) + ports_.erase(id);
+  if (erased > 0) connection_.changed();
 }
 
-void PipeWireObjects::disconnected() {
+void PipeWireObjects::clear() {
   clients_.clear();
   nodes_.clear();
   devices_.clear();
+  sources_.clear();
   ports_.clear();
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Platform/Linux/Sound/Graph/PipeWireConnection.h"
+#include "Platform/Linux/Sound/Graph/PipeWireSource.h"
 
 #include <compare>
 #include <cstdint>
@@ -11,18 +12,18 @@
 
 namespace tolvera::adapters {
 
-// The objects of the sound server that playing sound is made of, as the server describes them now. Ids are
-// used again at once by the server; serials are not while it runs. Under the loop lock.
-class PipeWireObjects final : public PipeWireConnection::Listener {
+// The one mirror of the server's registry: clients, nodes, devices and ports as the server describes them
+// now. The server uses an id again at once, a serial never while it runs. Under the loop lock.
+class PipeWireObjects {
  public:
-  // A process of the system: its number may be used again after its end, its start tells which it is.
+  // A process of the system. Its number may be used again after its end; its start tells it apart.
   struct Process {
     std::int32_t pid = 0;
     std::uint64_t started = 0; // clock ticks after the system's start; 0 if unknown
     auto operator<=>(const Process&) const = default;
   };
 
-  // A connection of a program, its own or one through the PulseAudio server.
+  // A program's connection: its own, or one through the PulseAudio server.
   struct Client {
     std::optional<Process> process;
     bool ours = false;
@@ -31,12 +32,12 @@ class PipeWireObjects final : public PipeWireConnection::Listener {
   // A stream that plays.
   struct Playback {
     std::uint32_t client = PW_ID_ANY;
-    bool known = false;   // described by the server
-    bool reemits = false; // plays on what other streams play, as effects do
+    bool known = false;   // the server has described it
+    bool reemits = false; // plays the sound of other streams again, as effects do
     bool running = false;
   };
 
-  // An output: what describes it, of its own and of its device.
+  // An output, with the properties of the node and of its device.
   struct Sink {
     std::uint64_t serial = 0;
     std::string name;
@@ -51,27 +52,30 @@ class PipeWireObjects final : public PipeWireConnection::Listener {
     std::string channel; // "FL", "MONO", ...
   };
 
+  using Sources = std::map<std::uint32_t, std::unique_ptr<PipeWireSourceNode>>;
+
   explicit PipeWireObjects(PipeWireConnection& connection);
-  ~PipeWireObjects() override;
+  ~PipeWireObjects();
   PipeWireObjects(const PipeWireObjects&) = delete;
   PipeWireObjects& operator=(const PipeWireObjects&) = delete;
+
+  // What the registry says.
+  void added(const PipeWireConnection::Global& global);
+  void removed(std::uint32_t id);
+  void clear();
 
   // Each by its id.
   [[nodiscard]] std::map<std::uint32_t, Client> clients() const;
   [[nodiscard]] std::map<std::uint32_t, Playback> playbacks() const;
   [[nodiscard]] std::map<std::uint32_t, Sink> sinks() const;
+  [[nodiscard]] const Sources& sources() const { return sources_; }
   [[nodiscard]] const std::map<std::uint32_t, Port>& ports() const { return ports_; }
 
  private:
-  template<typename Interface>
-  struct Bound;
   struct ClientEntry;
   struct NodeEntry;
   struct DeviceEntry;
 
-  void added(const PipeWireConnection::Global& global) override;
-  void removed(std::uint32_t id) override;
-  void disconnected() override;
   void addNode(const PipeWireConnection::Global& global);
   void addPort(const PipeWireConnection::Global& global);
 
@@ -79,6 +83,7 @@ class PipeWireObjects final : public PipeWireConnection::Listener {
   std::map<std::uint32_t, std::unique_ptr<ClientEntry>> clients_;
   std::map<std::uint32_t, std::unique_ptr<NodeEntry>> nodes_; // playbacks and sinks
   std::map<std::uint32_t, std::unique_ptr<DeviceEntry>> devices_;
+  Sources sources_;                     // without the monitors of outputs
   std::map<std::uint32_t, Port> ports_; // without monitors
 };
 

@@ -1,5 +1,7 @@
 #include "Platform/Linux/Sound/Graph/PipeWireOutputs.h"
 
+#include "Async/Log.h"
+
 #include <initializer_list>
 #include <string_view>
 #include <utility>
@@ -7,15 +9,17 @@
 namespace tolvera::adapters {
 
 using platform::AudioObjectID;
-using platform::fourCharacterCode;
 using platform::noAudioObject;
+namespace transports = platform::transports;
 
 namespace {
 
 constexpr std::string_view standIn = "auto_null"; // made by the session manager when there is no output
 
-std::string_view first(const PipeWireOutputs::Properties& properties,
-                       std::initializer_list<std::string_view> keys) {
+using Properties = std::map<std::string, std::string, std::less<>>; // of a sink and its device
+
+// The first of the properties that says anything.
+std::string_view first(const Properties& properties, std::initializer_list<std::string_view> keys) {
   for (const std::string_view key : keys) {
     const auto found = properties.find(key);
     if (found != properties.end() && !found->second.empty()) return found->second;
@@ -23,34 +27,26 @@ std::string_view first(const PipeWireOutputs::Properties& properties,
   return {};
 }
 
-} // namespace
-
-std::uint32_t PipeWireOutputs::transport(const Properties& properties) {
+std::uint32_t transport(const Properties& properties) {
   const std::string_view api = first(properties, {PW_KEY_DEVICE_API});
   const std::string_view bus = first(properties, {PW_KEY_DEVICE_BUS});
-  if (api.starts_with("bluez") || bus == "bluetooth") return fourCharacterCode("blue");
-  if (bus == "usb") return fourCharacterCode("usb ");
+  if (api.starts_with("bluez") || bus == "bluetooth") return transports::bluetooth;
+  if (bus == "usb") return transports::usb;
   for (const char* key : {"device.profile.name", "api.alsa.path", "node.name"}) {
-    if (first(properties, {key}).find("hdmi") != std::string_view::npos) return fourCharacterCode("hdmi");
+    if (first(properties, {key}).find("hdmi") != std::string_view::npos) return transports::hdmi;
   }
-  // Cards on the board itself: most are on a PCI bus, those of a system on a chip on none.
+  // A card on the board itself is on a PCI bus, or on no bus in a system on a chip.
   const bool onBoard = bus.empty() || bus == "pci" || bus == "isa" || bus == "platform";
-  return api == "alsa" && onBoard ? fourCharacterCode("bltn") : 0;
+  return api == "alsa" && onBoard ? transports::builtIn : 0;
 }
 
-PipeWireOutputs::PipeWireOutputs(PipeWireConnection& connection, const PipeWireObjects& objects,
-                                 const PipeWireMetadata& metadata, PipeWireObjectIDs& ids)
-    : connection_(connection), objects_(objects), metadata_(metadata), ids_(ids) {
-  const LoopLock lock(connection_.loop());
-  connection_.addListener(*this);
-}
+} // namespace
 
-PipeWireOutputs::~PipeWireOutputs() {
-  const LoopLock lock(connection_.loop());
-  connection_.removeListener(*this);
-}
+PipeWireOutputs::PipeWireOutputs(const PipeWireObjects& objects, const PipeWireMetadata& metadata,
+                                 PipeWireObjectIDs& ids)
+    : objects_(objects), metadata_(metadata), ids_(ids) {}
 
-void PipeWireOutputs::settled() {
+void PipeWireOutputs::update() {
   const std::string defaultName = metadata_.defaultNode("default.audio.sink");
   const AudioObjectID before = std::exchange(default_, noAudioObject);
   decltype(bySerial_) bySerial;
@@ -61,14 +57,17 @@ void PipeWireOutputs::settled() {
     bySerial.emplace(sink.serial, id);
     const std::string_view name = first(sink.properties, {PW_KEY_NODE_DESCRIPTION, PW_KEY_NODE_NICK});
     list_[id] = {id, transport(sink.properties), name.empty() ? sink.name : std::string(name)};
-    // No default is named for a moment while it changes: the old one stands until it is known.
-    const bool stands = defaultName.empty() && id == before;
-    if (sink.name != standIn && (sink.name == defaultName || stands)) default_ = id;
+    // While the default changes, none is named for a moment: the old one stays until the new one is known.
+    const bool stays = defaultName.empty() && id == before;
+    if (sink.name != standIn && (sink.name == defaultName || stays)) default_ = id;
   }
   bySerial_ = std::move(bySerial);
+  if (default_ == before) return;
+  const auto now = list_.find(default_);
+  log::trace(log::Category::sound, "default output: ", now == list_.end() ? "none" : now->second.name);
 }
 
-void PipeWireOutputs::disconnected() {
+void PipeWireOutputs::clear() {
   bySerial_.clear();
   list_.clear();
   default_ = noAudioObject;

@@ -4,19 +4,10 @@ namespace tolvera::adapters {
 
 using platform::AudioObjectID;
 
-PipeWireProcesses::PipeWireProcesses(PipeWireConnection& connection, const PipeWireObjects& objects,
-                                     PipeWireObjectIDs& ids)
-    : connection_(connection), objects_(objects), ids_(ids) {
-  const LoopLock lock(connection_.loop());
-  connection_.addListener(*this);
-}
+PipeWireProcesses::PipeWireProcesses(const PipeWireObjects& objects, PipeWireObjectIDs& ids)
+    : objects_(objects), ids_(ids) {}
 
-PipeWireProcesses::~PipeWireProcesses() {
-  const LoopLock lock(connection_.loop());
-  connection_.removeListener(*this);
-}
-
-void PipeWireProcesses::settled() {
+void PipeWireProcesses::update() {
   const auto clients = objects_.clients();
   std::set<AudioObjectID> playing;
   for (const auto& [id, playback] : objects_.playbacks()) {
@@ -41,7 +32,7 @@ void PipeWireProcesses::settled() {
   }
 }
 
-void PipeWireProcesses::disconnected() { list_.clear(); }
+void PipeWireProcesses::clear() { list_.clear(); }
 
 std::set<std::uint32_t> PipeWireProcesses::playbacks(const std::set<AudioObjectID>& processes,
                                                      bool allOthers) const {

@@ -11,7 +11,7 @@
 
 namespace tolvera::adapters {
 
-// Gives audio objects of every kind their numbers, from any thread. None is used twice.
+// Numbers for audio objects of every kind. No number is given twice. Any thread.
 class PipeWireObjectIDs {
  public:
   [[nodiscard]] platform::AudioObjectID next() { return ++last_; }
@@ -20,10 +20,10 @@ class PipeWireObjectIDs {
   std::atomic<platform::AudioObjectID> last_{platform::systemAudioObject};
 };
 
-// The processes that play, or have played and are still connected, whatever streams and connections they
-// have. A process that comes back, even to another sound server, is the object that it was. Under the loop
+// The processes that play, or have played and are still connected. A process keeps its object for all its
+// streams and connections, also when it comes back later, even to a restarted sound server. Under the loop
 // lock.
-class PipeWireProcesses final : public PipeWireConnection::Listener {
+class PipeWireProcesses {
  public:
   struct Process {
     platform::AudioObjectID id = platform::noAudioObject;
@@ -31,25 +31,24 @@ class PipeWireProcesses final : public PipeWireConnection::Listener {
     bool playing = false;
   };
 
-  PipeWireProcesses(PipeWireConnection& connection, const PipeWireObjects& objects, PipeWireObjectIDs& ids);
-  ~PipeWireProcesses() override;
+  PipeWireProcesses(const PipeWireObjects& objects, PipeWireObjectIDs& ids);
   PipeWireProcesses(const PipeWireProcesses&) = delete;
   PipeWireProcesses& operator=(const PipeWireProcesses&) = delete;
 
+  // Reads the mirrored objects again.
+  void update();
+  void clear();
+
   // In the order in which they were first seen to play.
   [[nodiscard]] const std::vector<Process>& list() const { return list_; }
-  // A process, connected or not.
+  // True for every process that has an object, connected or not.
   [[nodiscard]] bool has(platform::AudioObjectID object) const { return pids_.contains(object); }
-  // The streams of the listed processes, or else all that are neither theirs nor ours; by node id. Never
-  // one that only plays what others play.
+  // Node ids of the streams of the listed processes, or, for `allOthers`, of all streams but theirs and this
+  // program's. Streams that play other streams' sound again are left out.
   [[nodiscard]] std::set<std::uint32_t> playbacks(const std::set<platform::AudioObjectID>& processes,
                                                   bool allOthers) const;
 
  private:
-  void settled() override;
-  void disconnected() override;
-
-  PipeWireConnection& connection_;
   const PipeWireObjects& objects_;
   PipeWireObjectIDs& ids_;
   std::map<PipeWireObjects::Process, platform::AudioObjectID> known_;
