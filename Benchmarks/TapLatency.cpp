@@ -183,7 +183,7 @@ void print(const char* what, const std::vector<double>& values) {
               quantile(values, 0.99), quantile(values, 1), values.size());
 }
 
-// The tap alone, without the conversion to the recogniser's rate.
+// The tap alone, without the backend around it.
 class BareTap {
  public:
   explicit BareTap(platform::AudioHardware& hardware) : hardware_(hardware) {
@@ -239,7 +239,7 @@ void measureLatency(test::PrivateGraph& graph, Ear& ear, Ear& bare, std::size_t 
   std::this_thread::sleep_for(200ms);
   print("sound handed over to the tap's block, ms", delays(played, bare));
   const auto converted = delays(played, ear);
-  print("and to the callback, at 16 kHz, ms", converted);
+  print("and to the backend's callback, ms", converted);
   std::printf("%-44s %zu of %zu\n", "bursts heard", converted.size(), played.count.load());
 }
 

@@ -14,6 +14,13 @@ std::optional<AudioPCMBuffer> AudioPCMBuffer::make(const AudioFormat& format, st
   }
 }
 
+AudioPCMBuffer AudioPCMBuffer::borrow(double sampleRate, const float* samples, std::uint32_t frames) {
+  AudioPCMBuffer buffer({sampleRate, 1}, 0);
+  buffer.borrowed_ = samples;
+  buffer.frameCapacity_ = buffer.frameLength_ = frames;
+  return buffer;
+}
+
 AudioPCMBuffer::AudioPCMBuffer(const AudioFormat& format, std::uint32_t frameCapacity)
     : format_(format), frameCapacity_(frameCapacity),
       samples_(std::size_t{frameCapacity} * format.channelCount) {}
@@ -21,11 +28,13 @@ AudioPCMBuffer::AudioPCMBuffer(const AudioFormat& format, std::uint32_t frameCap
 void AudioPCMBuffer::setFrameLength(std::uint32_t length) { frameLength_ = std::min(length, frameCapacity_); }
 
 float* AudioPCMBuffer::channel(std::uint32_t index) {
-  return index < format_.channelCount ? samples_.data() + std::size_t{index} * frameCapacity_ : nullptr;
+  if (borrowed_ != nullptr || index >= format_.channelCount) return nullptr;
+  return samples_.data() + std::size_t{index} * frameCapacity_;
 }
 
 const float* AudioPCMBuffer::channel(std::uint32_t index) const {
-  return index < format_.channelCount ? samples_.data() + std::size_t{index} * frameCapacity_ : nullptr;
+  if (index >= format_.channelCount) return nullptr;
+  return borrowed_ != nullptr ? borrowed_ : samples_.data() + std::size_t{index} * frameCapacity_;
 }
 
 } // namespace tolvera::platform

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <vector>
 
 namespace tolvera {
@@ -8,6 +9,8 @@ namespace tolvera {
 // Samples of one channel, 16,000 a second, in time order; any number of them but none. No gain and no
 // clipping is applied.
 using SampleBlock = std::vector<float>;
+// The same block for several readers.
+using SharedSampleBlock = std::shared_ptr<const SampleBlock>;
 
 // A source of sound. Made for one run and owned by the application model, which calls it on the main
 // thread.

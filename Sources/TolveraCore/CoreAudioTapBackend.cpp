@@ -19,9 +19,10 @@ using platform::AudioFormat;
 using platform::AudioObjectID;
 using platform::AudioPCMBuffer;
 using platform::AudioStreamBasicDescription;
-using platform::fourCharacterCode;
 using platform::OSStatus;
 using platform::TapDescription;
+namespace scopes = platform::scopes;
+namespace selectors = platform::selectors;
 
 namespace {
 
@@ -33,21 +34,19 @@ std::string described(const std::string& step, OSStatus status) {
   return status == 0 ? step : step + "失败（OSStatus " + std::to_string(status) + "）";
 }
 
-// The mean of the channels of interleaved frames. Absent if there is no frame, or no memory for them.
+// One channel as it is, without a copy; of several the mean. Absent if there is no frame, or no memory for
+// them.
 std::optional<AudioPCMBuffer> mixed(const AudioBuffer& input, std::uint32_t channels,
                                     const AudioFormat& format) {
   const auto frames = static_cast<std::uint32_t>(input.dataByteSize / sizeof(float)) / channels;
   if (input.data == nullptr || frames < 1) return std::nullopt;
+  if (channels == 1) return AudioPCMBuffer::borrow(format.sampleRate, input.data, frames);
   auto mono = AudioPCMBuffer::make(format, frames);
   float* out = mono ? mono->channel(0) : nullptr;
   if (out == nullptr) return std::nullopt;
   mono->setFrameLength(frames);
 
   const float* in = input.data;
-  if (channels == 1) {
-    std::copy_n(in, frames, out);
-    return mono;
-  }
   const auto divisor = static_cast<float>(channels);
   for (std::uint32_t frame = 0; frame < frames; ++frame) {
     float sum = 0;
@@ -90,7 +89,7 @@ void CoreAudioTapBackend::start(OnSamples onSamples) {
   if (running_) return;
   try {
     createTap();
-    const auto tapUID = AudioProcesses::string(hardware_, tapID_, fourCharacterCode("tuid"));
+    const auto tapUID = AudioProcesses::string(hardware_, tapID_, selectors::tapUID);
     if (!tapUID) throw Failure("读取 tap UID");
     createAggregateDevice(*tapUID);
     const AudioStreamBasicDescription format = readStreamFormat();
@@ -145,8 +144,8 @@ void CoreAudioTapBackend::createAggregateDevice(const std::string& tapUID) {
 }
 
 AudioStreamBasicDescription CoreAudioTapBackend::readStreamFormat() const {
-  const auto property = hardware_.property(
-      aggregateID_, {.selector = fourCharacterCode("sfmt"), .scope = fourCharacterCode("inpt")});
+  const auto property =
+      hardware_.property(aggregateID_, {.selector = selectors::streamFormat, .scope = scopes::input});
   const auto* format = std::get_if<AudioStreamBasicDescription>(&property.value);
   if (property.status != 0 || format == nullptr) throw Failure("读取流格式", property.status);
   const bool isFloat = (format->formatFlags & AudioStreamBasicDescription::isFloat) != 0;

@@ -113,8 +113,9 @@ void AppState::startDubPlayer() {
 }
 
 // The stream of the backend's blocks; nothing if the capture failed.
-std::optional<AsyncStream<SampleBlock>> AppState::startCapture() {
-  auto [writer, samples] = AsyncStream<SampleBlock>::make(AsyncStream<SampleBlock>::newest(sampleBlocksKept));
+std::optional<AsyncStream<SharedSampleBlock>> AppState::startCapture() {
+  auto [writer, samples] =
+      AsyncStream<SharedSampleBlock>::make(AsyncStream<SharedSampleBlock>::newest(sampleBlocksKept));
   continuation_ = writer;
   try {
     backend_ = makeBackend();
@@ -130,7 +131,8 @@ std::optional<AsyncStream<SampleBlock>> AppState::startCapture() {
   return std::move(samples);
 }
 
-Task<void> AppState::startSession(std::uint64_t run, std::string token, AsyncStream<SampleBlock> samples) {
+Task<void> AppState::startSession(std::uint64_t run, std::string token,
+                                  AsyncStream<SharedSampleBlock> samples) {
   TranslateSession::Config config{.target = settings_->target().toStdString(),
                                   .source = settings_->source().toStdString(),
                                   .dub = settings_->dub(),
@@ -164,23 +166,24 @@ void AppState::abandonRun() {
   }
 }
 
-AudioCaptureBackend::OnSamples AppState::sampleCallback(AsyncStream<SampleBlock>::Writer writer) {
+AudioCaptureBackend::OnSamples AppState::sampleCallback(AsyncStream<SharedSampleBlock>::Writer writer) {
   // While the dub speaks, the microphone would hear it and have it translated once more.
   const bool gated = isMicrophone(settings_->captureMode()) && settings_->dub();
   return [writer = std::move(writer), main = platform_.mainExecutor, weak = weak_from_this(), gated,
-          player = dubPlayer_](SampleBlock block) {
+          player = dubPlayer_](SampleBlock samples) {
     if (gated && player && player->isSpeaking()) return;
+    const auto block = std::make_shared<const SampleBlock>(std::move(samples));
     boost::asio::post(main, [weak, block] {
-      if (auto model = weak.lock()) model->noteSamples(block);
+      if (auto model = weak.lock()) model->noteSamples(*block);
     });
-    writer.yield(std::move(block));
+    writer.yield(block);
   };
 }
 
-Task<void> AppState::pump(std::shared_ptr<TranslateSession> session, AsyncStream<SampleBlock> samples) {
+Task<void> AppState::pump(std::shared_ptr<TranslateSession> session, AsyncStream<SharedSampleBlock> samples) {
   PCMChunker chunker;
   while (auto block = co_await samples.next()) {
-    for (auto& chunk : chunker.push(*block)) co_await session->send(std::move(chunk));
+    for (auto& chunk : chunker.push(**block)) co_await session->send(std::move(chunk));
   }
 }
 

@@ -181,14 +181,14 @@ class AppState final : public QObject, public std::enable_shared_from_this<AppSt
   Task<std::optional<std::string>> tokenFor(std::uint64_t run); // nothing if the run is over
   Task<bool> mayCapture(std::uint64_t run);                     // false if the run is over
   void startDubPlayer();
-  std::optional<AsyncStream<SampleBlock>> startCapture();
-  Task<void> startSession(std::uint64_t run, std::string token, AsyncStream<SampleBlock> samples);
-  AudioCaptureBackend::OnSamples sampleCallback(AsyncStream<SampleBlock>::Writer writer);
+  std::optional<AsyncStream<SharedSampleBlock>> startCapture();
+  Task<void> startSession(std::uint64_t run, std::string token, AsyncStream<SharedSampleBlock> samples);
+  AudioCaptureBackend::OnSamples sampleCallback(AsyncStream<SharedSampleBlock>::Writer writer);
   std::unique_ptr<AudioCaptureBackend> makeBackend();
   Task<bool> ensureMicrophoneAccess();
   [[nodiscard]] QString describeCaptureFailure(const std::exception& error) const;
   [[nodiscard]] QString friendly(const QString& message, const std::string& code) const;
-  static Task<void> pump(std::shared_ptr<TranslateSession> session, AsyncStream<SampleBlock> samples);
+  static Task<void> pump(std::shared_ptr<TranslateSession> session, AsyncStream<SharedSampleBlock> samples);
 
   // Fields (AppState.cpp). `why` is for the trace alone.
   void setPhase(Phase phase, std::string_view why);
@@ -260,7 +260,7 @@ class AppState final : public QObject, public std::enable_shared_from_this<AppSt
   std::shared_ptr<TranslateSession> session_;
   std::unique_ptr<AudioCaptureBackend> backend_;
   std::shared_ptr<DubPlayer> dubPlayer_; // shared with the sample callback of its run
-  std::optional<AsyncStream<SampleBlock>::Writer> continuation_;
+  std::optional<AsyncStream<SharedSampleBlock>::Writer> continuation_;
   TaskHandle pumpTask_;
   TaskHandle eventTask_;
   TaskHandle idleTask_;

@@ -1,5 +1,6 @@
 #include "Platform/Linux/Sound/PipeWireTap.h"
 
+#include "Async/Log.h"
 #include "Platform/Linux/Sound/SoxrConverter.h"
 #include "Platform/PlatformError.h"
 
@@ -25,10 +26,10 @@ constexpr std::chrono::milliseconds retryInterval{500}; // of a filter
 constexpr std::chrono::milliseconds firstRetry{20};     // of a link; doubled with each failure
 constexpr int mostDoublings = 5;
 constexpr std::uint32_t blockFrames = 2048;
-constexpr auto deliveredRate = static_cast<std::uint32_t>(PipeWireTap::format.sampleRate);
-constexpr AudioFormat heardFormat{PipeWireTap::format.sampleRate, 2};
-constexpr AudioFormat monoFormat{PipeWireTap::format.sampleRate, 1};
-constexpr std::uint32_t resampledFrames = blockFrames * 8; // of a block at the lowest rate, 8 kHz
+constexpr std::uint32_t usualRate = 48'000; // of the graph, Hz
+constexpr AudioFormat heardFormat{usualRate, 2};
+constexpr AudioFormat deliveredFormat{PipeWireTap::format.sampleRate, 1};
+constexpr std::uint32_t deliveredFrames = blockFrames * 3; // holds a block at the lowest rate, 8 kHz
 
 AudioPCMBuffer allocated(const AudioFormat& format, std::uint32_t frames) {
   auto buffer = AudioPCMBuffer::make(format, frames);
@@ -36,8 +37,9 @@ AudioPCMBuffer allocated(const AudioFormat& format, std::uint32_t frames) {
   return *std::move(buffer);
 }
 
-// Where a channel is heard: its name, less a T for the upper ones, has its side in the second place ("FL",
-// "TRR", "FLC"). One on neither side, or unknown, is in the middle.
+// True if a channel is heard on a side. The second letter of its name is the side ("FL", "RR", "FLC"); the
+// name of an upper channel has a T in front ("TFL"). A channel with another name is in the middle, on both
+// sides.
 bool isOn(std::string_view channel, std::string_view side) {
   if (channel.starts_with('T')) channel.remove_prefix(1);
   const char letter = channel.size() > 1 ? channel[1] : ' ';
@@ -53,7 +55,7 @@ void* addPort(pw_filter* filter, const char* name, const char* channel) {
 
 } // namespace
 
-// A link of ours: it goes with its owner, or with either end.
+// A link that the tap has made. It ends with this object, or when one of its ports goes.
 class PipeWireTap::Link {
  public:
   explicit Link(PipeWireConnection& connection) : connection_(connection) {}
@@ -68,12 +70,14 @@ class PipeWireTap::Link {
         connection_.core(), "link-factory", PW_TYPE_INTERFACE_Link, PW_VERSION_LINK, &properties->dict, 0)));
     pw_properties_free(properties);
     gone_ = !proxy_;
+    active_ = false;
+    ports_ = "port " + std::to_string(from) + " to port " + std::to_string(to);
     if (!proxy_) return;
     pw_proxy_add_listener(reinterpret_cast<pw_proxy*>(proxy_.get()), proxyHook_.get(), &proxyEvents(), this);
     pw_link_add_listener(proxy_.get(), hook_.get(), &events(), this);
   }
 
-  // True for a link that is to be made again now. One that keeps failing is tried less and less often.
+  // True if the link is to be made again now. A link that keeps failing is tried less and less often.
   [[nodiscard]] bool due() {
     if (!gone_) return false;
     const auto now = std::chrono::steady_clock::now();
@@ -99,7 +103,7 @@ class PipeWireTap::Link {
       made.version = PW_VERSION_LINK_EVENTS;
       made.info = [](void* data, const pw_link_info* info) {
         if (info->state == PW_LINK_STATE_ERROR) static_cast<Link*>(data)->onGone();
-        if (info->state == PW_LINK_STATE_ACTIVE) static_cast<Link*>(data)->failures_ = 0;
+        if (info->state == PW_LINK_STATE_ACTIVE) static_cast<Link*>(data)->onActive();
       };
       return made;
     }();
@@ -111,9 +115,15 @@ class PipeWireTap::Link {
     hook_.remove();
     proxy_.reset();
   }
+  void onActive() {
+    failures_ = 0;
+    if (std::exchange(active_, true)) return;
+    log::trace(log::Category::sound, "link made: ", ports_);
+  }
   void onGone() {
     if (gone_) return;
     gone_ = true;
+    log::trace(log::Category::sound, "link lost: ", ports_);
     retryAt_ = std::chrono::steady_clock::now() + firstRetry * (1 << std::min(failures_++, mostDoublings));
     connection_.changed();
   }
@@ -123,6 +133,8 @@ class PipeWireTap::Link {
   Hook proxyHook_;
   Hook hook_;
   bool gone_ = true;
+  bool active_ = false; // the server has made it
+  std::string ports_;   // for the trace
   int failures_ = 0;
   std::chrono::steady_clock::time_point retryAt_;
 };
@@ -147,9 +159,8 @@ struct PipeWireTap::Events {
 };
 
 PipeWireTap::PipeWireTap(std::shared_ptr<PipeWireGraph> graph, Selection selection, platform::IOBlock block)
-    : graph_(std::move(graph)), selection_(std::move(selection)), block_(std::move(block)),
-      rate_(deliveredRate), mono_(allocated(monoFormat, blockFrames)),
-      resampled_(allocated(monoFormat, resampledFrames)),
+    : graph_(std::move(graph)), selection_(std::move(selection)), block_(std::move(block)), rate_(usualRate),
+      mono_(allocated({usualRate, 1}, blockFrames)), delivered_(allocated(deliveredFormat, deliveredFrames)),
       worker_(std::make_unique<PipeWireWorker>(heardFormat, blockFrames,
                                                [this](const AudioPCMBuffer& heard) { deliver(heard); })) {
   PipeWireConnection& connection = graph_->connection;
@@ -157,7 +168,7 @@ PipeWireTap::PipeWireTap(std::shared_ptr<PipeWireGraph> graph, Selection selecti
     throw PlatformError("PipeWire", ECONNREFUSED, "The sound server does not answer.");
   }
   const LoopLock lock(connection.loop());
-  if (!open()) throw PlatformError("PipeWire", EIO, "The sound server lets nobody listen.");
+  if (!open()) throw PlatformError("PipeWire", EIO, "The sound server refuses the tap.");
   connection.addListener(*this);
   connection.changed();
   awaitOpening();
@@ -167,7 +178,7 @@ PipeWireTap::~PipeWireTap() {
   {
     const LoopLock lock(graph_->connection.loop());
     graph_->connection.removeListener(*this);
-    // The library loses the descriptors of what is linked while its node is dropped.
+    // The library leaks the descriptors of a link whose node is destroyed first.
     links_.clear();
     graph_->connection.roundTrip(closingPatience);
     close();
@@ -175,14 +186,12 @@ PipeWireTap::~PipeWireTap() {
   worker_.reset();
 }
 
-// What is played from now on is heard when it returns. With a server that is slow the tap goes on opening by
-// itself.
+// Sound that is played after its return is heard. If the server is slow, the tap goes on opening by itself.
 void PipeWireTap::awaitOpening() {
-  graph_->connection.waitFor([this] { return !filter_ || failed_ || standing_; }, openingPatience);
+  graph_->connection.waitFor([this] { return !filter_ || failed_ || linked_; }, openingPatience);
 }
 
-// Linked as soon as a stream has its ports, as the session manager does it: neither comes late for the first
-// sound.
+// Links a stream as soon as it has its ports, as the session manager does, so that its first sound is heard.
 void PipeWireTap::added(const PipeWireConnection::Global& global) {
   if (filter_ && !failed_ && std::string_view(global.type) == PW_TYPE_INTERFACE_Port) relink();
 }
@@ -192,8 +201,8 @@ void PipeWireTap::settled() { relink(); }
 void PipeWireTap::disconnected() { close(); }
 
 bool PipeWireTap::open() {
-  // Without a media class the session manager does not link it, and no mixer lists it. It runs with what it
-  // is linked to, never by itself.
+  // The session manager links no node without a media class, and no mixer lists it. The node runs only with
+  // the streams that it is linked to.
   filter_.reset(pw_filter_new(graph_->connection.core(), "Tolvera Tap",
                               pw_properties_new(PW_KEY_NODE_NAME, "tolvera-tap", PW_KEY_NODE_DESCRIPTION,
                                                 "Tolvera Tap", PW_KEY_APP_NAME, "Tolvera",
@@ -212,12 +221,12 @@ bool PipeWireTap::open() {
 void PipeWireTap::close() {
   open_ = false;
   links_.clear();
-  // Disconnecting ends the real-time callback; only then may what it uses go.
+  // Disconnecting ends the real-time callback, which uses what is destroyed next.
   if (filter_) pw_filter_disconnect(filter_.get());
   hook_.remove();
   filter_.reset();
   left_ = right_ = nullptr;
-  failed_ = standing_ = false;
+  failed_ = linked_ = false;
 }
 
 void PipeWireTap::relink() {
@@ -227,23 +236,26 @@ void PipeWireTap::relink() {
     if (!open()) graph_->connection.retryIn(retryInterval);
     return;
   }
-  const std::vector<Port> inputs = ownPorts();
+  const std::vector<Port> inputs = inputPorts();
   const auto ends = wanted(inputs);
   std::erase_if(links_, [&ends](const auto& held) { return !ends.contains(held.first); });
   bool made = false;
   for (const auto& [key, ports] : ends) made |= link(key, ports);
   if (made) graph_->connection.changed();
-  standing_ |= inputs.size() == 2 && !made;
+  if (inputs.size() != 2 || made || linked_) return;
+  linked_ = true;
+  log::trace(log::Category::sound, "tap started: node ", pw_filter_get_node_id(filter_.get()), ", ",
+             links_.size(), " links");
 }
 
-std::vector<PipeWireTap::Port> PipeWireTap::ownPorts() const {
-  std::vector<Port> own;
+std::vector<PipeWireTap::Port> PipeWireTap::inputPorts() const {
+  std::vector<Port> inputs;
   const std::uint32_t node = pw_filter_get_node_id(filter_.get());
-  if (node == PW_ID_ANY) return own;
+  if (node == PW_ID_ANY) return inputs;
   for (const auto& [id, port] : graph_->objects.ports()) {
-    if (port.node == node && port.input) own.push_back({id, port.serial, port.channel});
+    if (port.node == node && port.input) inputs.push_back({id, port.serial, port.channel});
   }
-  return own;
+  return inputs;
 }
 
 std::map<PipeWireTap::Ends, PipeWireTap::PortIDs> PipeWireTap::wanted(const std::vector<Port>& inputs) const {
@@ -259,7 +271,7 @@ std::map<PipeWireTap::Ends, PipeWireTap::PortIDs> PipeWireTap::wanted(const std:
   return ends;
 }
 
-// True if it was not there.
+// True if it had to be made.
 bool PipeWireTap::link(const Ends& ends, const PortIDs& ports) {
   auto& held = links_[ends];
   if (!held) held = std::make_unique<Link>(graph_->connection);
@@ -268,7 +280,7 @@ bool PipeWireTap::link(const Ends& ends, const PortIDs& ports) {
   return true;
 }
 
-// Whatever ended the filter, a new one is tried.
+// A filter that has ended for any reason is replaced by a new one.
 void PipeWireTap::onState(pw_filter_state state) {
   if (!open_) return;
   if (state == PW_FILTER_STATE_ERROR || state == PW_FILTER_STATE_UNCONNECTED) {
@@ -288,40 +300,41 @@ void PipeWireTap::onProcess(const spa_io_position& position) noexcept {
 }
 
 void PipeWireTap::deliver(const AudioPCMBuffer& heard) {
-  if (!follow(rate_.load(std::memory_order_relaxed))) return;
+  if (!adoptRate(rate_.load(std::memory_order_relaxed))) return;
   const std::uint32_t frames = heard.frameLength();
   const float* left = heard.channel(0);
   const float* right = heard.channel(1);
   float* mono = mono_.channel(0);
   for (std::uint32_t i = 0; i < frames; ++i) mono[i] = 0.5F * (left[i] + right[i]);
   mono_.setFrameLength(frames);
-  const AudioPCMBuffer* out = converter_ ? resampled() : &mono_;
-  if (out == nullptr || out->frameLength() == 0) return;
-  const platform::AudioBuffer buffer{out->channel(0),
-                                     out->frameLength() * static_cast<std::uint32_t>(sizeof(float))};
-  block_(std::span(&buffer, 1));
-}
-
-// The graph's rate may change at any time. False if there is no way from it to ours.
-bool PipeWireTap::follow(std::uint32_t rate) {
-  const AudioFormat graphs{static_cast<double>(rate), 1};
-  if (mono_.format() == graphs) return true;
-  auto converter = rate == deliveredRate ? nullptr : SoxrConverter::make(graphs, monoFormat);
-  auto mono = AudioPCMBuffer::make(graphs, blockFrames);
-  if (!mono || (!converter && rate != deliveredRate)) return false;
-  converter_ = std::move(converter);
-  mono_ = *std::move(mono);
-  return true;
-}
-
-const AudioPCMBuffer* PipeWireTap::resampled() {
   const AudioPCMBuffer* next = &mono_;
-  const bool converted = converter_->convert(resampled_, [&next]() -> platform::AudioConverter::Input {
+  const bool converted = converter_->convert(delivered_, [&next]() -> platform::AudioConverter::Input {
     const AudioPCMBuffer* buffer = std::exchange(next, nullptr);
     if (buffer == nullptr) return {};
     return {buffer, platform::AudioConverter::InputStatus::haveData};
   });
-  return converted ? &resampled_ : nullptr;
+  if (!converted || delivered_.frameLength() == 0) return;
+  const platform::AudioBuffer buffer{delivered_.channel(0),
+                                     delivered_.frameLength() * static_cast<std::uint32_t>(sizeof(float))};
+  block_(std::span(&buffer, 1));
+}
+
+// The graph's rate may change at any time. False if it cannot be converted.
+bool PipeWireTap::adoptRate(std::uint32_t rate) {
+  const AudioFormat heard{static_cast<double>(rate), 1};
+  if (converter_ && mono_.format() == heard) return true;
+  auto mono = AudioPCMBuffer::make(heard, blockFrames);
+  if (!mono) return false;
+  mono_ = *std::move(mono);
+  converter_ = SoxrConverter::make(heard, deliveredFormat);
+  if (!converter_) return false;
+  traceRate();
+  return true;
+}
+
+void PipeWireTap::traceRate() const {
+  log::trace(log::Category::sound, "tap's stream: float, 1 channel, ", mono_.format().sampleRate,
+             " Hz in the graph, ", format.sampleRate, " Hz delivered");
 }
 
 } // namespace tolvera::adapters

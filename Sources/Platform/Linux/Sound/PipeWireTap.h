@@ -16,27 +16,28 @@
 
 namespace tolvera::adapters {
 
-// Listens to what other programs play for as long as it lives: one node that the session manager lets
-// alone, linked to the streams that it listens to beside their way to the output. It follows them as they
-// come and go, over a change of output and a restart of the sound server. Owned by the audio hardware;
-// main thread.
+// Listens to what other programs play, for as long as it lives. It is a node that the session manager leaves
+// alone, with a link from each tapped stream; the streams' own links to the output stay. Streams are linked
+// as they come, after a change of output and after a restart of the sound server too. Owned by the audio
+// hardware; main thread.
 class PipeWireTap final : private PipeWireConnection::Listener {
  public:
-  // Which processes: the listed ones, or all but these and this program.
+  // The listed processes, or all processes but these and this program.
   struct Selection {
     bool allOthers = false;
     std::set<platform::AudioObjectID> processes;
   };
 
-  // What the block gets, whatever rate the graph runs at.
+  // What the block gets at every rate of the graph. It is the rate that captured sound is wanted at, so that
+  // sound is resampled once.
   static constexpr platform::AudioStreamBasicDescription format{
-      .sampleRate = 48'000,
+      .sampleRate = 16'000,
       .formatFlags = platform::AudioStreamBasicDescription::isFloat,
       .bitsPerChannel = 32,
       .channelsPerFrame = 1};
 
-  // The block runs on a thread of the tap's own. Throws PlatformError if there is no server, or if it does
-  // not let us listen.
+  // The block runs on a thread of the tap's own. Throws PlatformError if there is no server, or if it refuses
+  // the tap.
   PipeWireTap(std::shared_ptr<PipeWireGraph> graph, Selection selection, platform::IOBlock block);
   // When it has returned, no block runs or will run.
   ~PipeWireTap() override;
@@ -51,8 +52,8 @@ class PipeWireTap final : private PipeWireConnection::Listener {
     std::uint64_t serial;
     std::string channel;
   };
-  // Of a link, ours last.
-  using Ends = std::pair<std::uint64_t, std::uint64_t>; // serials of its ports
+  // Ports of one link; the tap's is the last.
+  using Ends = std::pair<std::uint64_t, std::uint64_t>; // their serials
   using PortIDs = std::pair<std::uint32_t, std::uint32_t>;
 
   // Loop lock.
@@ -62,7 +63,7 @@ class PipeWireTap final : private PipeWireConnection::Listener {
   bool open();
   void close();
   void relink();
-  [[nodiscard]] std::vector<Port> ownPorts() const;
+  [[nodiscard]] std::vector<Port> inputPorts() const;
   [[nodiscard]] std::map<Ends, PortIDs> wanted(const std::vector<Port>& inputs) const;
   bool link(const Ends& ends, const PortIDs& ports);
   void awaitOpening();
@@ -71,27 +72,27 @@ class PipeWireTap final : private PipeWireConnection::Listener {
   void onProcess(const spa_io_position& position) noexcept; // real-time thread
   // Worker's thread.
   void deliver(const platform::AudioPCMBuffer& heard);
-  bool follow(std::uint32_t rate);
-  [[nodiscard]] const platform::AudioPCMBuffer* resampled();
+  bool adoptRate(std::uint32_t rate);
+  void traceRate() const;
 
   std::shared_ptr<PipeWireGraph> graph_;
   const Selection selection_;
   const platform::IOBlock block_;
   std::atomic<std::uint32_t> rate_; // of the graph, Hz
 
-  // The worker's.
-  std::unique_ptr<platform::AudioConverter> converter_; // from the graph's rate, if it is not ours
-  platform::AudioPCMBuffer mono_;
-  platform::AudioPCMBuffer resampled_;
+  // Used on the worker's thread.
+  platform::AudioPCMBuffer mono_; // at the graph's rate
+  std::unique_ptr<platform::AudioConverter> converter_;
+  platform::AudioPCMBuffer delivered_;
 
   std::unique_ptr<PipeWireWorker> worker_;
   Filter filter_;
   Hook hook_;
   void* left_ = nullptr; // the filter's ports
   void* right_ = nullptr;
-  bool open_ = false;     // what the filter says counts
-  bool failed_ = false;   // the filter has ended by itself
-  bool standing_ = false; // the filter is in the graph, and linked to all there is
+  bool open_ = false;   // events of the filter are heeded
+  bool failed_ = false; // the filter has ended by itself
+  bool linked_ = false; // the filter is in the graph, with a link from every stream that is tapped
   std::map<Ends, std::unique_ptr<Link>> links_;
 };
 

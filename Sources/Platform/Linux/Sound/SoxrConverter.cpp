@@ -42,81 +42,77 @@ std::unique_ptr<SoxrConverter> SoxrConverter::make(const AudioFormat& from, cons
 }
 
 SoxrConverter::SoxrConverter(const AudioFormat& from, const AudioFormat& to, Resampler resampler)
-    : from_(from), to_(to), resampler_(std::move(resampler)), waiting_(to.channelCount) {}
+    : from_(from), to_(to), resampler_(std::move(resampler)), planes_(to.channelCount),
+      room_(to.channelCount), waiting_(to.channelCount) {}
 
 bool SoxrConverter::convert(AudioPCMBuffer& output, const std::function<Input()>& input) {
+  static constexpr float none = 0; // a null plane would mean the end of the stream
   output.setFrameLength(0);
   if (output.format() != to_) return false;
-  // A block that is not asked for is lost to the caller, so one is asked for even if what was held back
-  // fills the output.
+  // The caller loses a block that is not asked for, so one is asked for even if held-back samples fill the
+  // output.
   while (true) {
     const Input next = input();
     const bool more = next.status == InputStatus::haveData && next.buffer != nullptr;
-    if (more) {
-      if (next.buffer->format() != from_) return false;
-      append(*next.buffer);
+    std::size_t frames = 0;
+    if (!more) {
+      std::fill(planes_.begin(), planes_.end(), &none);
+    } else if (next.buffer->format() != from_) {
+      return false;
+    } else {
+      setPlanes(*next.buffer);
+      frames = next.buffer->frameLength();
     }
     if (!resampler_) {
-      copy(output);
-    } else if (!resample(output)) {
+      copy(frames, output);
+    } else if (!resample(frames, output)) {
       return false;
     }
     if (!more || output.frameLength() == output.frameCapacity()) return true;
   }
 }
 
-void SoxrConverter::append(const AudioPCMBuffer& buffer) {
-  const std::size_t frames = buffer.frameLength();
+void SoxrConverter::setPlanes(const AudioPCMBuffer& buffer) {
   if (to_.channelCount == from_.channelCount) {
-    for (std::uint32_t c = 0; c < to_.channelCount; ++c) {
-      waiting_[c].insert(waiting_[c].end(), buffer.channel(c), buffer.channel(c) + frames);
-    }
+    for (std::uint32_t c = 0; c < to_.channelCount; ++c) planes_[c] = buffer.channel(c);
     return;
   }
-  std::vector<float>& mono = waiting_.front();
-  const std::size_t start = mono.size();
-  mono.resize(start + frames, 0.0F);
+  mean_.assign(buffer.frameLength(), 0.0F);
   for (std::uint32_t c = 0; c < from_.channelCount; ++c) {
     const float* samples = buffer.channel(c);
-    for (std::size_t i = 0; i < frames; ++i) mono[start + i] += samples[i];
+    for (std::size_t i = 0; i < mean_.size(); ++i) mean_[i] += samples[i];
   }
   const auto count = static_cast<float>(from_.channelCount);
-  for (std::size_t i = start; i < mono.size(); ++i) mono[i] /= count;
+  for (float& sample : mean_) sample /= count;
+  planes_.front() = mean_.data();
 }
 
-// The library takes all that waits and keeps what the output has no room for.
-bool SoxrConverter::resample(AudioPCMBuffer& output) {
-  static const float none = 0; // a null input would mean the end of the stream
-  std::vector<const float*> in;
-  std::vector<float*> out;
-  for (std::uint32_t c = 0; c < to_.channelCount; ++c) {
-    in.push_back(waiting_[c].empty() ? &none : waiting_[c].data());
-    out.push_back(output.channel(c) + output.frameLength());
-  }
+// The library takes all frames and keeps what the output has no room for.
+bool SoxrConverter::resample(std::size_t frames, AudioPCMBuffer& output) {
+  for (std::uint32_t c = 0; c < to_.channelCount; ++c) room_[c] = output.channel(c) + output.frameLength();
   std::size_t made = 0;
-  const soxr_error_t error =
-      soxr_process(resampler_.get(), static_cast<soxr_in_t>(in.data()), waiting_.front().size(), nullptr,
-                   static_cast<soxr_out_t>(out.data()), output.frameCapacity() - output.frameLength(), &made);
+  const soxr_error_t error = soxr_process(resampler_.get(), static_cast<soxr_in_t>(planes_.data()), frames,
+                                          nullptr, static_cast<soxr_out_t>(room_.data()),
+                                          output.frameCapacity() - output.frameLength(), &made);
   if (error != nullptr) return false;
-  consume(waiting_.front().size());
   output.setFrameLength(output.frameLength() + static_cast<std::uint32_t>(made));
   return true;
 }
 
-void SoxrConverter::copy(AudioPCMBuffer& output) {
-  const std::size_t frames =
-      std::min<std::size_t>(waiting_.front().size(), output.frameCapacity() - output.frameLength());
+// What waits comes first, then the block; what has no room waits.
+void SoxrConverter::copy(std::size_t frames, AudioPCMBuffer& output) {
+  const std::uint32_t start = output.frameLength();
+  const std::size_t room = output.frameCapacity() - start;
+  const std::size_t waited = std::min(waiting_.front().size(), room);
+  const std::size_t taken = std::min(frames, room - waited);
   for (std::uint32_t c = 0; c < to_.channelCount; ++c) {
-    std::copy_n(waiting_[c].begin(), frames, output.channel(c) + output.frameLength());
+    std::vector<float>& waiting = waiting_[c];
+    float* out = std::copy_n(waiting.data(), waited, output.channel(c) + start);
+    std::copy_n(planes_[c], taken, out);
+    waiting.erase(waiting.begin(), waiting.begin() + static_cast<std::ptrdiff_t>(waited));
+    waiting.insert(waiting.end(), planes_[c] + taken, planes_[c] + frames);
   }
-  consume(frames);
-  output.setFrameLength(output.frameLength() + static_cast<std::uint32_t>(frames));
-}
-
-void SoxrConverter::consume(std::size_t frames) {
-  for (std::vector<float>& channel : waiting_) {
-    channel.erase(channel.begin(), channel.begin() + static_cast<std::ptrdiff_t>(frames));
-  }
+  output.setFrameLength(start + static_cast<std::uint32_t>(waited + taken));
 }
 
 } // namespace tolvera::adapters
