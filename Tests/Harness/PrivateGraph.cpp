@@ -19,7 +19,7 @@ void require(bool held, const std::string& what) {
   if (!held) throw std::runtime_error("private graph: " + what);
 }
 
-// A failed listing, as in the moments when the server starts, lists nothing.
+// Empty if the server does not answer, as in the moment when it starts.
 std::string listing(const std::string& what) {
   try {
     return outputOf({"pw-cli", "ls", what});
@@ -27,41 +27,6 @@ std::string listing(const std::string& what) {
     return {};
   }
 }
-
-// "node:port" of a node, of one direction: "-i" or "-o".
-std::vector<std::string> ports(const std::string& direction, const std::string& node) {
-  std::vector<std::string> found;
-  std::istringstream lines(outputOf({"pw-link", direction}));
-  for (std::string line; std::getline(lines, line);) {
-    if (line.starts_with(node + ':')) found.push_back(line);
-  }
-  return found;
-}
-
-// Suspends an output that idles, as on a desktop, in place of the script of Debian 12's session manager. That
-// one asks it of an output that is gone by then too, and the session manager crashes.
-constexpr const char* suspendScript = R"lua(
-nodes = ObjectManager { Interest { type = "node", Constraint { "media.class", "matches", "Audio/*" } } }
-local timers = {}
-local function stop(id)
-  if timers[id] then timers[id]:destroy() end
-  timers[id] = nil
-end
-nodes:connect("object-added", function(_, node)
-  local id = node["bound-id"]
-  node:connect("pw-proxy-destroyed", function() stop(id) end)
-  node:connect("state-changed", function(_, _, state)
-    stop(id)
-    if state ~= "idle" then return end
-    timers[id] = Core.timeout_add(5000, function()
-      timers[id] = nil
-      node:send_command("Suspend")
-      return false
-    end)
-  end)
-end)
-nodes:activate()
-)lua";
 
 constexpr const char* serverNames[] = {"message bus", "sound server", "session manager", "PulseAudio server"};
 
@@ -76,50 +41,26 @@ bool eventually(const std::function<bool()>& condition, std::chrono::millisecond
   return true;
 }
 
-PrivateGraph::PrivateGraph() {
-  const char* base = std::getenv("TMPDIR");
-  directory_ = std::string(base != nullptr ? base : "/tmp") + "/tolvera-graph.XXXXXX";
-  require(::mkdtemp(directory_.data()) != nullptr, "no directory");
+PrivateGraph::PrivateGraph() : directory_(temporary_.path()) {
   for (const char* name :
        {"XDG_RUNTIME_DIR", "PIPEWIRE_RUNTIME_DIR", "XDG_STATE_HOME", "XDG_CONFIG_HOME", "XDG_CACHE_HOME"}) {
-    setEnvironment(name, directory_);
+    environment_.set(name, directory_);
   }
+  environment_.set("DBUS_SESSION_BUS_ADDRESS", "unix:path=" + directory_ + "/bus");
+  environment_.set("PIPEWIRE_REMOTE", "pipewire-0");
+  environment_.set("PULSE_SERVER", "unix:" + directory_ + "/pulse/native");
   const std::string scripts = directory_ + "/wireplumber/scripts";
   std::filesystem::create_directories(scripts);
-  std::ofstream(scripts + "/suspend-node.lua") << suspendScript;
-  setEnvironment("DBUS_SESSION_BUS_ADDRESS", "unix:path=" + directory_ + "/bus");
-  setEnvironment("PIPEWIRE_REMOTE", "pipewire-0");
-  setEnvironment("PULSE_SERVER", "unix:" + directory_ + "/pulse/native");
-  try {
-    processes_.emplace_back(std::vector<std::string>{"dbus-daemon", "--session", "--nofork", "--nopidfile",
-                                                     "--address=unix:path=" + directory_ + "/bus"},
-                            log("bus"));
-    require(eventually([this] { return std::filesystem::exists(directory_ + "/bus"); }), "no message bus");
-    startServer();
-  } catch (...) {
-    processes_.clear();
-    std::filesystem::remove_all(directory_);
-    throw;
-  }
+  std::filesystem::copy(TOLVERA_STAGE "/suspend-node.lua", scripts);
+  processes_.emplace_back(std::vector<std::string>{"dbus-daemon", "--session", "--nofork", "--nopidfile",
+                                                   "--address=unix:path=" + directory_ + "/bus"},
+                          log("bus"));
+  require(eventually([this] { return std::filesystem::exists(directory_ + "/bus"); }), "no message bus");
+  startServer();
 }
 
 PrivateGraph::~PrivateGraph() {
   while (!processes_.empty()) processes_.pop_back();
-  for (const auto& [name, value] : formerEnvironment_) {
-    if (value) {
-      ::setenv(name.c_str(), value->c_str(), 1);
-    } else {
-      ::unsetenv(name.c_str());
-    }
-  }
-  std::error_code ignored;
-  std::filesystem::remove_all(directory_, ignored);
-}
-
-void PrivateGraph::setEnvironment(const std::string& name, const std::string& value) {
-  const char* former = std::getenv(name.c_str());
-  formerEnvironment_[name] = former != nullptr ? std::optional<std::string>(former) : std::nullopt;
-  ::setenv(name.c_str(), value.c_str(), 1);
 }
 
 void PrivateGraph::startServer() {
@@ -165,7 +106,10 @@ void PrivateGraph::createNode(const std::string& name, const std::string& mediaC
             "{ factory.name=support.null-audio-sink node.name=" + name + " media.class=" + mediaClass +
                 " object.linger=true audio.position=" + positions + " priority.session=1500 }"});
   // The session manager has set it up when its ports are there.
-  require(eventually([&name] { return !ports("-i", name).empty(); }), "no node " + name);
+  const auto isReady = [line = '\n' + name + ':'] {
+    return ('\n' + outputOf({"pw-link", "-i"})).find(line) != std::string::npos;
+  };
+  require(eventually(isReady), "no node " + name);
 }
 
 void PrivateGraph::createSource(const std::string& name, const std::string& positions) {
@@ -181,8 +125,8 @@ void PrivateGraph::destroyNode(const std::string& name) {
   require(eventually([this, &name] { return !hasNode(name); }), "node " + name + " stays");
 }
 
-// While somebody starts to read the defaults, which the polling does too, the server keeps changes of them
-// from those who listen already: so the session manager is given time.
+// While one client begins to read the defaults, as this polling does, the server keeps changes from its other
+// listeners. The pause gives the session manager time.
 void PrivateGraph::setDefault(const std::string& key, const std::string& name) {
   require(eventually([&key, &name] {
             outputOf({"pw-metadata", "0", "default.configured.audio." + key, R"({"name":")" + name + R"("})",
@@ -198,20 +142,8 @@ void PrivateGraph::setDefaultSource(const std::string& name) { setDefault("sourc
 
 void PrivateGraph::setDefaultSink(const std::string& name) { setDefault("sink", name); }
 
-// The session manager links a player to sinks alone, so it is linked by hand; it starts when it is.
 ChildProcess PrivateGraph::play(const std::string& file, const std::string& target) const {
-  static int players = 0;
-  const std::string name = "player-" + std::to_string(++players);
-  ChildProcess player(
-      {"pw-play", "--target", "0", "-P", "{ node.name=" + name + " node.want-driver=false }", file},
-      log("play"));
-  std::vector<std::string> outputs;
-  require(eventually([&outputs, &name] { return !(outputs = ports("-o", name)).empty(); }), "no player");
-  const std::vector<std::string> inputs = ports("-i", target);
-  for (std::size_t i = 0; i < inputs.size(); ++i) {
-    outputOf({"pw-link", outputs[i % outputs.size()], inputs[i]});
-  }
-  return player;
+  return ChildProcess({"python3", TOLVERA_STAGE "/sound", "play", target, file}, log("play"));
 }
 
 ChildProcess PrivateGraph::application(const std::string& file) const {
@@ -224,24 +156,19 @@ ChildProcess PrivateGraph::pulseApplication(const std::string& file) const {
 
 std::string PrivateGraph::tone(double frequency, double amplitude, double seconds) const {
   constexpr std::uint32_t rate = 48000;
-  const auto frames = static_cast<std::uint32_t>(seconds * rate);
+  const std::vector<float> samples = sine(frequency, amplitude, rate, seconds);
+  const auto bytes = static_cast<std::uint32_t>(samples.size() * sizeof(float));
+  // After "fmt " its size, then IEEE float in one channel, and so on.
+  const std::uint32_t format[] = {16, 3 | 1 << 16, rate, rate * 4, 4 | 32 << 16};
   std::ostringstream name;
   name << directory_ << "/tone-" << frequency << '-' << amplitude << '-' << seconds << ".wav";
   std::ofstream file(name.str(), std::ios::binary);
-  const auto put = [&file](auto value) { file.write(reinterpret_cast<const char*>(&value), sizeof value); };
-  file << "RIFF";
-  put(36 + frames * 4);
-  file << "WAVEfmt ";
-  put(std::uint32_t{16});
-  put(std::uint16_t{3}); // IEEE float
-  put(std::uint16_t{1});
-  put(rate);
-  put(rate * 4);
-  put(std::uint16_t{4});
-  put(std::uint16_t{32});
-  file << "data";
-  put(frames * 4);
-  for (const float sample : sine(frequency, amplitude, rate, seconds)) put(sample);
+  const auto put = [&file](const void* data, std::size_t size) {
+    file.write(static_cast<const char*>(data), static_cast<std::streamsize>(size));
+  };
+  const std::uint32_t whole = 36 + bytes;
+  put("RIFF", 4), put(&whole, 4), put("WAVEfmt ", 8), put(format, sizeof format);
+  put("data", 4), put(&bytes, 4), put(samples.data(), bytes);
   return name.str();
 }
 

@@ -1,41 +1,10 @@
 #include "Harness/Spectrum.h"
 
+#include <algorithm>
 #include <cmath>
 #include <numbers>
 
 namespace tolvera::test {
-
-namespace {
-
-// The least-squares fit of a·cos + b·sin.
-struct Fit {
-  double cosine = 0;
-  double sine = 0;
-};
-
-Fit fit(double frequency, double rate, std::span<const float> samples) {
-  const double step = 2 * std::numbers::pi * frequency / rate;
-  double cc = 0;
-  double ss = 0;
-  double cs = 0;
-  double xc = 0;
-  double xs = 0;
-  for (std::size_t i = 0; i < samples.size(); ++i) {
-    const double c = std::cos(step * static_cast<double>(i));
-    const double s = std::sin(step * static_cast<double>(i));
-    const double x = samples[i];
-    cc += c * c;
-    ss += s * s;
-    cs += c * s;
-    xc += x * c;
-    xs += x * s;
-  }
-  const double determinant = cc * ss - cs * cs;
-  if (determinant == 0) return {};
-  return {(xc * ss - xs * cs) / determinant, (xs * cc - xc * cs) / determinant};
-}
-
-} // namespace
 
 std::vector<float> sine(double frequency, double amplitude, double rate, double seconds) {
   std::vector<float> samples(static_cast<std::size_t>(rate * seconds));
@@ -46,32 +15,39 @@ std::vector<float> sine(double frequency, double amplitude, double rate, double 
   return samples;
 }
 
-double amplitudeAt(double frequency, double rate, std::span<const float> samples) {
-  const Fit found = fit(frequency, rate, samples);
-  return std::hypot(found.cosine, found.sine);
-}
-
-double residualBelow(double frequency, double rate, std::span<const float> samples) {
-  const Fit found = fit(frequency, rate, samples);
+// The least-squares fit of a·cos + b·sin.
+Tone toneAt(double frequency, double rate, std::span<const float> samples) {
   const double step = 2 * std::numbers::pi * frequency / rate;
-  double residual = 0;
+  double cc = 0, ss = 0, cs = 0, xc = 0, xs = 0, xx = 0;
   for (std::size_t i = 0; i < samples.size(); ++i) {
-    const double phase = step * static_cast<double>(i);
-    const double left = samples[i] - found.cosine * std::cos(phase) - found.sine * std::sin(phase);
-    residual += left * left;
+    const double c = std::cos(step * static_cast<double>(i));
+    const double s = std::sin(step * static_cast<double>(i));
+    const double x = samples[i];
+    cc += c * c;
+    ss += s * s;
+    cs += c * s;
+    xc += x * c;
+    xs += x * s;
+    xx += x * x;
   }
-  const double amplitude = std::hypot(found.cosine, found.sine);
-  const double mean = residual / static_cast<double>(samples.size());
-  return 10 * std::log10((mean + 1e-30) / (amplitude * amplitude / 2 + 1e-30));
+  const double determinant = cc * ss - cs * cs;
+  if (determinant == 0) return {};
+  const double a = (xc * ss - xs * cs) / determinant;
+  const double b = (xs * cc - xc * cs) / determinant;
+  const double rest = std::max(xx - a * xc - b * xs, 0.0) / static_cast<double>(samples.size());
+  return {std::hypot(a, b), 10 * std::log10((rest + 1e-30) / ((a * a + b * b) / 2 + 1e-30))};
 }
 
-Stretch purestSecond(double frequency, double rate, std::span<const float> samples) {
-  const auto second = static_cast<std::size_t>(rate);
-  Stretch purest;
-  for (std::size_t at = 0; at + second <= samples.size(); at += second / 4) {
-    const auto stretch = samples.subspan(at, second);
-    const double residual = residualBelow(frequency, rate, stretch);
-    if (residual < purest.residual) purest = {residual, amplitudeAt(frequency, rate, stretch)};
+double amplitudeAt(double frequency, double rate, std::span<const float> samples) {
+  return toneAt(frequency, rate, samples).amplitude;
+}
+
+Tone purestStretch(double frequency, double rate, std::span<const float> samples) {
+  const auto length = static_cast<std::size_t>(rate / 4);
+  Tone purest;
+  for (std::size_t at = 0; at + length <= samples.size(); at += length / 4) {
+    const Tone tone = toneAt(frequency, rate, samples.subspan(at, length));
+    if (tone.residual < purest.residual) purest = tone;
   }
   return purest;
 }

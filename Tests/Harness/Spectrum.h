@@ -6,21 +6,20 @@
 // Tones, and what is in a recording: for tests that listen.
 namespace tolvera::test {
 
+struct Tone {
+  double amplitude = 0; // 1 for a full-scale sine
+  double residual =
+      0; // what is left without the sine, relative to it, in decibels; a gap or a jump shows here
+};
+
 std::vector<float> sine(double frequency, double amplitude, double rate, double seconds);
 
-// The amplitude of the sine of `frequency` in the samples; 1 for a full-scale one.
+// The sine of `frequency` in the samples.
+Tone toneAt(double frequency, double rate, std::span<const float> samples);
 double amplitudeAt(double frequency, double rate, std::span<const float> samples);
 
-// What is left, relative to the sine of `frequency`, when that sine is taken out; decibels. A gap or a
-// jump of phase between blocks shows here.
-double residualBelow(double frequency, double rate, std::span<const float> samples);
-
-// The second in which the sine of `frequency` is purest: in it no player stumbled. A seam of the program's
-// own would be in every second.
-struct Stretch {
-  double residual = 0; // as `residualBelow`
-  double amplitude = 0;
-};
-Stretch purestSecond(double frequency, double rate, std::span<const float> samples);
+// The tone of the quarter of a second in which it is purest: there no player stumbled. A seam between blocks
+// that the program makes would be in every one.
+Tone purestStretch(double frequency, double rate, std::span<const float> samples);
 
 } // namespace tolvera::test

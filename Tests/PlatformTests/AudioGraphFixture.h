@@ -5,6 +5,7 @@
 #include "Platform/PlatformError.h"
 #include "TolveraCore/AudioProcesses.h"
 #include "TolveraCore/AudioProperty.h"
+#include "TolveraCore/AudioRoute.h"
 #include "TolveraCore/CoreAudioTapBackend.h"
 #include "TolveraCore/DubPlayer.h"
 #include "TolveraCore/MicBackend.h"
@@ -17,17 +18,16 @@
 
 #include <atomic>
 #include <fstream>
-#include <functional>
 #include <string>
 #include <vector>
 
 namespace tolvera::test {
 
 using platform::AudioObjectID;
-using platform::fourCharacterCode;
 using platform::systemAudioObject;
+namespace selectors = platform::selectors;
 
-// What an output plays, as another program hears it: its left channel.
+// The left channel of an output, recorded by another program.
 class Monitor {
  public:
   Monitor(const PrivateGraph& graph, const std::string& sink)
@@ -65,35 +65,33 @@ class AudioGraphTest : public testing::Test {
   AudioGraphTest() { addSink("speaker"); }
   void TearDown() override { EXPECT_NO_THROW(graph_.checkServers()); }
 
-  void addSink(const std::string& name) {
-    graph_.createSink(name);
+  void addSink(const std::string& name, const std::string& properties = "[FL FR]") {
+    graph_.createSink(name, properties);
     graph_.setDefaultSink(name);
   }
-  void restartServer() {
-    graph_.killServer();
-    graph_.startServer();
-    addSink("speaker");
+  void plugIn(const std::string& microphone, const std::string& positions = "[MONO]") {
+    graph_.createSource(microphone, positions);
+    graph_.setDefaultSource(microphone);
   }
   platform::AudioHardware& hardware() { return system_.audioHardware(); }
   ChildProcess play(double frequency) { return graph_.application(graph_.tone(frequency, 0.4, 60)); }
-  bool isPlaying(AudioObjectID object) {
-    return audioProperty<std::uint32_t>(hardware(), object, fourCharacterCode("piro")) == 1U;
+  ChildProcess sing(double frequency, const std::string& node) {
+    return graph_.play(graph_.tone(frequency, 0.4, 60), node);
   }
   // The process object of a program, as soon as it plays.
   AudioObjectID playing(std::int32_t pid) {
     std::optional<AudioObjectID> found;
     EXPECT_TRUE(eventually([this, pid, &found] {
       found = AudioProcesses::object(hardware(), pid);
-      return found && isPlaying(*found);
+      return found && audioProperty<std::uint32_t>(hardware(), *found, selectors::isRunningOutput) == 1U;
     }));
     return found.value_or(platform::noAudioObject);
   }
-  AudioObjectID playing(const ChildProcess& process) { return playing(process.pid()); }
   CoreAudioTapBackend tapEverything() {
     return {hardware(), system_, clock_, CoreAudioTapBackend::EverythingExceptSelf{}};
   }
   CoreAudioTapBackend tap(const ChildProcess& process) {
-    return {hardware(), system_, clock_, CoreAudioTapBackend::Processes{{playing(process)}}};
+    return {hardware(), system_, clock_, CoreAudioTapBackend::Processes{{playing(process.pid())}}};
   }
   bool hears(double frequency) {
     return eventually([this, frequency] { return recording_.hears(frequency, 0.2); });
@@ -105,24 +103,6 @@ class AudioGraphTest : public testing::Test {
   }
   static std::vector<float> sine(double frequency, double seconds) {
     return test::sine(frequency, 0.4, DubPlayer::sampleRate, seconds);
-  }
-  // Opens and closes again and again; nothing of it may stay, in this process or in the graph.
-  void expectNoLeak(int cycles, const std::function<void(int)>& cycle) {
-    for (int i = 0; i < 3; ++i) cycle(i);
-    ASSERT_TRUE(eventually([this] {
-      return !graph_.hasNode("tolvera-tap") && !graph_.hasNode("tolvera-dub") &&
-             !graph_.hasNode("tolvera-microphone");
-    }));
-    const std::size_t threads = entries("/proc/self/task");
-    const std::size_t descriptors = entries("/proc/self/fd");
-    const auto objects = graph_.objects();
-    for (int i = 0; i < cycles; ++i) cycle(i);
-    const std::size_t heard = recording_.samples().size();
-    EXPECT_TRUE(eventually([threads] { return entries("/proc/self/task") == threads; }));
-    EXPECT_TRUE(eventually([descriptors] { return entries("/proc/self/fd") <= descriptors; }))
-        << entries("/proc/self/fd") << " descriptors, before " << descriptors;
-    EXPECT_TRUE(eventually([this, &objects] { return graph_.objects() == objects; }));
-    EXPECT_EQ(recording_.samples().size(), heard);
   }
 
   PrivateGraph graph_;
