@@ -98,7 +98,7 @@ Task<void> Server::accept() {
     auto withError = asio::redirect_error(use_awaitable, error);
     tcp::socket socket = co_await acceptor_.async_accept(withError);
     if (error == asio::error::operation_aborted) co_return;
-    if (error) { // out of descriptors: others will close
+    if (error) { // no descriptor is free until another connection closes
       asio::steady_timer timer(context_, afterAcceptFailure);
       co_await timer.async_wait(use_awaitable);
       continue;

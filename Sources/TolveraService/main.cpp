@@ -17,7 +17,7 @@ namespace {
 namespace service = tolvera::service;
 
 void serve(const service::Options& options) {
-  // Signals first: one that comes while the decoders load ends the service too.
+  // Made first, so that a signal ends the service while its decoders load too.
   boost::asio::io_context signalContext;
   boost::asio::signal_set signals(signalContext, SIGINT, SIGTERM);
   service::Server::Settings settings;

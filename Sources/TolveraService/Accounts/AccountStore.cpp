@@ -28,7 +28,7 @@ std::filesystem::path prepared(const std::filesystem::path& directory) {
   return directory / fileName;
 }
 
-// Time is kept in whole milliseconds: sums stay exact.
+// Times are whole milliseconds, so that sums stay exact.
 constexpr const char* schema = R"sql(
 BEGIN IMMEDIATE;
 CREATE TABLE IF NOT EXISTS accounts (

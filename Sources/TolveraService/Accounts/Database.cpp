@@ -39,7 +39,7 @@ Database::Database(const std::filesystem::path& file) {
   check(sqlite3_busy_timeout(opened, 5000), "setting the time-out");
   if (!isSound()) throw damaged(file);
   execute("PRAGMA journal_mode = WAL");
-  // A commit survives the death of the process; only a loss of power can cost the last moments.
+  // A commit survives a kill of the process. A loss of power can undo the last commits.
   execute("PRAGMA synchronous = NORMAL");
   execute("PRAGMA foreign_keys = ON");
 }
@@ -118,7 +118,7 @@ Database::Transaction::~Transaction() {
   try {
     database_.execute("ROLLBACK");
   } catch (const DatabaseError&) {
-    // Nothing was written; the next statement tells what is wrong.
+    // Nothing was written. The next statement reports the fault.
   }
 }
 

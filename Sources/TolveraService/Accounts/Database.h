@@ -68,7 +68,7 @@ class Database {
     std::unique_ptr<sqlite3_stmt, Finalize> statement_;
   };
 
-  // All or nothing: rolled back unless committed.
+  // Statements that take effect together. They are rolled back unless `commit` is called.
   class Transaction {
    public:
     explicit Transaction(Database& database);

@@ -5,7 +5,7 @@
 
 namespace tolvera::service {
 
-// What can be "bought": hours, and the prices that the pages show and nobody pays.
+// A pack of hours on the purchase page. Its prices are shown and never charged.
 struct Pack {
   std::string_view id;
   double hours;
@@ -25,7 +25,7 @@ inline const Pack* findPack(std::string_view id) {
   return nullptr;
 }
 
-// A run with dub uses time so many times as fast.
+// A run with dub uses time this many times as fast.
 inline constexpr double dubMultiplier = 4;
 
 } // namespace tolvera::service

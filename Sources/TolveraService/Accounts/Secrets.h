@@ -12,10 +12,11 @@ using SecretHash = std::array<std::uint8_t, 32>;
 // 256 bits from the system's generator, as 43 characters that need no escaping in an address. Any thread.
 std::string makeSecret();
 
-// What is kept of a secret: its SHA-256. A secret is random, so no salt is needed. Any thread.
+// The SHA-256 of a secret, which is kept in place of it. A secret is random, so no salt is needed. Any
+// thread.
 SecretHash hashOf(std::string_view secret);
 
-// HMAC-SHA256: what only the holder of the key can make of a text. Any thread.
+// HMAC-SHA256 of a text: only the holder of the key can make it. Any thread.
 SecretHash keyedHash(std::string_view key, std::string_view text);
 
 } // namespace tolvera::service

@@ -7,7 +7,7 @@
 
 namespace tolvera::service {
 
-// The open connections of a server, so that it can bound and end them. Network thread.
+// The open connections of a server, which counts them and ends them. Network thread.
 class Connections {
  public:
   // One open connection, for as long as the entry lives.

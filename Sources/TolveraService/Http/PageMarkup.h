@@ -20,7 +20,7 @@ struct PageContent {
   std::string otherLanguage; // address of the same page in the other language; empty for none
 };
 
-// A whole page with the headers that keep it to itself.
+// A whole page, with headers that keep other sites from embedding it.
 Response page(unsigned status, const PageContent& content);
 
 // The style sheet of all pages.

@@ -245,7 +245,7 @@ Response PageRoutes::confirmed(const Request& request, const Link& link, TextLan
 }
 
 std::string PageRoutes::proof(std::string_view code, std::string_view cookie) const {
-  // Both are of fixed length or refused before, so the parts cannot be shifted.
+  // Both have a fixed length here, so no other pair of texts joins to the same text.
   const SecretHash hash = keyedHash(key_, std::string(code) + "\n" + std::string(cookie));
   constexpr std::string_view digits = "0123456789abcdef";
   std::string text;

@@ -10,8 +10,8 @@
 
 namespace tolvera::service {
 
-// The pages in the browser: sign-in, purchase, privacy. A page is reached by a one-time code, shows what
-// it would do, and does it when its one form is posted. The form carries a proof that this service made it
+// The pages in the browser: sign-in, purchase, privacy. A one-time code leads to a page. The page shows what
+// its form does, and does it when the form is posted. The form carries a proof that this service made it
 // for this browser: a keyed hash of the code and a cookie. Owned by Routes, same thread.
 class PageRoutes {
  public:

@@ -12,8 +12,8 @@
 
 namespace tolvera::service {
 
-// The sound of one stream on its way from the network thread to the worker that listens to it. Holds about
-// ten seconds: a client that sends faster than it is heard is not read meanwhile.
+// The sound of one run, passed from the network thread to the worker that recognises it. It holds about ten
+// seconds. While it is full, the client is not read.
 class AudioQueue {
  public:
   static constexpr std::size_t capacity = 160000; // samples, 10 s

@@ -213,7 +213,7 @@ Task<void> StreamConnection::write() {
       co_return;
     }
   } catch (const boost::system::system_error&) {
-    // The reader notices the same.
+    // The reader gets the same error and ends the run.
   }
 }
 

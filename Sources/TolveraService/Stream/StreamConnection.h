@@ -18,7 +18,7 @@
 
 namespace tolvera::service {
 
-// True for the address of the web socket.
+// True for the path of the web socket.
 bool isStreamTarget(std::string_view target);
 
 // One run's web socket: admits or refuses it, hands its sound to a worker and writes the worker's frames.

@@ -9,7 +9,7 @@
 
 namespace tolvera::service {
 
-// The frames of one stream on their way to its socket. Workers write from any thread, the connection reads.
+// The queue of a run's frames for its socket. Workers write from any thread; the connection reads.
 class StreamOutput {
  public:
   struct Frame {
@@ -29,7 +29,7 @@ class StreamOutput {
     if (frame) --waiting_;
     co_return frame;
   }
-  // Frames that the client has not taken yet: it grows if the client does not read.
+  // Frames that are not sent yet. Their number grows while the client does not read.
   [[nodiscard]] std::size_t waiting() const { return waiting_; }
 
  private:

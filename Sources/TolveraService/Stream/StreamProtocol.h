@@ -8,7 +8,7 @@
 
 namespace tolvera::service {
 
-// What a run asks for in the query of its address, and the frames of the socket. Pure.
+// The parameters of a run, from the query of its address. This file holds pure functions.
 struct StreamParameters {
   std::string token;
   std::string target;
@@ -32,14 +32,14 @@ std::string balanceFrame(double secondsLeft);
 std::string captionFrame(CaptionKind kind, std::string_view text, std::string_view stash, bool final);
 std::string errorFrame(std::string_view code, std::string_view message);
 
-// Codes after which the client ends its run and shows the message, rather than to connect again.
+// Codes after which the client ends its run and shows the message. After others it connects again.
 namespace errorCode {
 inline constexpr std::string_view quotaExhausted = "quota_exhausted";
 inline constexpr std::string_view replaced = "replaced";
 inline constexpr std::string_view upstreamRejected = "upstream_rejected";
 } // namespace errorCode
 
-// Texts for the user, in Chinese and English: the socket does not say which of the two is wanted.
+// Texts for the user, in both languages because a run does not tell which one the user reads.
 namespace refusal {
 std::string cannotHear(std::string_view source);
 std::string cannotTranslate(std::string_view target, const std::vector<std::string>& targets);
