@@ -1,40 +1,20 @@
 #include "ViewTests/ViewHost.h"
 
-#include "Tolvera/Views/Parts/SelectableText.h"
 #include "Tolvera/Views/Views.h"
 
 #include <QCoreApplication>
+#include <QFont>
+#include <QPalette>
 #include <QQmlEngine>
 #include <QTest>
 
+#include <cstdio>
+#include <cstdlib>
 #include <stdexcept>
 
 namespace tolvera::test {
 
 namespace {
-
-QStringList& warnings() {
-  static QStringList collected;
-  return collected;
-}
-
-void collect(QtMsgType type, const QMessageLogContext&, const QString& message) {
-  if (type == QtDebugMsg || type == QtInfoMsg) return;
-  warnings().append(message);
-  if (type == QtFatalMsg) std::fprintf(stderr, "%s\n", qUtf8Printable(message));
-}
-
-const char* address(ViewHost::Kind kind) {
-  switch (kind) {
-  case ViewHost::Kind::main:
-    return Views::mainView;
-  case ViewHost::Kind::caption:
-    return Views::captionView;
-  case ViewHost::Kind::onboarding:
-    break;
-  }
-  return Views::onboardingView;
-}
 
 void walk(QAccessibleInterface* from, const std::function<void(QAccessibleInterface&)>& visit) {
   if (!from || from->state().invisible) return;
@@ -48,46 +28,68 @@ void walk(QQuickItem& from, const std::function<void(QQuickItem&)>& visit) {
   for (auto* child : from.childItems()) walk(*child, visit);
 }
 
+void failOnWarning(QtMsgType type, const QMessageLogContext&, const QString& message) {
+  std::fprintf(stderr, "%s\n", qUtf8Printable(message));
+  if (type == QtWarningMsg || type == QtCriticalMsg) std::abort();
+}
+
 } // namespace
 
-ViewHost::ViewHost(InMemoryModel& model, const platform::Locale& locale, Kind kind, QSize size)
+void Offscreen::prepareEnvironment() {
+  qputenv("QT_QPA_PLATFORM", "offscreen");
+  qputenv("DBUS_SESSION_BUS_ADDRESS", "unix:path=/dev/null");
+  qputenv("TOLVERA_REDUCED_MOTION", "1");
+  QQuickWindow::setGraphicsApi(QSGRendererInterface::Software);
+  QQuickWindow::setDefaultAlphaBuffer(true);
+}
+
+Offscreen::Offscreen(int& argc, char** argv) : application_((prepareEnvironment(), argc), argv) {
+  qInstallMessageHandler(failOnWarning);
+  Views::prepareApplication();
+  QAccessible::setActive(true);
+  setTextSize(14);
+  setDark(false);
+}
+
+void Offscreen::setDark(bool dark) {
+  QPalette palette;
+  palette.setColor(QPalette::Window, dark ? Qt::black : Qt::white);
+  palette.setColor(QPalette::WindowText, dark ? Qt::white : Qt::black);
+  QGuiApplication::setPalette(palette);
+}
+
+void Offscreen::setTextSize(int pixels) {
+  auto font = QGuiApplication::font();
+  font.setPixelSize(pixels);
+  QGuiApplication::setFont(font);
+}
+
+ViewHost::ViewHost(InMemoryModel& model, const platform::Locale& locale, const char* address, QSize size)
     : model_(model), names_(locale), view_(std::make_unique<QQuickView>()) {
   Views::prepareEngine(*view_->engine());
   QVariantMap properties{{"app", QVariant::fromValue(&model.app())}};
-  if (kind == Kind::main) properties.insert("languageNames", QVariant::fromValue(&names_));
+  if (address == Views::mainView) properties.insert("languageNames", QVariant::fromValue(&names_));
   view_->setInitialProperties(properties);
   view_->setPosition(64, 64); // away from the pointer
-  const bool sizesItself = kind == Kind::onboarding;
-  view_->setResizeMode(sizesItself ? QQuickView::SizeViewToRootObject : QQuickView::SizeRootObjectToView);
-  if (!sizesItself) view_->resize(size);
-  view_->setSource(QUrl(address(kind)));
+  view_->setResizeMode(size.isValid() ? QQuickView::SizeRootObjectToView : QQuickView::SizeViewToRootObject);
+  if (size.isValid()) view_->resize(size);
+  view_->setSource(QUrl(address));
   if (view_->status() != QQuickView::Ready) throw std::runtime_error("the view does not load");
   view_->show();
   view_->requestActivate();
-  settle();
-}
-
-ViewHost::~ViewHost() {
-  // The view goes before the model that it is bound to.
-  view_.reset();
-}
-
-void ViewHost::settle() {
-  for (int turn = 0; turn < 4; ++turn) {
-    model_.settle();
-    QCoreApplication::sendPostedEvents();
-    QCoreApplication::processEvents();
-    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-  }
+  grab();
 }
 
 QImage ViewHost::grab() {
-  settle();
-  auto image = view_->grabWindow();
-  return image;
+  for (int turn = 0; turn < 4; ++turn) {
+    model_.settle();
+    QCoreApplication::processEvents();
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+  }
+  return view_->grabWindow();
 }
 
-void ViewHost::forEachInterface(const std::function<void(QAccessibleInterface&)>& visit) {
+void ViewHost::forEachElement(const std::function<void(QAccessibleInterface&)>& visit) {
   walk(QAccessible::queryAccessibleInterface(view_.get()), visit);
 }
 
@@ -95,83 +97,65 @@ void ViewHost::forEachItem(const std::function<void(QQuickItem&)>& visit) {
   walk(*view_->contentItem(), visit);
 }
 
-QAccessibleInterface* ViewHost::interface(QAccessible::Role role, const QString& name) {
+QAccessibleInterface* ViewHost::control(const QString& name) {
   QAccessibleInterface* found = nullptr;
-  forEachInterface([&](QAccessibleInterface& element) {
-    if (!found && element.role() == role && element.text(QAccessible::Name) == name) found = &element;
+  forEachElement([&](auto& element) {
+    const auto role = element.role();
+    if (found || element.text(QAccessible::Name) != name || role == QAccessible::StaticText) return;
+    if (role != QAccessible::Heading && role != QAccessible::Grouping) found = &element;
   });
   return found;
 }
 
-QQuickItem* ViewHost::find(QAccessible::Role role, const QString& name) {
-  auto* const element = interface(role, name);
-  return element ? qobject_cast<QQuickItem*>(element->object()) : nullptr;
+QString ViewHost::valueOf(const QString& name) {
+  auto* const element = control(name);
+  if (!element) return "(absent)";
+  auto value = element->text(QAccessible::Description);
+  if (element->state().checkable) value = element->state().checked ? "on" : "off";
+  return element->object()->property("enabled").toBool() ? value : value + " (disabled)";
 }
 
-QString ViewHost::valueOf(QAccessible::Role role, const QString& name) {
-  auto* const element = interface(role, name);
-  if (!element) return QStringLiteral("(absent)");
-  if (role == QAccessible::ComboBox) return element->text(QAccessible::Description);
-  return element->state().checked ? QStringLiteral("on") : QStringLiteral("off");
-}
-
-bool ViewHost::isEnabled(QAccessible::Role role, const QString& name) {
-  auto* const item = find(role, name);
-  return item && item->isEnabled();
-}
-
-QStringList ViewHost::names(QAccessible::Role role) {
-  QStringList names;
-  forEachInterface([&](QAccessibleInterface& element) {
-    if (element.role() == role) names.append(element.text(QAccessible::Name));
+QStringList ViewHost::texts() {
+  QStringList texts;
+  forEachElement([&](auto& element) {
+    texts << element.text(QAccessible::Name) << element.text(QAccessible::Description);
   });
-  return names;
+  texts.removeAll("");
+  return texts;
 }
 
-void ViewHost::click(QAccessible::Role role, const QString& name) {
-  grab(); // puts everything in its place
-  auto* const item = find(role, name);
-  if (!item) throw std::runtime_error("nothing to click is named " + name.toStdString());
-  click(*item);
-}
-
-void ViewHost::click(QQuickItem& item) {
+void ViewHost::click(const QString& name) {
+  auto* const element = control(name);
+  if (!element) throw std::runtime_error("there is no such control");
+  const auto& item = *qobject_cast<QQuickItem*>(element->object());
   const auto middle = item.mapToScene(QPointF(item.width() / 2, item.height() / 2)).toPoint();
   QTest::mouseClick(view_.get(), Qt::LeftButton, {}, middle);
-  settle();
+  grab();
 }
 
-void ViewHost::press(Qt::Key key, Qt::KeyboardModifiers modifiers) {
-  QTest::keyClick(view_.get(), key, modifiers);
-  settle();
-}
-
-void ViewHost::type(const QString& text) {
-  for (const auto letter : text) QTest::keyClick(view_.get(), letter.toLatin1());
-  settle();
+void ViewHost::press(Qt::Key key, const QString& letter) {
+  QTest::sendKeyEvent(QTest::Click, view_.get(), key, letter, {});
+  grab();
 }
 
 QString ViewHost::focused() {
-  auto* const item = view_->activeFocusItem();
-  auto* const element = item ? QAccessible::queryAccessibleInterface(item) : nullptr;
+  auto* const element = QAccessible::queryAccessibleInterface(view_->activeFocusItem());
   return element ? element->text(QAccessible::Name) : QString();
 }
 
 QStringList ViewHost::faults() {
-  grab(); // puts everything in its place
+  grab();
   QStringList faults;
-  const QRectF bounds(QPointF(0, 0), QSizeF(view_->size()));
   forEachItem([&](QQuickItem& item) {
     const auto text = item.property("text").toString();
-    const auto scene = item.mapRectToScene(QRectF(0, 0, item.width(), item.height()));
     if (text.isEmpty() || item.width() <= 0) return;
-    if (item.inherits("QQuickText")) {
-      if (item.property("truncated").toBool()) faults.append(text + ": cut off");
-      if (item.property("contentWidth").toDouble() > item.width() + 1) faults.append(text + ": too wide");
-    }
-    if (scene.left() < -1 || scene.right() > bounds.right() + 1) faults.append(text + ": beyond the window");
+    if (item.property("truncated").toBool()) faults.append(text + ": cut off");
+    if (item.inherits("QQuickText") && item.property("contentWidth").toDouble() > item.width() + 1)
+      faults.append(text + ": too wide");
+    const auto scene = item.mapRectToScene(QRectF({}, item.size()));
+    if (scene.left() < -1 || scene.right() > view_->width() + 1) faults.append(text + ": beyond the window");
   });
-  forEachInterface([&](QAccessibleInterface& element) {
+  forEachElement([&](auto& element) {
     const auto state = element.state();
     const bool isControl = state.focusable || state.checkable || element.role() == QAccessible::Button;
     if (!isControl || element.role() == QAccessible::StaticText) return;
@@ -181,9 +165,5 @@ QStringList ViewHost::faults() {
   });
   return faults;
 }
-
-void ViewHost::collectWarnings() { qInstallMessageHandler(collect); }
-
-QStringList ViewHost::takeWarnings() { return std::exchange(warnings(), {}); }
 
 } // namespace tolvera::test
