@@ -100,6 +100,14 @@ TEST_F(CaptionView, PointerSelectsText) {
   EXPECT_EQ(text.selectedText(), "");
 }
 
+TEST_F(CaptionView, ArabicRunsFromTheRight) {
+  auto& view = open();
+  model_.finish("قال لي.");
+  view.grab();
+  drag(line("قال لي."), 1, 5);
+  EXPECT_EQ(line("قال لي.").selectedText(), ".") << "the full stop is left of the first word";
+}
+
 TEST(BalanceRules, ChangeAtLimits) {
   const auto white = QColor::fromRgbF(1, 1, 1, 0.7F);
   const auto amber = QColor::fromRgbF(1, 0.75F, 0.47F);

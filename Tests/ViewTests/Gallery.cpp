@@ -19,9 +19,8 @@ bool draw(const QJsonObject& scene, const QDir& folder, bool chinese, bool dark)
   const auto name = QStringLiteral("%1-%2-%3.png")
                         .arg(scene["name"].toString(), chinese ? "zh" : "en", dark ? "dark" : "light");
   auto faults = host.grab().save(folder.filePath(name)) ? host.faults() : QStringList{"cannot be written"};
-  const auto texts = host.texts();
   for (const auto& expected : scene["shows"].toArray()) {
-    if (!texts.contains(stage.text(expected))) faults.append(stage.text(expected) + ": missing");
+    if (!host.texts().contains(stage.text(expected))) faults.append(stage.text(expected) + ": missing");
   }
   for (const auto& fault : faults)
     std::fprintf(stderr, "%s: %s\n", qUtf8Printable(name), qUtf8Printable(fault));

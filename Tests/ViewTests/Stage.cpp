@@ -60,6 +60,7 @@ const std::map<QString, void (*)(S, W)> verbs{
     {"tab", pressTab}, // to what has this name
     {"see", [](S s, W w) { expect(s.host->texts().contains(w) ? w : s.host->texts().join('|'), w); }},
     {"miss", [](S s, W w) { expect(s.host->texts().contains(w) ? w : "", ""); }},
+    {"above", [](S s, W w) { expect(s.host->isAbove(left(w), right(w)) ? "" : "not above", ""); }},
     {"texts", [](S s, W w) { expect(s.host->texts().join(" / "), w); }},
     {"value", [](S s, W w) { expect(s.host->valueOf(left(w)), right(w)); }},
     {"setting",

@@ -73,8 +73,7 @@ ViewHost::ViewHost(InMemoryModel& model, const platform::Locale& locale, const c
   view_->setPosition(64, 64); // away from the pointer
   view_->setResizeMode(size.isValid() ? QQuickView::SizeRootObjectToView : QQuickView::SizeViewToRootObject);
   if (size.isValid()) view_->resize(size);
-  view_->setSource(QUrl(address));
-  if (view_->status() != QQuickView::Ready) throw std::runtime_error("the view does not load");
+  view_->setSource(QUrl(address)); // an error is a warning, which ends the program
   view_->show();
   view_->requestActivate();
   grab();
@@ -115,6 +114,10 @@ QString ViewHost::valueOf(const QString& name) {
   return element->object()->property("enabled").toBool() ? value : value + " (disabled)";
 }
 
+bool ViewHost::isAbove(const QString& upper, const QString& lower) {
+  return control(upper) && control(lower) && control(upper)->rect().bottom() < control(lower)->rect().top();
+}
+
 QStringList ViewHost::texts() {
   QStringList texts;
   forEachElement([&](auto& element) {
@@ -149,9 +152,9 @@ QStringList ViewHost::faults() {
   forEachItem([&](QQuickItem& item) {
     const auto text = item.property("text").toString();
     if (text.isEmpty() || item.width() <= 0) return;
-    if (item.property("truncated").toBool()) faults.append(text + ": cut off");
-    if (item.inherits("QQuickText") && item.property("contentWidth").toDouble() > item.width() + 1)
-      faults.append(text + ": too wide");
+    const bool tooWide = item.property("contentWidth").toDouble() > item.width() + 1;
+    if (item.property("truncated").toBool() || (tooWide && item.inherits("QQuickText")))
+      faults << text + ": cut";
     const auto scene = item.mapRectToScene(QRectF({}, item.size()));
     if (scene.left() < -1 || scene.right() > view_->width() + 1) faults.append(text + ": beyond the window");
   });
@@ -159,9 +162,8 @@ QStringList ViewHost::faults() {
     const auto state = element.state();
     const bool isControl = state.focusable || state.checkable || element.role() == QAccessible::Button;
     if (!isControl || element.role() == QAccessible::StaticText) return;
-    const QString kind = element.object()->metaObject()->className();
-    if (element.text(QAccessible::Name).isEmpty()) faults.append(kind + ": has no name");
-    if (element.role() == QAccessible::Client) faults.append(kind + ": has no role");
+    if (element.text(QAccessible::Name).isEmpty() || element.role() == QAccessible::Client)
+      faults << QString(element.object()->metaObject()->className()) + ": has no name or role";
   });
   return faults;
 }

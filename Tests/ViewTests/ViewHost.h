@@ -46,6 +46,8 @@ class ViewHost {
   // What the control of this name shows: a picker's choice, "on", "off" or nothing, with " (disabled)" behind
   // it; "(absent)" if there is no such control.
   QString valueOf(const QString& name);
+  // Whether one control, or alert, ends above where the other begins.
+  bool isAbove(const QString& upper, const QString& lower);
   // Every name and description in the accessibility tree, in reading order.
   QStringList texts();
   // Every visible item of the window.

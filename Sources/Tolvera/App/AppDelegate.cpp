@@ -1,5 +1,6 @@
 #include "Tolvera/App/AppDelegate.h"
 
+#include "Async/Log.h"
 #include "Tolvera/App/WindowActivation.h"
 #include "Tolvera/Model/AppState.h"
 
@@ -43,11 +44,13 @@ void AppDelegate::openMainWindow() {
     connect(mainWindow_, &MainWindow::closed, this, &AppDelegate::mainWindowClosed);
     if (lastGeometry_) mainWindow_->setGeometry(*lastGeometry_);
   }
+  log::trace(log::Category::windows, "main window shown");
   bringForward(*mainWindow_);
 }
 
-// The view goes with the window, and so does the memory that it takes.
+// The view is destroyed with the window, which frees its memory.
 void AppDelegate::mainWindowClosed() {
+  log::trace(log::Category::windows, "main window closed");
   lastGeometry_ = mainWindow_->geometry();
   mainWindow_->deleteLater();
   mainWindow_ = nullptr;
@@ -74,12 +77,9 @@ void AppDelegate::terminate() {
   deadline_.start();
 }
 
-// What is still said is of no use to a user who has left.
+// A user who quits does not read the last captions.
 void AppDelegate::hidePanel() {
-  if (auto* panel = state_.captionWindow().panel()) {
-    panel->savePosition();
-    panel->orderOut();
-  }
+  if (auto* panel = state_.captionWindow().panel()) panel->putAway();
 }
 
 void AppDelegate::finish() {

@@ -41,9 +41,8 @@ class AppDelegate final : public QObject {
   // Ends a run politely and then the program, with status 0: capture stops at once, the service hears
   // goodbye. Asked again meanwhile, the program ends at once.
   void terminate();
-  [[nodiscard]] bool isTerminating() const { return terminating_; }
 
-  // Whatever asks the application to quit comes to `terminate`.
+  // Turns every request to quit the application into `terminate`.
   bool eventFilter(QObject* watched, QEvent* event) override;
 
  Q_SIGNALS:

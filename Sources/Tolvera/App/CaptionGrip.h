@@ -5,7 +5,7 @@
 
 namespace tolvera {
 
-// What the pointer takes hold of to drag or resize the caption panel: either the ground below everything,
+// The part of the caption panel that the pointer drags or resizes it by: either the ground below everything,
 // which gets the presses that neither text nor controls take, or the edges above everything. An element of
 // the panel's scene, as large as the panel; main thread.
 class CaptionGrip final : public QQuickItem {
@@ -16,7 +16,7 @@ class CaptionGrip final : public QQuickItem {
 
   CaptionGrip(Part part, QQuickItem& scene);
 
-  // What the pointer looks like at these edges.
+  // The pointer's shape at these edges.
   [[nodiscard]] static Qt::CursorShape cursorFor(Qt::Edges edges);
 
   [[nodiscard]] bool contains(const QPointF& point) const override;
@@ -24,7 +24,7 @@ class CaptionGrip final : public QQuickItem {
  Q_SIGNALS:
   // The pointer, not pressed, is at an edge.
   void hovered();
-  // Points of the desktop. Without edges the whole panel has been taken hold of.
+  // Points are those of the desktop. Without edges the press drags the whole panel.
   void pressed(Qt::Edges edges, QPointF pointer);
   void moved(QPointF pointer);
   void released();

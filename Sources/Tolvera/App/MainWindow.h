@@ -2,7 +2,6 @@
 
 #include <QQuickView>
 #include <QSize>
-#include <QString>
 
 class QQmlEngine;
 
@@ -11,7 +10,7 @@ namespace tolvera {
 class AppState;
 class LanguageNames;
 
-// The application's one ordinary window, with its commands. Closing it ends its view but not the program.
+// The application's one ordinary window. Closing it ends its view but not the program.
 // Main thread.
 class MainWindow final : public QQuickView {
   Q_OBJECT
@@ -30,13 +29,6 @@ class MainWindow final : public QQuickView {
 
  private Q_SLOTS:
   void followMinimumSize();
-  void showSettings();
-  void quit();
-
- private:
-  void addCommand(const QString& keys, const char* slot);
-
-  AppState& state_;
 };
 
 } // namespace tolvera

@@ -14,7 +14,7 @@ namespace tolvera {
 
 namespace {
 
-// The panel of these desktops is dark whatever the colours of windows are.
+// The panel of these desktops is dark, also where windows are light.
 bool panelIsAlwaysDark() {
   const auto desktops = qEnvironmentVariable("XDG_CURRENT_DESKTOP").split(QLatin1Char(':'));
   return std::any_of(desktops.begin(), desktops.end(), [](const auto& name) {

@@ -24,10 +24,6 @@ class MenuBarExtra final : public QObject {
   // `state` and `desktop` outlive the icon. `openWindow` opens the main window and brings it to the front.
   MenuBarExtra(AppState& state, const Desktop& desktop, std::function<void()> openWindow);
 
-  // Whether an icon is with the desktop's tray.
-  [[nodiscard]] bool isInserted() const { return icon_ != nullptr; }
-  [[nodiscard]] bool isMenuOpen() const { return menu_.isVisible(); }
-
   // The icon in every size that trays ask for, as squares.
   [[nodiscard]] static QIcon icon(bool running, const QColor& color);
 

@@ -1,6 +1,7 @@
 #include "Tolvera/App/MenuBarView.h"
 
 #include "Tolvera/Model/AppState.h"
+#include "Tolvera/Views/MainView.h"
 
 #include <QCoreApplication>
 
@@ -16,11 +17,10 @@ QString MenuBarRules::statusLine(const Strings& strings, const Phase& phase, con
   case Phase::Kind::live:
     return strings.translating() + QStringLiteral(" · ") + balance;
   case Phase::Kind::reconnecting:
-    return strings.reconnecting();
   case Phase::Kind::failed:
     break;
   }
-  return phase.message();
+  return MainViewRules::statusText(strings, phase);
 }
 
 QString MenuBarRules::startTitle(const Strings& strings, const Phase& phase) {

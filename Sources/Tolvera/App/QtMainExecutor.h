@@ -17,7 +17,7 @@ namespace tolvera {
 
 // The main thread as an executor: handlers run in Qt's event loop, in the order in which they were posted,
 // a limited number a turn so that input and drawing are never kept waiting. Any thread may post. Made on the
-// main thread after the application object and destroyed before it; it outlives whatever holds its executor.
+// main thread after the application object and destroyed before it; it outlives the holders of its executor.
 //
 // The end of a program, all on the main thread: `stop`, then end every other thread that posts, then
 // `discard`. Handlers often own coroutines, so they must go while what those wait for still exists.

@@ -1,5 +1,6 @@
 #include "Tolvera/App/QuickCaptionWindow.h"
 
+#include "Async/Log.h"
 #include "Tolvera/App/CaptionGeometry.h"
 #include "Tolvera/App/ViewLoading.h"
 #include "Tolvera/Desktop/X11Desktop.h"
@@ -33,7 +34,7 @@ QPoint windowPosition(QPointF origin) {
       .toPoint();
 }
 
-// Only the compositor may move windows there.
+// On Wayland only the compositor moves windows.
 bool desktopMovesWindows() { return QGuiApplication::platformName().startsWith(QStringLiteral("wayland")); }
 
 } // namespace
@@ -63,6 +64,9 @@ void QuickCaptionPanel::restorePosition() {
 }
 
 void QuickCaptionPanel::placeOn(const ScreenArea& screen) {
+  const auto& frame = screen.frame;
+  log::trace(log::Category::windows, "panel placed on the screen at ", frame.x(), ", ", frame.y(), ", ",
+             frame.width(), " by ", frame.height());
   setPosition(windowPosition(
       CaptionGeometry::origin(screen.visibleFrame, size(), CaptionGeometry::savedPlace(defaults_))));
 }
@@ -77,6 +81,7 @@ void QuickCaptionPanel::savePosition() {
 void QuickCaptionPanel::saveSize() { CaptionGeometry::saveSize(defaults_, size()); }
 
 void QuickCaptionPanel::orderFrontRegardless() {
+  log::trace(log::Category::windows, "panel shown");
   updateMask();
   show();
   raise();
@@ -85,24 +90,26 @@ void QuickCaptionPanel::orderFrontRegardless() {
 
 void QuickCaptionPanel::orderOut() {
   compositorPoll_.stop();
+  log::trace(log::Category::windows, "panel hidden");
   gesture_.reset();
-  net_.reset();
+  grabWindow_.reset();
   hide();
 }
 
 void QuickCaptionPanel::addGrip(CaptionGrip::Part part) {
   auto* const grip = new CaptionGrip(part, *contentItem());
-  connect(grip, &CaptionGrip::hovered, this, &QuickCaptionPanel::spreadNet);
+  connect(grip, &CaptionGrip::hovered, this, &QuickCaptionPanel::coverDesktop);
   takeGestures(*grip);
 }
 
-void QuickCaptionPanel::spreadNet() {
+void QuickCaptionPanel::coverDesktop() {
   if (!X11Desktop::isInsideWayland() || gesture_) return;
-  if (!net_) {
-    net_.emplace([this](QPointF point) { return CaptionGeometry::edgesAt(size(), point - position()); });
-    takeGestures(*net_);
+  if (!grabWindow_) {
+    grabWindow_.emplace(
+        [this](QPointF point) { return CaptionGeometry::edgesAt(size(), point - position()); });
+    takeGestures(*grabWindow_);
   }
-  net_->spread();
+  grabWindow_->cover();
 }
 
 template<typename Source>
@@ -135,10 +142,10 @@ void QuickCaptionPanel::follow(QPointF pointer) {
   savePosition();
 }
 
-// Some window managers put a full-screen window above what they do not manage. Menus, and what locks the
-// screen, are not managed either and stay where they are.
+// Some window managers put a full-screen window above windows that they do not manage, so the panel raises
+// itself again. Menus and screen lockers, which they do not manage either, stay above it.
 void QuickCaptionPanel::followWindowOrder() {
-  // The announcement may come before the deed.
+  // The window manager may signal the new order before it has made it.
   raiseAgain_.setSingleShot(true);
   raiseAgain_.setInterval(raiseDelay);
   connect(&raiseAgain_, &QTimer::timeout, this, [this] {
@@ -164,7 +171,7 @@ void QuickCaptionPanel::followScreens() {
           Qt::QueuedConnection);
 }
 
-// The panel stays at its place on the screen that it stands on, or moves to one that is there.
+// Puts the panel back to its place on its screen, or on another one if that screen has gone.
 void QuickCaptionPanel::screensChanged() {
   if (!isVisible() || gesture_) return;
   const auto screen =
@@ -177,7 +184,7 @@ void QuickCaptionPanel::resizeEvent(QResizeEvent* event) {
   if (masked_) updateMask();
 }
 
-// Without a compositor what lies around the card would be black.
+// Without a compositor the window's transparent corners would be black.
 void QuickCaptionPanel::updateMask() {
   const bool needed =
       QGuiApplication::platformName() == QStringLiteral("xcb") && !X11Desktop::hasCompositor();

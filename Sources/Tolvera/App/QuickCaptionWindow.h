@@ -2,7 +2,7 @@
 
 #include "Platform/UserDefaults.h"
 #include "Tolvera/App/CaptionGrip.h"
-#include "Tolvera/App/EdgeNet.h"
+#include "Tolvera/App/PointerGrabWindow.h"
 #include "Tolvera/App/ScreenGeometry.h"
 #include "Tolvera/Desktop/X11Desktop.h"
 #include "Tolvera/Model/WindowControllers.h"
@@ -20,8 +20,8 @@ class QQmlEngine;
 namespace tolvera {
 
 // The floating panel with the captions: above every window, on every workspace, never with the keyboard.
-// The window manager has no part in it, so it is dragged by whatever of it is neither text nor control, and
-// resized at its edges, by code of its own. Its geometry is kept in the preference store. Main thread.
+// The window manager does not manage it, so the panel itself handles being dragged, by its ground, and being
+// resized, at its edges. Its geometry is kept in the preference store. Main thread.
 class QuickCaptionPanel final : public QQuickView, public CaptionPanel {
   Q_OBJECT
 
@@ -50,7 +50,7 @@ class QuickCaptionPanel final : public QQuickView, public CaptionPanel {
   };
 
   void addGrip(CaptionGrip::Part part);
-  void spreadNet();
+  void coverDesktop();
   // `source` has the signals of a grip.
   template<typename Source>
   void takeGestures(Source& source);
@@ -64,8 +64,8 @@ class QuickCaptionPanel final : public QQuickView, public CaptionPanel {
 
   platform::UserDefaults& defaults_;
   std::optional<Gesture> gesture_;
-  std::optional<EdgeNet> net_; // once it is needed
-  QTimer compositorPoll_;      // while the panel is on the screen
+  std::optional<PointerGrabWindow> grabWindow_; // made at the first use
+  QTimer compositorPoll_;                       // while the panel is on the screen
   X11Desktop::WindowOrder windowOrder_;
   QTimer raiseAgain_;
   bool masked_ = false;

@@ -1,5 +1,6 @@
 #include "Tolvera/App/QuickOnboardingWindow.h"
 
+#include "Async/Log.h"
 #include "Tolvera/App/ScreenGeometry.h"
 #include "Tolvera/App/ViewLoading.h"
 #include "Tolvera/App/WindowActivation.h"
@@ -15,8 +16,8 @@ namespace tolvera {
 
 namespace {
 
-// Has the view's layouts work out now what they would work out for the first frame, from the innermost to
-// the outermost. Widths come to rest in a first round, and heights, which follow from them, in the next.
+// Makes the view's layouts compute their sizes now instead of at the first frame, from the innermost to the
+// outermost. The first round settles the widths, the next ones the heights that depend on them.
 void layOut(QQuickItem& view) {
   auto items = view.findChildren<QQuickItem*>();
   std::reverse(items.begin(), items.end());
@@ -29,6 +30,7 @@ void layOut(QQuickItem& view) {
 
 void QuickOnboardingWindowController::show(AppState& state) {
   if (!window_) make(state);
+  log::trace(log::Category::windows, "onboarding shown");
   bringForward(*window_);
 }
 
@@ -65,6 +67,7 @@ void QuickOnboardingWindowController::place(QQuickView& window) {
 
 void QuickOnboardingWindowController::done() {
   if (!window_) return;
+  log::trace(log::Category::windows, "onboarding done");
   window_->close();
   // The view is still in the handler of its button.
   window_.release()->deleteLater();

@@ -21,8 +21,6 @@ class QuickOnboardingWindowController final : public QObject, public OnboardingW
   explicit QuickOnboardingWindowController(QQmlEngine& engine) : engine_(engine) {}
 
   void show(AppState& state) override;
-  // Null before the first `show`, and after the user has finished.
-  [[nodiscard]] QQuickView* window() const { return window_.get(); }
   // Destroys the window. For the end of the program, where the model may outlast the engine.
   void close() { window_.reset(); }
 

@@ -19,7 +19,7 @@ struct ScreenArea {
 // In the desktop's order, the main screen first.
 using ScreenAreas = std::vector<ScreenArea>;
 
-// Where windows go. Pure functions.
+// The places of windows. Pure functions.
 namespace ScreenGeometry {
 
 // The screens as they are at this moment. Main thread.

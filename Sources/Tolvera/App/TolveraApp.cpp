@@ -1,5 +1,6 @@
 #include "Tolvera/App/TolveraApp.h"
 
+#include "Async/Log.h"
 #include "Tolvera/App/QuickCaptionWindow.h"
 #include "Tolvera/App/QuickOnboardingWindow.h"
 #include "Tolvera/App/WindowActivation.h"
@@ -7,6 +8,7 @@
 #include "Tolvera/Views/Desktop.h"
 #include "Tolvera/Views/Views.h"
 
+#include <QCoreApplication>
 #include <QGuiApplication>
 #include <QIcon>
 #include <QMessageBox>
@@ -34,9 +36,12 @@ bool runModal(const Alert& alert) {
 } // namespace
 
 void TolveraApp::prepareProcess() {
-  // Only X lets a window float above full-screen ones, and desktops without it of their own offer it beside.
+  // Only X lets a window float above full-screen windows; Wayland desktops run an X server as well.
   if (!qEnvironmentVariableIsEmpty("DISPLAY") && !qEnvironmentVariableIsSet("QT_QPA_PLATFORM")) {
     qputenv("QT_QPA_PLATFORM", "xcb");
+    log::trace(log::Category::windows, "platform plugin xcb, since there is an X display");
+  } else {
+    log::trace(log::Category::windows, "platform plugin left to Qt: no X display, or QT_QPA_PLATFORM is set");
   }
   // Windows of text need no graphics card, and one that is emulated is slow and large.
   if (!qEnvironmentVariableIsSet("QT_QUICK_BACKEND")) {
@@ -56,6 +61,7 @@ void TolveraApp::prepareApplication() {
 
 TolveraApp::TolveraApp(platform::Platform& platform) : platform_(platform), languageNames_(platform.locale) {
   Views::prepareEngine(engine_);
+  QObject::connect(&engine_, &QQmlEngine::quit, qApp, &QCoreApplication::quit);
   state_ = AppState::make(platform, makeWindows());
   delegate_ = std::make_unique<AppDelegate>(engine_, *state_, languageNames_, platform.mainExecutor);
   QObject::connect(delegate_.get(), &AppDelegate::terminationBegan, delegate_.get(), [this] {

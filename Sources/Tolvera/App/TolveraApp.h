@@ -37,9 +37,6 @@ class TolveraApp {
   void openSettings();
 
   AppDelegate& delegate() { return *delegate_; }
-  AppState& state() { return *state_; }
-  // Null before `launch`.
-  MenuBarExtra* menuBarExtra() { return menuBarExtra_.get(); }
 
  private:
   AppState::Windows makeWindows();

@@ -20,7 +20,7 @@ QString ApplicationInterface::introspect(const QString&) const {
 bool ApplicationInterface::handleMessage(const QDBusMessage& message, const QDBusConnection& connection) {
   if (message.interface() != name) return false;
   const auto member = message.member();
-  // The program opens no files, but whoever asks wants to see it.
+  // The program opens no files; to be asked to open one means to show itself.
   if (member == QStringLiteral("Activate") || member == QStringLiteral("Open")) {
     Q_EMIT instance_.activated();
   } else if (member == QStringLiteral("ActivateAction")) {

@@ -23,7 +23,7 @@ const auto objectPath = QStringLiteral("/org/tolvera/Tolvera");
 constexpr auto answerLimit = 5s;
 constexpr auto quitLimit = 10s;
 constexpr auto quitPoll = 50ms;
-// Names may change hands between two questions, but not for ever.
+// The owner of the name may change between two questions, so it is asked again, a few times.
 constexpr int attemptLimit = 3;
 
 enum class Answer { shown, quitting, gone, silent };
@@ -65,7 +65,7 @@ SingleInstance::~SingleInstance() {
 SingleInstance::Role SingleInstance::claim() {
   auto bus = QDBusConnection::sessionBus();
   if (!bus.isConnected()) return Role::first;
-  // Before the name, so that whoever finds the name is answered.
+  // Before the name, so that a launch that finds the name gets an answer.
   answers_ = bus.registerVirtualObject(objectPath, new ApplicationInterface(*this));
   connect(bus.interface(), &QDBusConnectionInterface::serviceUnregistered, this, [this](const QString& name) {
     if (name == serviceName && std::exchange(ownsName_, false)) Q_EMIT superseded();
@@ -95,7 +95,7 @@ bool SingleInstance::takeName(bool replacing) {
   return ownsName_;
 }
 
-// Until the instance that quits has given the name up.
+// Waits until the instance that quits has given the name up.
 bool SingleInstance::waitForName() {
   auto* const bus = QDBusConnection::sessionBus().interface();
   for (auto waited = 0ms; waited < quitLimit; waited += quitPoll) {

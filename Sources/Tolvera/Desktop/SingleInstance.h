@@ -5,8 +5,8 @@
 
 namespace tolvera {
 
-// Sees to it that the program runs once in a session, by a name on the session bus. A later launch asks the
-// first to show itself, and ends. A first one that is gone, or does not answer, stands in nobody's way.
+// Lets the program run once in a session, by a name on the session bus. A later launch asks the first to show
+// itself, and ends. If the first one is gone, or does not answer, the later one takes over.
 // Without a session bus every launch is the first. Main thread, with the application object made.
 class SingleInstance final : public QObject {
   Q_OBJECT

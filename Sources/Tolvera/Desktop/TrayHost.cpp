@@ -1,5 +1,6 @@
 #include "Tolvera/Desktop/TrayHost.h"
 
+#include "Async/Log.h"
 #include "Tolvera/Desktop/X11Desktop.h"
 
 #include <QDBusConnection>
@@ -20,26 +21,26 @@ using namespace std::chrono_literals;
 const auto watcherService = QStringLiteral("org.kde.StatusNotifierWatcher");
 const auto watcherPath = QStringLiteral("/StatusNotifierWatcher");
 
-// The older kind of tray tells nobody that it has come.
+// The older kind of tray sends no signal when it appears.
 constexpr auto pollInterval = 3s;
 
 } // namespace
 
 TrayHost::TrayHost(QObject* parent)
     : QObject(parent), watcher_(watcherService, QDBusConnection::sessionBus()) {
-  connect(&watcher_, &QDBusServiceWatcher::serviceRegistered, this, &TrayHost::look);
+  connect(&watcher_, &QDBusServiceWatcher::serviceRegistered, this, &TrayHost::ask);
   connect(&watcher_, &QDBusServiceWatcher::serviceUnregistered, this, [this] { note(false); });
   for (const auto* signal : {"StatusNotifierHostRegistered", "StatusNotifierHostUnregistered"}) {
     QDBusConnection::sessionBus().connect(watcherService, watcherPath, watcherService,
-                                          QString::fromLatin1(signal), this, SLOT(look()));
+                                          QString::fromLatin1(signal), this, SLOT(ask()));
   }
   poll_.setInterval(pollInterval);
-  connect(&poll_, &QTimer::timeout, this, &TrayHost::look);
+  connect(&poll_, &QTimer::timeout, this, &TrayHost::ask);
   poll_.start();
-  look();
+  ask();
 }
 
-void TrayHost::look() {
+void TrayHost::ask() {
   auto bus = QDBusConnection::sessionBus();
   if (!bus.isConnected()) return note(false);
   auto request = QDBusMessage::createMethodCall(
@@ -62,14 +63,17 @@ void TrayHost::note(bool hasNotifierHost) {
   }
 }
 
-// A host of the newer kind announces its coming and going, so there is nothing to poll for beside it.
+// A host of the newer kind signals its start and its end, so polling stops while it is there.
 void TrayHost::become(Kind kind) {
   if (kind == Kind::notifier) {
     poll_.stop();
   } else if (!poll_.isActive()) {
     poll_.start();
   }
-  if (std::exchange(kind_, kind) != kind) Q_EMIT changed();
+  if (std::exchange(kind_, kind) == kind) return;
+  constexpr const char* names[] = {"lost", "found: status notifier", "found: embedding tray"};
+  log::trace(log::Category::windows, "tray host ", names[static_cast<int>(kind)]);
+  Q_EMIT changed();
 }
 
 } // namespace tolvera

@@ -23,11 +23,11 @@ class TrayHost final : public QObject {
   [[nodiscard]] Kind kind() const { return kind_; }
 
  Q_SIGNALS:
-  // Also when a host made room for another of its kind, which knows no icon yet.
+  // Also when another host of the same kind took over, which does not have the icon yet.
   void changed();
 
  private Q_SLOTS:
-  void look();
+  void ask();
 
  private:
   void note(bool hasNotifierHost);

@@ -28,7 +28,7 @@ xcb_atom_t atom(xcb_connection_t* x, const QByteArray& name) {
   return reply ? reply->atom : xcb_atom_t{XCB_ATOM_NONE};
 }
 
-// The screens of today's desktops are all one to X, the first.
+// To X all monitors of a desktop are one screen, the first.
 bool hasOwner(const QByteArray& selection) {
   auto* const x = connection();
   if (!x) return false;
@@ -39,7 +39,7 @@ bool hasOwner(const QByteArray& selection) {
 
 } // namespace
 
-// Such a server calls its screens after itself.
+// The X server of a Wayland compositor names its screens XWAYLAND0 and so on.
 bool isInsideWayland() {
   const auto* const screen = QGuiApplication::primaryScreen();
   return connection() && screen && screen->name().startsWith(QStringLiteral("XWAYLAND"));
@@ -52,7 +52,7 @@ bool hasEmbeddingTray() { return hasOwner("_NET_SYSTEM_TRAY_S0"); }
 void activate(const QWindow& window) {
   auto* const x = connection();
   if (!x) return;
-  constexpr std::uint32_t askedForByUser = 2; // by a task bar and its like, and never refused
+  constexpr std::uint32_t askedForByUser = 2; // the source of a task bar, which no window manager refuses
   xcb_client_message_event_t message{};
   message.response_type = XCB_CLIENT_MESSAGE;
   message.format = 32;

@@ -22,7 +22,7 @@ inline constexpr auto floatingFlags = Qt::Tool | Qt::FramelessWindowHint | Qt::W
 [[nodiscard]] bool hasCompositor();
 // A tray of the older kind, which embeds windows, is there.
 [[nodiscard]] bool hasEmbeddingTray();
-// Activates a window at the user's request, whatever program is in front. The window is mapped.
+// Activates a mapped window at the user's request, also if another program is in front.
 void activate(const QWindow& window);
 
 // Tells when the window manager has put the windows that it manages into another order, or has activated

@@ -42,6 +42,7 @@ Task<void> AppState::start() {
   if (phase_.isActive()) co_return;
   abandonRun();
   const auto run = ++runNumber_;
+  setStopping(false);
   enterStarting();
   if (!checkBalance()) co_return;
   auto token = co_await tokenFor(run);
@@ -256,6 +257,7 @@ Task<void> AppState::stop() {
   watchdogTask_.cancel();
   pumpTask_.cancel();
   if (const auto session = session_) {
+    setStopping(true);
     co_await session->stop();
     if (run != runNumber_) co_return; // a second stop did the rest; a new run may be under way
     session_.reset();
@@ -264,11 +266,9 @@ Task<void> AppState::stop() {
   if (dubPlayer_) dubPlayer_->stop();
   dubPlayer_.reset();
   stopIdleTimer();
-  if (auto* panel = captionWindow().panel()) {
-    panel->savePosition();
-    panel->orderOut();
-  }
+  if (auto* panel = captionWindow().panel()) panel->putAway();
   setPhase(Phase(Phase::Kind::idle), "stopped");
+  setStopping(false);
   clearLines();
   co_await refreshAccount();
 }

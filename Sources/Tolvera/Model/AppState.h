@@ -39,6 +39,7 @@ class AppState final : public QObject, public std::enable_shared_from_this<AppSt
   Q_PROPERTY(tolvera::AppState::Tab tab READ tab WRITE setTab NOTIFY tabChanged)
   Q_PROPERTY(tolvera::AppSettings* settings READ settings CONSTANT)
   Q_PROPERTY(tolvera::Phase phase READ phase NOTIFY phaseChanged)
+  Q_PROPERTY(bool isStopping READ isStopping NOTIFY isStoppingChanged)
   Q_PROPERTY(bool signedIn READ isSignedIn NOTIFY meChanged)
   Q_PROPERTY(QVariantList packs READ packs NOTIFY meChanged)
   Q_PROPERTY(double secondsLeft READ secondsLeft NOTIFY secondsLeftChanged)
@@ -77,6 +78,8 @@ class AppState final : public QObject, public std::enable_shared_from_this<AppSt
   // Balance in seconds, as the service last gave it.
   [[nodiscard]] double secondsLeft() const { return secondsLeft_; }
   // The balance as text, in the interface language.
+  // The run has been stopped and its last captions are still coming.
+  [[nodiscard]] bool isStopping() const { return isStopping_; }
   [[nodiscard]] const QString& balanceText() const { return balanceText_; }
 
   // The applications offered for capture, as they were at the last refresh.
@@ -147,6 +150,7 @@ class AppState final : public QObject, public std::enable_shared_from_this<AppSt
   void phaseChanged();
   void meChanged();
   void secondsLeftChanged();
+  void isStoppingChanged();
   void balanceTextChanged();
   void appsChanged();
   void outputIsBuiltInSpeakerChanged();
@@ -193,6 +197,7 @@ class AppState final : public QObject, public std::enable_shared_from_this<AppSt
   // Fields (AppState.cpp). `why` is for the trace alone.
   void setPhase(Phase phase, std::string_view why);
   void fail(QString message, std::string_view why) { setPhase(Phase::failed(std::move(message)), why); }
+  void setStopping(bool stopping) { assign(isStopping_, stopping, &AppState::isStoppingChanged); }
   void setSecondsLeft(double seconds);
   void updateBalanceText() { assign(balanceText_, formatTime(secondsLeft_), &AppState::balanceTextChanged); }
   void setSourceLine(QString line) { assign(sourceLine_, std::move(line), &AppState::sourceLineChanged); }
@@ -246,6 +251,7 @@ class AppState final : public QObject, public std::enable_shared_from_this<AppSt
   Phase phase_;
   std::optional<API::Me> me_;
   double secondsLeft_ = 0;
+  bool isStopping_ = false;
   QString balanceText_;
   std::vector<AudioApp> apps_;
   bool outputIsBuiltInSpeaker_ = false;

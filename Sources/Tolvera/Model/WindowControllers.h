@@ -13,6 +13,10 @@ class CaptionPanel {
   virtual void savePosition() = 0;
   // Takes the panel off the screen; it can be shown again.
   virtual void orderOut() = 0;
+  void putAway() {
+    savePosition();
+    orderOut();
+  }
 };
 
 // Makes the caption panel once and shows it. Owned by AppState, which calls it on the main thread.

@@ -2,7 +2,7 @@ import QtQml.Models
 import QtQuick
 import Tolvera.Views
 
-// The packs of time on offer, and the sign-in for who has not signed in.
+// The packs of time on offer, and the sign-in for a user who has not signed in.
 PopUpMenu {
     id: buyMenu
 
@@ -19,6 +19,11 @@ PopUpMenu {
                 text: strings.signIn,
                 pack: ""
             });
+        if (entries.length === 0)
+            entries.push({
+                text: strings.pick("暂无可购买的时长", "Nothing to buy"),
+                pack: null
+            });
         return entries;
     }
 
@@ -29,6 +34,7 @@ PopUpMenu {
             required property int index
 
             text: modelData.text
+            enabled: modelData.pack !== null
             divided: modelData.pack === "" && index > 0
             onTriggered: modelData.pack === "" ? buyMenu.app.beginSignIn() : buyMenu.app.beginTopUp(modelData.pack)
         }

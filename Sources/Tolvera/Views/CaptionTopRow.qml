@@ -22,13 +22,24 @@ RowLayout {
 
         required property string tooltip
         property string symbol: ""
+        property bool busy: false
+        property string description: ""
 
         Layout.fillHeight: true
         implicitWidth: Math.max(20, contentItem.implicitWidth + 6)
         hoverEnabled: true
         focusPolicy: Qt.NoFocus // the panel never has the keyboard
-        opacity: hovered ? 1 : 0.7
+        opacity: hovered || busy ? 1 : 0.7
         Accessible.name: tooltip
+        Accessible.description: description
+
+        // Pressed in an area of at least 24 by 24, as drawn in a smaller one.
+        containmentMask: Item {
+            x: Math.min(0, (button.width - width) / 2)
+            y: (button.height - height) / 2
+            width: Math.max(24, button.width)
+            height: Math.max(24, button.height)
+        }
 
         contentItem: Item {
             implicitWidth: Math.max(caption.implicitWidth, image.width)
@@ -39,6 +50,8 @@ RowLayout {
                 anchors.centerIn: parent
                 text: button.text
                 font.pixelSize: 11
+                lineHeightMode: Text.FixedHeight
+                lineHeight: 15
                 color: "#ffffff"
                 textFormat: Text.PlainText
                 Accessible.ignored: true
@@ -55,15 +68,20 @@ RowLayout {
         }
         background: Box {
             radius: 4
-            color: button.down ? "#40ffffff" : (button.hovered ? "#26ffffff" : "transparent")
+            color: button.down || button.busy ? "#40ffffff" : (button.hovered ? "#26ffffff" : "transparent")
         }
         Hint {
-            text: button.tooltip
+            text: button.description === "" ? button.tooltip : button.description
             shown: button.hovered
+            // Beside the buttons, so that the captions stay free.
+            x: smaller.x - button.x - width - 6
+            y: (button.height - height) / 2
         }
     }
 
     CopyableText {
+        id: status
+
         Layout.fillWidth: true
         Layout.maximumWidth: Math.ceil(implicitWidth) + 1
         visible: text !== ""
@@ -73,6 +91,15 @@ RowLayout {
         color: MainViewRules.hasFailed(row.app.phase) ? CaptionViewRules.alertColor() : CaptionViewRules.white(0.6)
         selectionColor: "#6679a7ff"
         font.pixelSize: 12
+        Accessible.description: row.app.phase.message
+
+        HoverHandler {
+            id: statusHover
+        }
+        Hint {
+            text: row.app.phase.message
+            shown: statusHover.hovered && text !== status.text
+        }
     }
 
     Item {
@@ -93,6 +120,8 @@ RowLayout {
     }
 
     PlainButton {
+        id: smaller
+
         visible: row.controlsShown
         text: "A−"
         tooltip: row.strings.pick("缩小字号", "Smaller text")
@@ -108,6 +137,8 @@ RowLayout {
         visible: row.controlsShown
         symbol: "xmark"
         tooltip: row.strings.pick("停止翻译", "Stop translating")
+        busy: row.app.isStopping
+        description: busy ? row.strings.pick("还在接收最后的字幕", "The last captions are still coming") : ""
         onClicked: row.app.beginStop()
     }
 }

@@ -2,8 +2,8 @@ import QtQuick
 import Tolvera.Views
 
 // The content of the floating panel: a dark card with the status, the time when it runs low, and the
-// captions. The pointer over it brings up three controls. A press beside the text and the controls is left
-// to the window.
+// captions. The pointer over it brings up three controls. The window gets a press beside the text and the
+// controls.
 Item {
     id: view
 
@@ -54,8 +54,8 @@ Item {
     Item {
         id: captions
 
-        // Whether a line is seen whole at this distance from the top. What is not stays in the accessibility
-        // tree, so that it can be read.
+        // Whether a line is seen whole at this distance from the top. A line without room is drawn transparent
+        // and not hidden, so that it stays in the accessibility tree.
         function hasRoomAt(y: real): bool {
             return rows.y + y > -1;
         }
@@ -71,7 +71,7 @@ Item {
         Column {
             id: rows
 
-            // In a panel too low for all of them it is the oldest words that go, never the newest.
+            // In a panel that is too low for all lines, the oldest are cut off, never the newest.
             y: Math.min(0, captions.height - height)
             width: parent.width
             spacing: 6

@@ -26,7 +26,7 @@ class LanguageNames final : public QObject {
   // The language's name; the code itself if the catalog has no such language.
   [[nodiscard]] Q_INVOKABLE QString displayName(const QString& code, const tolvera::Strings& strings) const;
   // All languages in the user's order, as maps: `value` is the code, `text` the name, and `search` what
-  // else a person may type to find it.
+  // a person may type as well to find it.
   [[nodiscard]] Q_INVOKABLE QVariantList sorted(const tolvera::Strings& strings) const;
   // The same, behind the source that is recognised by itself.
   [[nodiscard]] Q_INVOKABLE QVariantList sources(const tolvera::Strings& strings) const;
@@ -38,7 +38,7 @@ class LanguageNames final : public QObject {
 
  private:
   const platform::Locale& locale_;
-  // Naming and collating 60 languages is worth doing once a language, not once a binding.
+  // Cached: naming and sorting 60 languages at each binding would be slow.
   mutable std::optional<QVariantList> chinese_;
   mutable std::optional<QVariantList> english_;
 };

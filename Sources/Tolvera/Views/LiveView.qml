@@ -3,7 +3,7 @@ import QtQuick.Layouts
 import QtQuick.Templates as T
 import Tolvera.Views
 
-// A run as it goes: what it does, and what it has heard.
+// Shows a run: its state and its captions.
 Rectangle {
     id: live
 
@@ -26,6 +26,9 @@ Rectangle {
 
             RowLayout {
                 id: header
+
+                // One for all texts: a fallback font would move the baseline of its text alone.
+                readonly property int lineHeight: Math.round(Theme.subheadline * 1.4)
 
                 anchors.fill: parent
                 anchors.leftMargin: 16
@@ -64,11 +67,15 @@ Rectangle {
                     Layout.maximumWidth: Math.ceil(implicitWidth)
                     text: live.languageNames.directionText(live.app.settings.source, live.app.settings.target, live.strings)
                     font.pixelSize: Theme.subheadline
+                    lineHeightMode: Text.FixedHeight
+                    lineHeight: header.lineHeight
                 }
                 Label {
                     text: "·"
                     color: Theme.tertiary
                     font.pixelSize: Theme.subheadline
+                    lineHeightMode: Text.FixedHeight
+                    lineHeight: header.lineHeight
                     Accessible.ignored: true
                 }
                 Label {
@@ -76,11 +83,15 @@ Rectangle {
                     text: MainViewRules.statusText(live.strings, live.app.phase)
                     color: Theme.secondary
                     font.pixelSize: Theme.subheadline
-                    Accessible.role: Accessible.StatusBar
+                    lineHeightMode: Text.FixedHeight
+                    lineHeight: header.lineHeight
+                    Accessible.role: MainViewRules.hasFailed(live.app.phase) ? Accessible.AlertMessage : Accessible.StatusBar
                 }
                 PushButton {
                     small: true
                     text: live.strings.stop
+                    busy: live.app.isStopping
+                    tooltip: busy ? live.strings.pick("还在接收最后的字幕", "The last captions are still coming") : ""
                     onClicked: live.app.beginStop()
                 }
             }

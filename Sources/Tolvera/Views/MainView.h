@@ -18,7 +18,7 @@ class MainViewRules final : public QObject {
   QML_SINGLETON
 
  public:
-  // The tabs, for views, to which the names of such values are closed.
+  // The tabs as functions, since QML cannot name values of a class that it cannot create.
   Q_INVOKABLE static tolvera::AppState::Tab translateTab() { return AppState::Tab::translate; }
   Q_INVOKABLE static tolvera::AppState::Tab settingsTab() { return AppState::Tab::settings; }
   // A balance that can pay for a run.

@@ -18,6 +18,22 @@ Rectangle {
     color: Theme.window
     Component.onCompleted: app.beginBootstrap()
 
+    Shortcut {
+        sequence: "Ctrl+,"
+        onActivated: {
+            view.app.tab = MainViewRules.settingsTab();
+            view.Window.window.requestActivate();
+        }
+    }
+    Shortcut {
+        sequence: "Ctrl+W"
+        onActivated: view.Window.window.close()
+    }
+    Shortcut {
+        sequence: "Ctrl+Q"
+        onActivated: Qt.quit()
+    }
+
     ColumnLayout {
         anchors.fill: parent
         spacing: 0

@@ -40,7 +40,7 @@ QPainterPath tail() {
 void draw(QPainter& painter, bool running, const QColor& color) {
   painter.save();
   painter.setRenderHint(QPainter::Antialiasing);
-  // The figure is described with its origin at the lower left.
+  // The paths have their origin at the lower left.
   painter.translate(0, size.height());
   painter.scale(1, -1);
   for (const auto& shape : {flame(), bubble(running), tail()}) painter.fillPath(shape, color);

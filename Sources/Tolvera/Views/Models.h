@@ -9,7 +9,7 @@
 
 namespace tolvera {
 
-// Makes the model's types known to the views, which the model itself knows nothing of.
+// Makes the model's types known to the views; the model itself does not know the views.
 
 struct AppStateForViews {
   Q_GADGET

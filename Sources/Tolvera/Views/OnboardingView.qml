@@ -11,7 +11,7 @@ FocusScope {
 
     signal done
 
-    // As a pair, so that the window can take the title of the moment it is made.
+    // The window takes its title from here when it is made.
     readonly property string title: strings.pick("托维拉已经装好了", "Tolvera is ready")
     readonly property strings strings: app.settings.strings
 

@@ -27,6 +27,8 @@ BottomBar {
             Layout.fillWidth: true
 
             Label {
+                // Given outright: a layout asks for the height before it has settled the width.
+                Layout.preferredWidth: column.width
                 Layout.fillWidth: true
                 text: bar.app.phase.message
                 color: Theme.failure

@@ -99,12 +99,14 @@ Form {
             label: controls.strings.pick("源语言", "From")
             value: controls.settings.source
             items: controls.languageNames.sources(controls.strings)
+            noMatch: controls.strings.pick("无匹配项", "No match")
             onChosen: value => controls.settings.source = value
         }
         PickerRow {
             label: controls.strings.pick("译成", "To")
             value: controls.settings.target
             items: controls.languageNames.sorted(controls.strings)
+            noMatch: controls.strings.pick("无匹配项", "No match")
             onChosen: value => controls.chooseTarget(value)
         }
         FormRow {

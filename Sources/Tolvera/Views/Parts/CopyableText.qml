@@ -1,7 +1,7 @@
 import QtQuick
 import Tolvera.Views
 
-// Text that is selected with the pointer or the keyboard and copied by shortcut, middle click or menu.
+// Text that a user selects with the pointer or the keyboard and copies by shortcut, middle click or menu.
 SelectableText {
     id: control
 

@@ -11,7 +11,7 @@ Item {
     default property alias content: layout.data
 
     width: parent ? parent.width : 0
-    implicitHeight: Math.max(continues ? 0 : Math.round(Theme.body * 3), layout.implicitHeight + layout.anchors.topMargin + layout.anchors.bottomMargin)
+    implicitHeight: Math.max(continues ? 0 : Theme.controlHeight + 14, layout.implicitHeight + layout.anchors.topMargin + layout.anchors.bottomMargin)
 
     Rectangle {
         anchors.left: parent.left

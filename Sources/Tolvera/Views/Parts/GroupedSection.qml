@@ -14,7 +14,7 @@ ColumnLayout {
 
     Label {
         Layout.fillWidth: true
-        Layout.leftMargin: 12
+        Layout.leftMargin: 14 // as the rows below it
         text: section.header
         color: Theme.secondary
         font.pixelSize: Theme.subheadline

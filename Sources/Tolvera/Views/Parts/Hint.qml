@@ -16,7 +16,7 @@ T.ToolTip {
     padding: 5
     leftPadding: 9
     rightPadding: 9
-    implicitWidth: contentItem.implicitWidth + leftPadding + rightPadding
+    implicitWidth: Math.min(contentItem.implicitWidth + leftPadding + rightPadding, (parent ? parent.Window.width : 0) - 2 * margins)
     implicitHeight: contentItem.implicitHeight + topPadding + bottomPadding
     closePolicy: T.Popup.CloseOnEscape | T.Popup.CloseOnPressOutside | T.Popup.CloseOnReleaseOutside
 
@@ -25,6 +25,7 @@ T.ToolTip {
         font.pixelSize: Theme.caption
         color: Theme.primary
         textFormat: Text.PlainText
+        wrapMode: Text.Wrap
     }
     background: Rectangle {
         radius: 5

@@ -23,14 +23,14 @@ T.MenuItem {
 
         text: control.text
         font.pixelSize: Theme.body
-        color: control.highlighted ? "#ffffff" : Theme.primary
+        color: !control.enabled ? Theme.secondary : (control.highlighted ? "#ffffff" : Theme.primary)
         textFormat: Text.PlainText
         verticalAlignment: Text.AlignVCenter
         Accessible.ignored: true
     }
     background: Box {
         radius: 5
-        color: control.highlighted ? Theme.accent : "transparent"
+        color: control.highlighted && control.enabled ? Theme.accent : "transparent"
 
         Rectangle {
             x: 8

@@ -9,6 +9,7 @@ FormRow {
     required property string label
     property alias items: picker.items
     property alias value: picker.value
+    property alias noMatch: picker.noMatch
 
     signal chosen(var value)
 

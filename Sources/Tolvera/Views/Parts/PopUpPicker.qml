@@ -3,13 +3,14 @@ import QtQuick.Templates as T
 import Tolvera.Views
 
 // A choice of one among many, listed above the window's content. It shows the item of `value`, nothing if
-// there is none, and reports what the user picks; whoever owns the value decides. A long list can be
+// there is none, and reports what the user picks; the owner of the value decides. A long list can be
 // searched by typing; in a short one, a letter moves to the next item that begins with it.
 T.ComboBox {
     id: control
 
     required property string label
     property var items: [] // of {text, value, search?}
+    property string noMatch: "" // what a search without a hit shows
     property var value
     readonly property int chosenIndex: items.findIndex(item => item.value === value)
     readonly property bool searchable: items.length > 12
@@ -19,7 +20,7 @@ T.ComboBox {
 
     readonly property string text: chosenIndex < 0 ? "" : items[chosenIndex].text
 
-    // How it was opened says how the focus comes back.
+    // The reason with which the focus comes back, by the way the list was opened.
     property int openedBy: Qt.TabFocusReason
 
     function toggle(by: int) {
@@ -210,13 +211,25 @@ T.ComboBox {
                 Keys.onEnterPressed: popupList.pick(currentIndex)
                 Keys.onSpacePressed: popupList.pick(currentIndex)
                 Keys.onPressed: event => {
-                    if (event.text.trim() === "" || control.searchable)
+                    // Escape and its like come with a text too, a control character.
+                    if (event.text <= " " || control.searchable)
                         return;
                     popupList.jump(event.text);
                     event.accepted = true;
                 }
 
                 T.ScrollBar.vertical: ScrollIndicatorBar {}
+
+                footer: Label {
+                    visible: popupList.found.length === 0
+                    width: list.width
+                    height: visible ? Math.round(Theme.body * 2) : 0
+                    leftPadding: Theme.body + 14
+                    verticalAlignment: Text.AlignVCenter
+                    text: control.noMatch
+                    color: Theme.secondary
+                    enabled: false
+                }
 
                 delegate: T.ItemDelegate {
                     id: entry

@@ -8,6 +8,7 @@ T.Button {
 
     property bool small: false
     property bool destructive: false
+    property bool busy: false // looks pressed while what it began is under way
     property string symbol: ""
     property string trailingSymbol: ""
     property string tooltip: ""
@@ -59,7 +60,7 @@ T.Button {
                 visible: control.text !== ""
                 text: control.text
                 font: control.font
-                color: control.foreground
+                color: control.busy ? Theme.secondary : control.foreground
                 textFormat: Text.PlainText
                 Accessible.ignored: true
             }
@@ -78,7 +79,7 @@ T.Button {
         color: {
             if (control.highlighted)
                 return control.down ? Theme.accentPressed : Theme.accent;
-            if (control.down)
+            if (control.down || control.busy)
                 return Theme.controlPressed;
             if (control.flat)
                 return control.hovered ? Theme.track : "transparent";

@@ -2,7 +2,7 @@ import QtQuick
 import QtQuick.Templates as T
 import Tolvera.Views
 
-// A choice of a few, side by side. It shows `value` and reports what the user picks; whoever owns the value
+// A choice of a few, side by side. It shows `value` and reports what the user picks; the owner of the value
 // decides. One stop for the Tab key, arrow keys move the choice.
 FocusScope {
     id: control

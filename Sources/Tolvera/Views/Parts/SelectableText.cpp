@@ -40,6 +40,7 @@ Extent inkOf(const QTextLine& line) {
 
 QTextOption wrapping() {
   QTextOption option(Qt::AlignLeft | Qt::AlignAbsolute);
+  option.setTextDirection(Qt::LayoutDirectionAuto); // of each paragraph, by its first letter
   option.setWrapMode(QTextOption::WrapAtWordBoundaryOrAnywhere);
   return option;
 }
@@ -84,7 +85,6 @@ void SelectableText::geometryChange(const QRectF& newGeometry, const QRectF& old
 void SelectableText::updatePolish() { layOut(); }
 
 void SelectableText::layOut() {
-  ++layouts_;
   auto full = text_ + tail_;
   full.replace('\n', elidesHead_ ? QChar(' ') : QChar(QChar::LineSeparator));
   const auto before = layout_.text();
@@ -96,7 +96,7 @@ void SelectableText::layOut() {
   const int end = std::max(anchor_, cursor_);
   if (QStringView(layout_.text()).left(end) != QStringView(before).left(end)) select(0, 0);
 
-  // What the text asks for does not depend on how it was cut.
+  // The implicit size is that of the whole text, also where it was cut.
   const bool cut = layout_.text() != full;
   setImplicitSize(std::ceil(cut ? QFontMetricsF(font_).horizontalAdvance(full) : layout_.maximumWidth()),
                   std::ceil(height));

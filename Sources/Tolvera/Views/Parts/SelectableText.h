@@ -7,16 +7,13 @@
 #include <QTextLayout>
 #include <QtQml/qqmlregistration.h>
 
-#include <cstdint>
-#include <vector>
-
 namespace tolvera {
 
-// A paragraph of plain text that can be selected and copied, with a tail in a colour of its own. However
-// many of its properties change before a frame, that frame costs one layout. It can be cut at the head, on
+// A paragraph of plain text that can be selected and copied, with a tail in a colour of its own. All changes
+// of its properties between two frames cost one layout. It can be cut at the head, on
 // one line, or at the end, after a number of lines. An element of a view; main thread.
 //
-// Only the text itself takes the pointer: a press beside it goes to what lies below.
+// Only the text itself takes the pointer: the item below gets a press beside it.
 class SelectableText : public QQuickPaintedItem {
   Q_OBJECT
   QML_ELEMENT
@@ -62,15 +59,13 @@ class SelectableText : public QQuickPaintedItem {
   // Every digit takes the room of the widest one, so that a counting number stands still.
   [[nodiscard]] bool hasEqualDigits() const { return equalDigits_; }
   void setEqualDigits(bool equal) { assign(equalDigits_, equal, &SelectableText::equalDigitsChanged); }
-  // True at first. Text that is not selectable leaves the pointer to what lies below.
+  // True at first. The item below text that is not selectable gets the pointer.
   [[nodiscard]] bool isSelectable() const { return selectable_; }
   void setSelectable(bool selectable);
   [[nodiscard]] bool hasVisualFocus() const { return visualFocus_; }
   [[nodiscard]] QString selectedText() const;
   [[nodiscard]] int lineCount() const { return layout_.lineCount(); }
   [[nodiscard]] QString shownText() const { return layout_.text(); }
-  // Layouts so far.
-  [[nodiscard]] std::uint64_t layouts() const { return layouts_; }
 
   Q_INVOKABLE void selectAll();
   Q_INVOKABLE void copy() const; // what is selected, to the clipboard
@@ -137,7 +132,6 @@ class SelectableText : public QQuickPaintedItem {
   bool selectable_ = true;
 
   QTextLayout layout_;
-  std::uint64_t layouts_ = 0;
   int anchor_ = 0;
   int cursor_ = 0;
   bool visualFocus_ = false;

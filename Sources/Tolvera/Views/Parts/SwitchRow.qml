@@ -4,7 +4,7 @@ import QtQuick.Templates as T
 import Tolvera.Views
 
 // A row of a form with a label and a switch, pressed anywhere. It shows `on` and reports what the user
-// wants; whoever owns the value decides.
+// wants; the owner of the value decides.
 FormRow {
     id: row
 

@@ -1,4 +1,4 @@
-#include "Tolvera/App/EdgeNet.h"
+#include "Tolvera/App/PointerGrabWindow.h"
 
 #include "Tolvera/App/CaptionGrip.h"
 #include "Tolvera/Desktop/X11Desktop.h"
@@ -11,25 +11,26 @@
 
 namespace tolvera {
 
-EdgeNet::EdgeNet(std::function<Qt::Edges(QPointF)> edgesAt) : edgesAt_(std::move(edgesAt)) {
+PointerGrabWindow::PointerGrabWindow(std::function<Qt::Edges(QPointF)> edgesAt)
+    : edgesAt_(std::move(edgesAt)) {
   setFlags(X11Desktop::floatingFlags);
   auto format = requestedFormat();
   format.setAlphaBufferSize(8);
   setFormat(format);
 }
 
-void EdgeNet::spread() {
+void PointerGrabWindow::cover() {
   if (isVisible()) return;
   setGeometry(QGuiApplication::primaryScreen()->virtualGeometry());
   show();
 }
 
-void EdgeNet::mousePressEvent(QMouseEvent* event) {
+void PointerGrabWindow::mousePressEvent(QMouseEvent* event) {
   const auto edges = edgesAt_(event->globalPosition());
   if (event->button() == Qt::LeftButton && edges) Q_EMIT pressed(edges, event->globalPosition());
 }
 
-void EdgeNet::mouseMoveEvent(QMouseEvent* event) {
+void PointerGrabWindow::mouseMoveEvent(QMouseEvent* event) {
   if (event->buttons() & Qt::LeftButton) {
     Q_EMIT moved(event->globalPosition());
   } else {
@@ -37,18 +38,18 @@ void EdgeNet::mouseMoveEvent(QMouseEvent* event) {
   }
 }
 
-void EdgeNet::mouseReleaseEvent(QMouseEvent* event) {
+void PointerGrabWindow::mouseReleaseEvent(QMouseEvent* event) {
   if (event->button() != Qt::LeftButton) return;
   Q_EMIT released();
   watch(event->globalPosition());
 }
 
-bool EdgeNet::event(QEvent* event) {
+bool PointerGrabWindow::event(QEvent* event) {
   if (event->type() == QEvent::Leave && !QGuiApplication::mouseButtons()) hide();
   return QRasterWindow::event(event);
 }
 
-void EdgeNet::watch(QPointF pointer) {
+void PointerGrabWindow::watch(QPointF pointer) {
   const auto edges = edgesAt_(pointer);
   if (edges) {
     setCursor(CaptionGrip::cursorFor(edges));

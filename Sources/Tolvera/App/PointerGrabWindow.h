@@ -8,19 +8,19 @@
 
 namespace tolvera {
 
-// Holds on to the pointer while it resizes a window, where the desktop would not: a Wayland compositor may
-// take the pointer from an X window that it has left, be it pressed, and a growing window lags behind the
-// pointer. While the pointer is at an edge, this window lies unseen over the whole desktop; the press then
-// lands on it, and nothing is lost. Main thread.
-class EdgeNet final : public QRasterWindow {
+// Keeps the pointer while it resizes the panel inside Wayland. There the compositor may take the pointer from
+// an X window that the pointer has left, even with a button down, and a growing window lags behind the
+// pointer. So while the pointer is at an edge of the panel, this invisible window covers the whole desktop
+// and gets the press. Main thread.
+class PointerGrabWindow final : public QRasterWindow {
   Q_OBJECT
 
  public:
   // `edgesAt` tells which edges a point of the desktop takes hold of.
-  explicit EdgeNet(std::function<Qt::Edges(QPointF)> edgesAt);
+  explicit PointerGrabWindow(std::function<Qt::Edges(QPointF)> edgesAt);
 
-  // Lies over the desktop until the pointer is at no edge any more.
-  void spread();
+  // Covers the desktop until the pointer has left the edges.
+  void cover();
 
  Q_SIGNALS:
   // As a grip's.
