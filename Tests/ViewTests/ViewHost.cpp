@@ -120,9 +120,7 @@ bool ViewHost::isAbove(const QString& upper, const QString& lower) {
 
 QStringList ViewHost::texts() {
   QStringList texts;
-  forEachElement([&](auto& element) {
-    texts << element.text(QAccessible::Name) << element.text(QAccessible::Description);
-  });
+  forEachElement([&](auto& e) { texts << e.text(QAccessible::Name) << e.text(QAccessible::Description); });
   texts.removeAll("");
   return texts;
 }
@@ -137,7 +135,9 @@ void ViewHost::click(const QString& name) {
 }
 
 void ViewHost::press(Qt::Key key, const QString& letter) {
-  QTest::sendKeyEvent(QTest::Click, view_.get(), key, letter, {});
+  // Keys like Escape come with a control character as their text.
+  QTest::sendKeyEvent(QTest::Click, view_.get(), key,
+                      letter.isEmpty() ? QString(QTest::keyToAscii(key)) : letter, {});
   grab();
 }
 

@@ -50,8 +50,6 @@ RowLayout {
                 anchors.centerIn: parent
                 text: button.text
                 font.pixelSize: 11
-                lineHeightMode: Text.FixedHeight
-                lineHeight: 15
                 color: "#ffffff"
                 textFormat: Text.PlainText
                 Accessible.ignored: true

@@ -27,9 +27,6 @@ Rectangle {
             RowLayout {
                 id: header
 
-                // One for all texts: a fallback font would move the baseline of its text alone.
-                readonly property int lineHeight: Math.round(Theme.subheadline * 1.4)
-
                 anchors.fill: parent
                 anchors.leftMargin: 16
                 anchors.rightMargin: 16
@@ -67,15 +64,11 @@ Rectangle {
                     Layout.maximumWidth: Math.ceil(implicitWidth)
                     text: live.languageNames.directionText(live.app.settings.source, live.app.settings.target, live.strings)
                     font.pixelSize: Theme.subheadline
-                    lineHeightMode: Text.FixedHeight
-                    lineHeight: header.lineHeight
                 }
                 Label {
                     text: "·"
                     color: Theme.tertiary
                     font.pixelSize: Theme.subheadline
-                    lineHeightMode: Text.FixedHeight
-                    lineHeight: header.lineHeight
                     Accessible.ignored: true
                 }
                 Label {
@@ -83,8 +76,6 @@ Rectangle {
                     text: MainViewRules.statusText(live.strings, live.app.phase)
                     color: Theme.secondary
                     font.pixelSize: Theme.subheadline
-                    lineHeightMode: Text.FixedHeight
-                    lineHeight: header.lineHeight
                     Accessible.role: MainViewRules.hasFailed(live.app.phase) ? Accessible.AlertMessage : Accessible.StatusBar
                 }
                 PushButton {
