@@ -22,6 +22,27 @@ pkg_get_variable(TOLVERA_SPEECH_MODELS pocketsphinx modeldir)
 set_target_properties(PkgConfig::PocketSphinx PROPERTIES
   INTERFACE_INCLUDE_DIRECTORIES "/usr/include/pocketsphinx")
 
+# Recognition of people's speech: the library of the distribution, else the one that tools/fetch-whisper built.
+# Without either the service is built without it, and hears with PocketSphinx.
+find_package(whisper CONFIG QUIET)
+if(NOT whisper_FOUND)
+  if(DEFINED ENV{XDG_CACHE_HOME})
+    list(PREPEND CMAKE_PREFIX_PATH $ENV{XDG_CACHE_HOME}/tolvera/whisper-1.8.5)
+  else()
+    list(PREPEND CMAKE_PREFIX_PATH $ENV{HOME}/.cache/tolvera/whisper-1.8.5)
+  endif()
+  find_package(whisper CONFIG QUIET)
+endif()
+if(whisper_FOUND AND WHISPER_VERSION VERSION_LESS 1.8.5)
+  message(STATUS "Speech: whisper.cpp ${WHISPER_VERSION} in ${whisper_DIR} is too old")
+  set(whisper_FOUND FALSE)
+endif()
+if(whisper_FOUND)
+  message(STATUS "Speech: Whisper, from ${whisper_DIR}")
+else()
+  message(STATUS "Speech: PocketSphinx alone; tools/fetch-whisper builds the library for Whisper")
+endif()
+
 # Boost's header-only networking, compiled once instead of into every file that uses it.
 add_library(TolveraBoost STATIC ${CMAKE_CURRENT_LIST_DIR}/BoostSources.cpp)
 target_link_libraries(TolveraBoost PUBLIC Boost::headers OpenSSL::SSL OpenSSL::Crypto Threads::Threads)
@@ -31,5 +52,6 @@ target_compile_definitions(TolveraBoost PUBLIC
 option(TOLVERA_TESTS "Build the tests and the benchmarks" ON)
 if(TOLVERA_TESTS)
   find_package(GTest REQUIRED)
+  pkg_check_modules(SndFile REQUIRED IMPORTED_TARGET sndfile)
   find_package(Qt6 6.4 REQUIRED COMPONENTS Network Test)
 endif()

@@ -7,12 +7,28 @@ namespace tolvera::service {
 
 namespace {
 
+constexpr std::size_t mostStreams = 64;
+
 std::uint16_t portOf(std::string_view text) {
   std::uint16_t port = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), port);
   if (error != std::errc() || end != text.data() + text.size())
     throw OptionError("not a port: " + std::string(text));
   return port;
+}
+
+std::size_t streamsOf(std::string_view text) {
+  std::size_t streams = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), streams);
+  if (error != std::errc() || end != text.data() + text.size() || streams < 1 || streams > mostStreams)
+    throw OptionError("not a number of runs: " + std::string(text));
+  return streams;
+}
+
+std::string engineOf(std::string_view text) {
+  if (text != "whisper" && text != "pocketsphinx")
+    throw OptionError("no engine is called " + std::string(text) + ": whisper, pocketsphinx");
+  return std::string(text);
 }
 
 std::filesystem::path defaultStateDirectory() {
@@ -27,12 +43,16 @@ std::filesystem::path defaultStateDirectory() {
 } // namespace
 
 const char* Options::usage() {
-  return "usage: tolvera-service [--port N] [--state DIR] [--help] [--version]\n"
+  return "usage: tolvera-service [--port N] [--state DIR] [--engine NAME] [--streams N] [--help] "
+         "[--version]\n"
          "       tolvera-service models list | install NAME | verify [NAME] | remove NAME\n"
          "  --port N     listen on 127.0.0.1:N and nowhere else; 0 takes any free port. Without it the port "
          "is 18790 or\n"
          "               the next free one, and is written to $XDG_RUNTIME_DIR/tolvera/service\n"
-         "  --state DIR  keep accounts in DIR ($XDG_STATE_HOME/tolvera)\n";
+         "  --state DIR  keep accounts in DIR ($XDG_STATE_HOME/tolvera)\n"
+         "  --engine NAME  hear with whisper or pocketsphinx; without it, with the best that is installed\n"
+         "  --streams N  serve at most N runs at once, 1 to 64; without it, as many as this machine "
+         "carries\n";
 }
 
 Options parseOptions(const std::vector<std::string_view>& arguments) {
@@ -47,6 +67,10 @@ Options parseOptions(const std::vector<std::string_view>& arguments) {
       options.port = portOf(value());
     } else if (argument == "--state") {
       options.stateDirectory = std::filesystem::absolute(value());
+    } else if (argument == "--engine") {
+      options.engine.name = engineOf(value());
+    } else if (argument == "--streams") {
+      options.engine.runs = streamsOf(value());
     } else if (argument == "--help") {
       options.action = Options::Action::help;
       return options;

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "TolveraService/Engine/SpeechEngines.h"
+
 #include <cstdint>
 #include <filesystem>
 #include <optional>
@@ -18,6 +20,7 @@ struct Options {
   Action action = Action::serve;
   std::optional<std::uint16_t> port; // absent: the usual one, or the next that is free
   std::filesystem::path stateDirectory;
+  EngineChoice engine;
 
   static const char* usage();
 };

@@ -38,11 +38,11 @@ tcp::acceptor listenOn(asio::io_context& context, std::uint16_t port, int nextPo
 } // namespace
 
 Server::Server(const Settings& settings)
-    : recognizers_(settings.streams, settings.speechModel), accounts_(settings.stateDirectory),
-      translator_(settings.translationModes), listening_(settings.streams),
+    : engine_(makeSpeechEngine(settings.engine)), accounts_(settings.stateDirectory),
+      translator_(settings.translationModes), listening_(engine_->runs()),
       services_(std::make_shared<Services>(Services{accounts_,
                                                     translator_,
-                                                    recognizers_,
+                                                    *engine_,
                                                     speech_,
                                                     routes_,
                                                     clock_,

@@ -1,6 +1,7 @@
 #pragma once
 
-#include "TolveraService/Engine/RecognizerPool.h"
+#include "TolveraService/Engine/ApertiumTranslator.h"
+#include "TolveraService/Engine/SpeechEngines.h"
 #include "TolveraService/Services.h"
 
 #include "Async/SystemClock.h"
@@ -23,13 +24,12 @@ class Server {
     std::uint16_t port = 0;     // 0: any free one
     bool takesNextPort = false; // one of the next ones if the port is taken
     std::filesystem::path stateDirectory;
-    std::filesystem::path speechModel = Recognizer::installedModel();
-    std::filesystem::path translationModes = Translator::installedModes;
-    std::size_t streams = 2;
+    std::filesystem::path translationModes = ApertiumTranslator::installedModes;
+    EngineChoice engine;
   };
 
-  // Makes the decoders, opens the accounts and listens. Throws std::exception with a text for the person who
-  // starts the service.
+  // Makes the speech engine, opens the accounts and listens. Throws std::exception with a text for the person
+  // who starts the service.
   explicit Server(const Settings& settings);
   ~Server();
   Server(const Server&) = delete;
@@ -46,9 +46,9 @@ class Server {
   Task<void> accept();
   Task<void> stopSoon();
 
-  RecognizerPool recognizers_;
+  std::unique_ptr<SpeechEngine> engine_;
   AccountStore accounts_;
-  Translator translator_;
+  ApertiumTranslator translator_;
   Speech speech_;
   Routes routes_{accounts_, speech_.voices()};
   boost::asio::io_context context_{1};

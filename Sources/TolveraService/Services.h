@@ -1,8 +1,8 @@
 #pragma once
 
 #include "TolveraService/Accounts/AccountStore.h"
-#include "TolveraService/Engine/RecognizerPool.h"
 #include "TolveraService/Engine/Speech.h"
+#include "TolveraService/Engine/SpeechEngine.h"
 #include "TolveraService/Engine/Translator.h"
 #include "TolveraService/Http/Connections.h"
 #include "TolveraService/Http/Routes.h"
@@ -24,7 +24,7 @@ class StreamConnection;
 struct Services {
   AccountStore& accounts;
   Translator& translator;
-  RecognizerPool& recognizers;
+  SpeechEngine& engine;
   Speech& speech;
   Routes& routes;
   Clock& clock;

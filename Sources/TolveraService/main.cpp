@@ -30,6 +30,7 @@ void serve(const service::Options& options) {
     settings.takesNextPort = address->isClaimed();
   }
   settings.stateDirectory = options.stateDirectory;
+  settings.engine = options.engine;
   service::Server server(settings);
   if (address) address->write(server.port());
   signals.async_wait([&server](const boost::system::error_code& error, int) {

@@ -108,8 +108,9 @@ class ServiceProcess {
   // Waits until it listens. Port "0" is any; the state survives a restart.
   void start(const std::string& onPort) {
     std::filesystem::remove(log_);
-    process_.emplace(
-        std::vector<std::string>{TOLVERA_SERVICE, "--port", onPort, "--state", directory_ / "state"}, log_);
+    process_.emplace(std::vector<std::string>{TOLVERA_SERVICE, "--port", onPort, "--state",
+                                              directory_ / "state", "--engine", "pocketsphinx"},
+                     log_);
     std::string line;
     const auto listening = [&] {
       std::ifstream file(log_);

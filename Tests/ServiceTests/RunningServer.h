@@ -4,6 +4,7 @@
 
 #include "Harness/TemporaryDirectory.h"
 
+#include <string>
 #include <thread>
 
 namespace tolvera::test {
@@ -11,11 +12,12 @@ namespace tolvera::test {
 // The service in this process, on a free port and with accounts of its own.
 class RunningServer {
  public:
-  explicit RunningServer(std::size_t streams = 2)
+  // With PocketSphinx unless told otherwise: it is always there, and understands what the tests say.
+  explicit RunningServer(std::size_t streams = 2, const std::string& engine = "pocketsphinx")
       : server_([&] {
           service::Server::Settings settings;
           settings.stateDirectory = stateDirectory();
-          settings.streams = streams;
+          settings.engine = {engine, streams};
           return settings;
         }()) {}
   ~RunningServer() {

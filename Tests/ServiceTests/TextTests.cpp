@@ -9,7 +9,7 @@ namespace tolvera::service {
 namespace {
 
 TEST(SettledText, WordSettlesAfterFiveLooks) {
-  SettledText line;
+  SettledText line(5);
   for (int look = 1; look <= 4; ++look) EXPECT_EQ(line.update("we need more").text, "");
   EXPECT_EQ(line.update("we need more"), (SettledText::Split{"we", " need more"}));
   EXPECT_EQ(line.update("we need more time").text, "we need");

@@ -1,4 +1,4 @@
-#include "TolveraService/Engine/Translator.h"
+#include "TolveraService/Engine/ApertiumTranslator.h"
 
 #include "Harness/TemporaryDirectory.h"
 #include "ServiceTests/StreamClient.h"
@@ -14,43 +14,43 @@ using Kind = Translator::Result::Kind;
 
 TEST(Translator, OffersInstalledLanguagesOnly) {
   const test::TemporaryDirectory empty;
-  EXPECT_TRUE(Translator(empty.path()).targets().empty());
-  Translator translator;
-  for (const std::string& target : translator.targets()) {
+  EXPECT_TRUE(ApertiumTranslator(empty.path()).targets("en").empty());
+  ApertiumTranslator translator;
+  for (const std::string& target : translator.targets("en")) {
     const auto result =
-        translator.translate(target, "The children are playing in the garden behind the house");
+        translator.translate("en", target, "The children are playing in the garden behind the house");
     EXPECT_EQ(result.kind, Kind::translated) << target;
     EXPECT_EQ(result.text.find("children"), std::string::npos) << target;
     EXPECT_EQ(result.text.find_first_of("*#@<>^$"), std::string::npos) << result.text;
   }
-  EXPECT_EQ(translator.translate("es", "The children are playing in the garden").text,
+  EXPECT_EQ(translator.translate("en", "es", "The children are playing in the garden").text,
             "Los niños están tocando en el jardín");
-  EXPECT_FALSE(translator.canTranslate("en"));
-  EXPECT_FALSE(translator.canTranslate("zh"));
-  EXPECT_EQ(translator.translate("zh", "Hello").kind, Kind::failed);
+  EXPECT_FALSE(translator.canTranslate("en", "en"));
+  EXPECT_FALSE(translator.canTranslate("en", "zh"));
+  EXPECT_EQ(translator.translate("en", "zh", "Hello").kind, Kind::failed);
 }
 
 TEST(Translator, UnknownWordsAreQuoted) {
-  Translator translator;
-  EXPECT_EQ(translator.translate("es", "Zyzzyva frobnicator").kind, Kind::nothingKnown);
+  ApertiumTranslator translator;
+  EXPECT_EQ(translator.translate("en", "es", "Zyzzyva frobnicator").kind, Kind::nothingKnown);
   for (const char* odd :
        {"^house<n>$", "[a]{b}", "\\", "a\nb", "$(reboot) `x` ; 'y'", "<b>house</b>", "日本"})
-    EXPECT_NE(translator.translate("es", odd).kind, Kind::failed) << odd;
+    EXPECT_NE(translator.translate("en", "es", odd).kind, Kind::failed) << odd;
   // None of it is left in the pipeline.
-  EXPECT_EQ(translator.translate("es", "The frobnicator is in the house").text,
+  EXPECT_EQ(translator.translate("en", "es", "The frobnicator is in the house").text,
             "El “frobnicator” es en la casa");
 }
 
 TEST(Translator, DeadEnginesStartAgain) {
-  Translator translator;
-  translator.warmUp("es");
+  ApertiumTranslator translator;
+  translator.warmUp("en", "es");
   const std::size_t stages = test::childrenOf(::getpid()).size();
   ASSERT_GT(stages, 3U);
   // One that hangs is as good as dead.
   for (const auto& [victim, signal] :
        {std::pair{std::size_t{0}, SIGKILL}, {stages / 2, SIGKILL}, {stages - 1, SIGKILL}, {1, SIGSTOP}}) {
     ::kill(test::childrenOf(::getpid()).at(victim), signal);
-    EXPECT_EQ(translator.translate("es", "The house").text, "La casa") << victim;
+    EXPECT_EQ(translator.translate("en", "es", "The house").text, "La casa") << victim;
   }
   EXPECT_EQ(test::childrenOf(::getpid()).size(), stages);
 }

@@ -15,8 +15,8 @@ namespace tolvera::service {
 
 // The running programs of one translation mode, kept warm: started by the first line, started again
 // after one of them dies. They take text through a pipe alone and die with the service, however it ends.
-// Owned by Translator. Any thread may call; calls are served one at a time and block. The thread that calls
-// has to live as long as the pipeline: the programs are killed when the thread that started them ends.
+// Owned by ApertiumTranslator. Any thread may call; calls are served one at a time and block. The thread that
+// calls has to live as long as the pipeline: the programs are killed when the thread that started them ends.
 class ApertiumPipeline {
  public:
   explicit ApertiumPipeline(ApertiumStages stages) : stages_(std::move(stages)) {}

@@ -84,6 +84,12 @@ bool isCodeByte(char c) {
 
 } // namespace
 
+std::vector<std::string> programLanguages() {
+  std::vector<std::string> codes;
+  for (const Row& row : rows) codes.emplace_back(row.code);
+  return codes;
+}
+
 LanguageName languageName(std::string_view code) {
   const auto* row = std::find_if(rows.begin(), rows.end(), [&](const Row& r) { return r.code == code; });
   if (row != rows.end()) return {std::string(row->chinese), std::string(row->english)};

@@ -2,6 +2,7 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace tolvera::service {
 
@@ -12,5 +13,8 @@ struct LanguageName {
   std::string english;
 };
 LanguageName languageName(std::string_view code);
+
+// The codes of all languages that the program offers.
+std::vector<std::string> programLanguages();
 
 } // namespace tolvera::service

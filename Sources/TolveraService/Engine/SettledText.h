@@ -8,8 +8,9 @@
 namespace tolvera::service {
 
 // Splits a line that is still growing into the words that have settled and the tail that may yet change.
-// A word settles when it has stood in its place for five looks in a row and two words follow it; settled
-// words stay until the line ends, even if a later look differs. One line at a time, one thread.
+// A word settles when it has stood in its place for some looks in a row and two words follow it; settled
+// words stay until the line ends, even if a later look differs. Case and punctuation at a word's ends do not
+// count as a change. Characters of scripts without spaces count as words. One line at a time, one thread.
 class SettledText {
  public:
   struct Split {
@@ -18,20 +19,25 @@ class SettledText {
     bool operator==(const Split&) const = default;
   };
 
-  // Takes the line as it looks now, words parted by white space, and gives its split.
+  explicit SettledText(std::size_t looksToSettle) : looksToSettle_(looksToSettle) {}
+
+  // Takes the line as it looks now and gives its split.
   Split update(std::string_view line);
 
  private:
-  static constexpr std::size_t looksToSettle = 5;
   static constexpr std::size_t wordsAlwaysOpen = 2;
 
   struct Word {
     std::string text;
     std::size_t looks = 0;
   };
+  std::size_t looksToSettle_;
   std::vector<Word> words_;
   std::vector<std::string> settledWords_;
 };
+
+// A word without the punctuation at its ends, letters A to Z in lower case.
+std::string bareWord(std::string_view word);
 
 // The words of `text`, parted by white space.
 std::vector<std::string> wordsOf(std::string_view text);

@@ -1,54 +1,32 @@
 #pragma once
 
-#include "TolveraService/Engine/ApertiumPipeline.h"
-
-#include <filesystem>
-#include <map>
-#include <memory>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace tolvera::service {
 
-// Translates English lines into the languages whose data is installed, through warm pipelines that all
-// streams share. Owned by the server. Any thread may call `translate`; it blocks for a few
-// milliseconds, or for seconds when a language is used for the first time: call `warmUp` ahead of it.
+// A way to turn a line of text into another language. Owned by the server; any thread.
 class Translator {
  public:
-  static inline const std::filesystem::path installedModes = "/usr/share/apertium/modes";
-
-  // Looks for the modes and starts nothing.
-  explicit Translator(const std::filesystem::path& modes = installedModes);
-
-  // Codes of the languages it can translate into, in the order to name them.
-  [[nodiscard]] std::vector<std::string> targets() const;
-  [[nodiscard]] bool canTranslate(std::string_view target) const;
-
-  // Starts what `target` needs.
-  void warmUp(std::string_view target);
-
   struct Result {
     enum class Kind {
       translated,
-      nothingKnown, // no word of the line is in the dictionaries: there is no translation to show
-      failed,       // the engine did not answer, twice
+      nothingKnown, // it knows no word of the line: there is no translation to show
+      failed,       // it does not work at the moment
     };
     Kind kind = Kind::failed;
-    std::string text; // without a full stop
+    std::string text; // punctuated as the line was
   };
 
-  // Translates a line, cased as English is printed and without a full stop. A word that the dictionaries
-  // do not know stays as it is, in quotation marks.
-  Result translate(std::string_view target, std::string_view line);
-
- private:
-  // The pipelines that lead to a target, in order: one, or two by way of Spanish.
-  using Route = std::vector<std::shared_ptr<ApertiumPipeline>>;
-  std::vector<std::pair<std::string, Route>> routes_;
-
-  [[nodiscard]] const Route* route(std::string_view target) const;
+  virtual ~Translator() = default;
+  // The codes of the languages it can translate `source` into, in the order to name them.
+  [[nodiscard]] virtual std::vector<std::string> targets(std::string_view source) const = 0;
+  [[nodiscard]] virtual bool canTranslate(std::string_view source, std::string_view target) const = 0;
+  // Starts what the pair needs, so that the first line does not wait for it.
+  virtual void warmUp(std::string_view source, std::string_view target) = 0;
+  // Translates one line. It blocks for some milliseconds.
+  virtual Result translate(std::string_view source, std::string_view target, std::string_view line) = 0;
 };
 
 } // namespace tolvera::service

@@ -46,18 +46,18 @@ void AudioQueue::abandon() {
   finish();
 }
 
-AudioQueue::State AudioQueue::take(std::vector<std::int16_t>& samples, std::size_t wanted,
+AudioQueue::State AudioQueue::take(std::vector<std::int16_t>& samples, std::size_t least, std::size_t most,
                                    std::chrono::milliseconds patience) {
   std::unique_lock lock(mutex_);
   samples.clear();
   std::size_t before = count();
-  while (count() < wanted && !finished_) {
+  while (count() < least && !finished_) {
     arrived_.wait_for(lock, patience);
     if (count() == before) break;
     before = count();
   }
   if (abandoned_) return State::abandoned;
-  const std::size_t taken = std::min(wanted, count());
+  const std::size_t taken = std::min(most, count());
   const auto first = samples_.begin() + static_cast<std::ptrdiff_t>(start_);
   samples.assign(first, first + static_cast<std::ptrdiff_t>(taken));
   start_ += taken;
@@ -66,7 +66,7 @@ AudioQueue::State AudioQueue::take(std::vector<std::int16_t>& samples, std::size
   lock.unlock();
   if (room) room_.open();
   if (last) return State::finished;
-  return taken < wanted ? State::starved : State::more;
+  return taken < least ? State::starved : State::more;
 }
 
 } // namespace tolvera::service

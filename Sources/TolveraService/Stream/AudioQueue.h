@@ -2,6 +2,7 @@
 
 #include "Async/Gate.h"
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstddef>
@@ -29,9 +30,12 @@ class AudioQueue {
   void abandon();
 
   enum class State { more, starved, finished, abandoned };
-  // Worker thread. Replaces `samples` by the next `count`, waiting for them. `starved`: fewer came, and none
-  // for `patience`; `finished`: the last ones, perhaps none.
-  State take(std::vector<std::int16_t>& samples, std::size_t count, std::chrono::milliseconds patience);
+  // Worker thread. Replaces `samples` by the next ones, at most `most`, waiting until there are `least`.
+  // `starved`: fewer came, and no more for `patience`; `finished`: the last ones, perhaps none.
+  State take(std::vector<std::int16_t>& samples, std::size_t least, std::size_t most,
+             std::chrono::milliseconds patience);
+  // True if no more results are wanted. Any thread.
+  [[nodiscard]] bool isAbandoned() const { return abandoned_; }
 
  private:
   [[nodiscard]] bool isFull();
@@ -41,7 +45,7 @@ class AudioQueue {
   std::vector<std::int16_t> samples_;
   std::size_t start_ = 0; // samples before it are taken
   bool finished_ = false;
-  bool abandoned_ = false;
+  std::atomic<bool> abandoned_ = false;
   Gate room_;
 
   [[nodiscard]] std::size_t count() const { return samples_.size() - start_; }

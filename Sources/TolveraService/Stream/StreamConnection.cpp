@@ -1,5 +1,6 @@
 #include "TolveraService/Stream/StreamConnection.h"
 
+#include "TolveraService/Stream/CaptionRoute.h"
 #include "TolveraService/Stream/Transcription.h"
 
 #include "Async/Log.h"
@@ -9,7 +10,9 @@
 #include <boost/asio/redirect_error.hpp>
 #include <boost/asio/steady_timer.hpp>
 
+#include <algorithm>
 #include <utility>
+#include <vector>
 
 namespace tolvera::service {
 
@@ -110,8 +113,6 @@ void StreamConnection::leaveRuns() {
 }
 
 Task<std::string> StreamConnection::admit() {
-  const std::string& source = parameters_.source;
-  const std::string& target = parameters_.target;
   auto find = found(services_, parameters_.token);
   std::optional<AccountStore::Account> account;
   try {
@@ -120,56 +121,73 @@ Task<std::string> StreamConnection::admit() {
     co_return errorFrame(errorCode::upstreamRejected, refusal::storeFailed());
   }
   if (!account) co_return errorFrame(errorCode::upstreamRejected, refusal::unknownToken());
-  if (source != "en" && source != "auto")
-    co_return errorFrame(errorCode::upstreamRejected, refusal::cannotHear(source));
-  if (target != "en" && !services_->translator.canTranslate(target))
-    co_return errorFrame(errorCode::upstreamRejected,
-                         refusal::cannotTranslate(target, services_->translator.targets()));
+  if (std::string refused = refusedLanguages(); !refused.empty())
+    co_return errorFrame(errorCode::upstreamRejected, refused);
   if (account->secondsLeft <= 0) co_return errorFrame(errorCode::quotaExhausted, refusal::outOfTime());
 
   auto earlier = std::exchange(services_->runs[account->id], weak_from_this()).lock();
   account_ = account->id;
   if (earlier) earlier->replace();
-  auto recognizer = co_await leaseRecognizer();
-  if (!recognizer) {
+  auto ears = co_await listener();
+  if (!ears) {
     leaveRuns();
     // A code that ends the run: after any other one the client would connect again and again in vain, and
     // show a lost connection in the end.
-    co_return errorFrame(errorCode::upstreamRejected, refusal::busy(services_->recognizers.size()));
+    co_return errorFrame(errorCode::upstreamRejected, refusal::busy(services_->engine.runs()));
   }
-  begin(*account, std::move(recognizer));
+  begin(*account, std::move(ears));
   co_return std::string();
 }
 
-// A run that has ended needs a moment to give its decoder back. There is such a run if the others are fewer
-// than the decoders; then this one waits.
-Task<std::unique_ptr<RecognizerPool::Lease>> StreamConnection::leaseRecognizer() {
-  const std::size_t others = services_->runs.size() - 1;
-  const bool oneEnds = others < services_->recognizers.size();
-  auto recognizer = services_->recognizers.lease();
-  for (auto waited = handOverStep; oneEnds && !recognizer && waited < handOverLimit; waited += handOverStep) {
-    co_await pause(handOverStep);
-    recognizer = services_->recognizers.lease();
-  }
-  co_return recognizer;
+// What is wrong with the languages that the run asks for, as a text for the user; empty if nothing is. A
+// language that is still to be identified is looked at when it is known.
+std::string StreamConnection::refusedLanguages() const {
+  const std::vector<std::string> languages = services_->engine.languages();
+  const bool automatic = parameters_.source == "auto";
+  if (!automatic && std::find(languages.begin(), languages.end(), parameters_.source) == languages.end())
+    return refusal::cannotHear(parameters_.source, languages);
+  if (automatic && languages.size() > 1) return {};
+  const std::string& source = automatic ? languages.front() : parameters_.source;
+  if (captionRoute(source, parameters_.target, services_->engine, services_->translator) !=
+      CaptionRoute::none)
+    return {};
+  const auto offered = captionLanguages(source, services_->engine, services_->translator);
+  return refusal::cannotTranslate(source, parameters_.target, offered);
 }
 
-void StreamConnection::begin(AccountStore::Account account,
-                             std::unique_ptr<RecognizerPool::Lease> recognizer) {
+// A run that has ended needs a moment to give its ears back. There is such a run if the others are fewer than
+// the engine serves; then this one waits.
+Task<std::unique_ptr<Listener>> StreamConnection::listener() {
+  const std::size_t others = services_->runs.size() - 1;
+  const bool oneEnds = others < services_->engine.runs();
+  auto ears = services_->engine.listener();
+  for (auto waited = handOverStep; oneEnds && !ears && waited < handOverLimit; waited += handOverStep) {
+    co_await pause(handOverStep);
+    ears = services_->engine.listener();
+  }
+  co_return ears;
+}
+
+void StreamConnection::begin(AccountStore::Account account, std::unique_ptr<Listener> listener) {
   output_->send(readyFrame(account.secondsLeft));
   log::trace(log::Category::service, "run of account ", account.id, " accepted: ", parameters_.source, " to ",
              parameters_.target, parameters_.dub ? ", with dub" : "");
   auto services = services_;
-  if (parameters_.target != "en")
-    asio::post(services->warming,
-               [services, target = parameters_.target] { services->translator.warmUp(target); });
+  for (const std::string& from : {parameters_.source, services->engine.languages().front()})
+    if (services->translator.canTranslate(from, parameters_.target)) {
+      asio::post(services->warming, [services, from, target = parameters_.target] {
+        services->translator.warmUp(from, target);
+      });
+      break;
+    }
   if (parameters_.dub && services->speech.canSpeak(parameters_.target)) {
     dub_ = std::make_shared<DubStream>(services->clock, output_);
     spawn(socket_.get_executor(), "speaking to a stream", DubStream::send(dub_));
   }
   Transcription::Job job{parameters_, account.installation, audio_, output_, dub_};
-  auto transcription = std::make_shared<Transcription>(
-      std::move(job), std::move(recognizer), services->accounts, services->translator, services->speech);
+  auto transcription =
+      std::make_shared<Transcription>(std::move(job), std::move(listener), services->accounts,
+                                      services->engine, services->translator, services->speech);
   asio::post(services->listening, [services, transcription] { transcription->run(); });
 }
 

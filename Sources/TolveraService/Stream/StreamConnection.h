@@ -42,10 +42,11 @@ class StreamConnection : public std::enable_shared_from_this<StreamConnection> {
   Task<void> run(Upgrade upgrade);
   // Admits the run, or gives the frame that refuses it.
   Task<std::string> admit();
-  Task<std::unique_ptr<RecognizerPool::Lease>> leaseRecognizer();
-  void begin(AccountStore::Account account, std::unique_ptr<RecognizerPool::Lease> recognizer);
+  Task<std::unique_ptr<Listener>> listener();
+  void begin(AccountStore::Account account, std::unique_ptr<Listener> listener);
   // The account has no run any more.
   void leaveRuns();
+  [[nodiscard]] std::string refusedLanguages() const;
   Task<void> read();
   Task<void> write();
 

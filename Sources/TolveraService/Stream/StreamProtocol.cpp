@@ -58,32 +58,54 @@ std::string errorFrame(std::string_view code, std::string_view message) {
   return json::serialize(json::object{{"type", "error"}, {"code", code}, {"message", message}});
 }
 
-namespace refusal {
+namespace {
 
-std::string cannotHear(std::string_view source) {
-  const LanguageName name = languageName(source);
-  return "本地服务听不懂" + name.chinese +
-         "，目前只能识别英语：请把源语言设为英语或自动。 / The local service cannot hear " + name.english +
-         ". It recognises English only: set the spoken language to English or automatic.";
+constexpr std::size_t fewLanguages = 8;
+
+LanguageName listOf(const std::vector<std::string>& codes) {
+  LanguageName list;
+  for (const std::string& code : codes) {
+    const LanguageName name = languageName(code);
+    list.chinese += (list.chinese.empty() ? "" : "、") + name.chinese;
+    list.english += (list.english.empty() ? "" : ", ") + name.english;
+  }
+  return list;
 }
 
-std::string cannotTranslate(std::string_view target, const std::vector<std::string>& targets) {
+} // namespace
+
+namespace refusal {
+
+std::string cannotHear(std::string_view source, const std::vector<std::string>& languages) {
+  const LanguageName name = languageName(source);
+  const LanguageName names = listOf(languages);
+  const bool few = languages.size() <= fewLanguages;
+  const std::string count = std::to_string(languages.size());
+  return "本地服务听不懂" + name.chinese + "，它能识别" +
+         (few ? names.chinese : "其他 " + count + " 种语言") +
+         "：请另选源语言。 / The local service cannot hear " + name.english + ". It recognises " +
+         (few ? names.english + " only" : count + " other languages") + ": choose another spoken language.";
+}
+
+std::string cannotTranslate(std::string_view source, std::string_view target,
+                            const std::vector<std::string>& targets) {
+  const LanguageName from = languageName(source);
   const LanguageName name = languageName(target);
-  std::string chinese;
-  std::string english;
-  for (const std::string& code : targets) {
-    const LanguageName offered = languageName(code);
-    chinese += (chinese.empty() ? "" : "、") + offered.chinese;
-    english += (english.empty() ? "" : ", ") + offered.english;
-  }
+  const LanguageName names = listOf(targets);
   const bool none = targets.empty();
-  return "本地服务不能译成" + name.chinese + "。" +
-         (none ? "这里没有安装翻译数据，" : "它能把英语译成" + chinese + "，也") +
-         "能直接显示英语字幕（目标语言选英语）。 / The local service cannot translate into " + name.english +
-         ". " +
+  return "本地服务不能把" + from.chinese + "译成" + name.chinese + "。" +
+         (none ? "这里没有安装翻译数据，" : "它能译成" + names.chinese + "，也") + "能直接显示" +
+         from.chinese + "字幕。 / The local service cannot translate " + from.english + " into " +
+         name.english + ". " +
          (none ? "No translation data is installed here; it"
-               : "It translates English into " + english + ", and") +
-         " shows English captions when the target is English.";
+               : "It translates into " + names.english + ", and") +
+         " shows " + from.english + " captions when that is the target too.";
+}
+
+std::string tooSlow() {
+  return "这台电脑跟不上语音识别的速度，翻译已停止：请关闭其他繁忙的程序后再试。 / This machine cannot keep "
+         "up "
+         "with the speech, so the run ends. Close other busy programs and start again.";
 }
 
 std::string unknownToken() {

@@ -41,10 +41,13 @@ inline constexpr std::string_view upstreamRejected = "upstream_rejected";
 
 // Texts for the user, in both languages because a run does not tell which one the user reads.
 namespace refusal {
-std::string cannotHear(std::string_view source);
-std::string cannotTranslate(std::string_view target, const std::vector<std::string>& targets);
+std::string cannotHear(std::string_view source, const std::vector<std::string>& languages);
+// `targets`: what the spoken language can be read in, itself excepted.
+std::string cannotTranslate(std::string_view source, std::string_view target,
+                            const std::vector<std::string>& targets);
 std::string unknownToken();
 std::string busy(std::size_t streams);
+std::string tooSlow();
 std::string outOfTime();
 std::string replaced();
 std::string storeFailed();

@@ -1,10 +1,12 @@
 #include "TolveraService/Stream/Transcription.h"
 
 #include "TolveraService/Accounts/Packs.h"
-#include "TolveraService/Engine/TextNormalizer.h"
+
+#include "Async/Log.h"
 
 #include <cstdio>
 #include <exception>
+#include <utility>
 #include <vector>
 
 namespace tolvera::service {
@@ -13,17 +15,21 @@ namespace {
 
 // A sender that stops in the middle of an utterance gets what there is.
 constexpr std::chrono::milliseconds patience{1500};
+constexpr std::size_t leastSamples = SpeechEngine::sampleRate / 10;
+constexpr std::size_t mostSamples = SpeechEngine::sampleRate * 2; // the account is charged after them
+constexpr std::size_t samplesToMeasure = 20 * SpeechEngine::sampleRate;
 
 } // namespace
 
-Transcription::Transcription(Job job, std::unique_ptr<RecognizerPool::Lease> recognizer,
-                             AccountStore& accounts, Translator& translator, const Speech& speech)
-    : job_(std::move(job)), recognizer_(std::move(recognizer)), accounts_(accounts), translator_(translator),
-      speech_(speech), captionsOnly_(job_.parameters.target == "en") {}
+Transcription::Transcription(Job job, std::unique_ptr<Listener> listener, AccountStore& accounts,
+                             const SpeechEngine& engine, Translator& translator, const Speech& speech)
+    : job_(std::move(job)), listener_(std::move(listener)), accounts_(accounts), engine_(engine),
+      translator_(translator), speech_(speech), source_(engine.reportsToSettle()),
+      translation_(engine.reportsToSettle()) {}
 
 void Transcription::run() {
   try {
-    (*recognizer_)->begin();
+    begin();
     listen();
   } catch (const DatabaseError& error) {
     std::fprintf(stderr, "tolvera-service: a run ended: %s\n", error.what());
@@ -33,72 +39,116 @@ void Transcription::run() {
     std::fprintf(stderr, "tolvera-service: a stream ended: %s\n", error.what());
     job_.output->sendLast({});
   }
-  recognizer_.reset();
-  job_.audio->abandon(); // later sound is not heard
+  listener_.reset();
+  job_.audio->abandon(); // what may still come is not heard
+}
+
+void Transcription::begin() {
+  Listener::Request request;
+  request.spoken = job_.parameters.source;
+  request.transcript = job_.parameters.showSource;
+  request.translates = [this](const std::string& language) {
+    const CaptionRoute route = captionRoute(language, job_.parameters.target, engine_, translator_);
+    return route == CaptionRoute::byEngine || route == CaptionRoute::byBoth;
+  };
+  request.report = [this](const Heard& utterance) { heard(utterance); };
+  request.abandoned = [this] { return ended_ || job_.audio->isAbandoned(); };
+  listener_->begin(std::move(request));
 }
 
 void Transcription::listen() {
   std::vector<std::int16_t> samples;
-  for (;;) {
-    const auto state = job_.audio->take(samples, Recognizer::samplesPerLook, patience);
+  while (!ended_) {
+    const auto state = job_.audio->take(samples, leastSamples, mostSamples, patience);
     if (state == AudioQueue::State::abandoned) {
       charge(0, true);
       return;
     }
-    if (!samples.empty()) heard((*recognizer_)->hear(samples));
+    const bool keepsUp = hear(samples);
     const bool over = state == AudioQueue::State::finished;
-    if (over || (state == AudioQueue::State::starved && (*recognizer_)->inUtterance()))
-      heard((*recognizer_)->finish());
+    if (over || state == AudioQueue::State::starved) listener_->finish();
     if (!charge(samples.size(), over)) {
-      heard((*recognizer_)->finish());
-      job_.output->sendLast(errorFrame(errorCode::quotaExhausted, refusal::outOfTime()));
-      return;
+      listener_->finish();
+      return endWith(errorCode::quotaExhausted, refusal::outOfTime());
     }
+    if (!keepsUp) return endWith(errorCode::upstreamRejected, refusal::tooSlow());
     if (over) return;
   }
 }
 
-void Transcription::heard(const Recognizer::Look& look) {
-  if (look.final) {
-    if (!look.words.empty()) finished(look.words);
-    source_ = {};
-    translation_ = {};
-    lastWords_.clear();
-    lastTranslation_.clear();
-  } else if (!look.words.empty()) {
-    partial(look.words);
-  }
+bool Transcription::hear(const std::vector<std::int16_t>& samples) {
+  const auto start = std::chrono::steady_clock::now();
+  if (!samples.empty()) listener_->hear(samples);
+  busy_ += std::chrono::steady_clock::now() - start;
+  measured_ += samples.size();
+  if (measured_ < samplesToMeasure) return true;
+  const double ratio = std::chrono::duration<double>(busy_).count() * SpeechEngine::sampleRate /
+                       static_cast<double>(measured_);
+  log::trace(log::Category::service, "hearing takes ", ratio, " of real time");
+  measured_ = 0;
+  busy_ = {};
+  return ratio <= 1;
 }
 
-void Transcription::partial(const std::string& words) {
-  const std::string line = capitalized(words);
-  if (job_.parameters.showSource) grow(source_, CaptionKind::source, line);
-  if (captionsOnly_) {
-    grow(translation_, CaptionKind::translation, line);
-    return;
-  }
-  if (words != lastWords_) {
-    lastWords_ = words;
+void Transcription::heard(const Heard& heard) {
+  if (ended_) return;
+  if (heard.language != language_) identified(heard.language);
+  if (ended_) return;
+  if (!heard.final) return partial(heard);
+  finished(heard);
+  source_ = Line(engine_.reportsToSettle());
+  translation_ = Line(engine_.reportsToSettle());
+  lastLine_.clear();
+  lastTranslation_.clear();
+}
+
+void Transcription::identified(const std::string& language) {
+  language_ = language;
+  const std::string& target = job_.parameters.target;
+  route_ = captionRoute(language, target, engine_, translator_);
+  if (route_ != CaptionRoute::none) return;
+  const auto offered = captionLanguages(language, engine_, translator_);
+  endWith(errorCode::upstreamRejected, refusal::cannotTranslate(language, target, offered));
+}
+
+bool Transcription::startsFromWhatWasHeard() const {
+  return route_ == CaptionRoute::asHeard || route_ == CaptionRoute::byTranslator;
+}
+
+void Transcription::partial(const Heard& heard) {
+  if (job_.parameters.showSource) send(source_, CaptionKind::source, {heard.settled, heard.tail});
+  if (route_ == CaptionRoute::asHeard)
+    return send(translation_, CaptionKind::translation, {heard.settled, heard.tail});
+  const std::string line = startsFromWhatWasHeard() ? heard.settled + heard.tail : heard.translation;
+  if (line != lastLine_) {
+    lastLine_ = line;
     // After a failure the next look tries again.
-    const Translator::Result result = translator_.translate(job_.parameters.target, line);
-    if (result.kind == Translator::Result::Kind::translated) lastTranslation_ = result.text;
+    Translator::Result result = translated(line);
+    if (result.kind == Translator::Result::Kind::translated) lastTranslation_ = std::move(result.text);
   }
-  if (!lastTranslation_.empty()) grow(translation_, CaptionKind::translation, lastTranslation_);
+  if (!lastTranslation_.empty())
+    send(translation_, CaptionKind::translation, translation_.settled.update(lastTranslation_));
 }
 
-void Transcription::finished(const std::string& words) {
-  const std::string line = sentence(words);
-  if (job_.parameters.showSource) end(CaptionKind::source, line);
-  if (captionsOnly_) return end(CaptionKind::translation, line);
-  const Translator::Result result = translator_.translate(job_.parameters.target, capitalized(words));
+void Transcription::finished(const Heard& heard) {
+  if (job_.parameters.showSource && !heard.settled.empty()) end(CaptionKind::source, heard.settled);
+  const std::string line = startsFromWhatWasHeard() ? heard.settled : heard.translation;
+  if (line.empty()) return;
+  const Translator::Result result = translated(line);
   if (result.kind == Translator::Result::Kind::translated)
-    end(CaptionKind::translation, result.text + ".");
+    end(CaptionKind::translation, result.text);
   else if (result.kind == Translator::Result::Kind::failed) // captions go on; the dub leaves it out
     job_.output->send(captionFrame(CaptionKind::translation, "“" + line + "”", "", true));
 }
 
-void Transcription::grow(Line& line, CaptionKind kind, const std::string& whole) {
-  SettledText::Split split = line.settled.update(whole);
+Translator::Result Transcription::translated(const std::string& line) {
+  if (route_ == CaptionRoute::asHeard || route_ == CaptionRoute::byEngine)
+    return {Translator::Result::Kind::translated, line};
+  const std::string from = route_ == CaptionRoute::byTranslator ? language_ : engine_.translatesInto();
+  return translator_.translate(from, job_.parameters.target, line);
+}
+
+void Transcription::send(Line& line, CaptionKind kind, SettledText::Split split) {
   if (split == line.sent) return;
   job_.output->send(captionFrame(kind, split.text, split.stash, false));
   line.sent = std::move(split);
@@ -112,13 +162,18 @@ void Transcription::end(CaptionKind kind, const std::string& whole) {
 
 bool Transcription::charge(std::size_t samples, bool last) {
   uncharged_ += samples;
-  const bool due = uncharged_ >= Recognizer::sampleRate || (last && uncharged_ > 0);
+  const bool due = uncharged_ >= SpeechEngine::sampleRate || (last && uncharged_ > 0);
   if (!due) return true;
-  const double heardFor = static_cast<double>(uncharged_) / Recognizer::sampleRate;
+  const double heardFor = static_cast<double>(uncharged_) / SpeechEngine::sampleRate;
   uncharged_ = 0;
   const double left = accounts_.charge(job_.installation, heardFor * (job_.dub ? dubMultiplier : 1));
   job_.output->send(balanceFrame(left));
   return left > 0;
+}
+
+void Transcription::endWith(std::string_view code, const std::string& message) {
+  ended_ = true;
+  job_.output->sendLast(errorFrame(code, message));
 }
 
 } // namespace tolvera::service

@@ -1,15 +1,17 @@
 #pragma once
 
 #include "TolveraService/Accounts/AccountStore.h"
-#include "TolveraService/Engine/RecognizerPool.h"
 #include "TolveraService/Engine/SettledText.h"
 #include "TolveraService/Engine/Speech.h"
+#include "TolveraService/Engine/SpeechEngine.h"
 #include "TolveraService/Engine/Translator.h"
 #include "TolveraService/Stream/AudioQueue.h"
+#include "TolveraService/Stream/CaptionRoute.h"
 #include "TolveraService/Stream/DubStream.h"
 #include "TolveraService/Stream/StreamOutput.h"
 #include "TolveraService/Stream/StreamProtocol.h"
 
+#include <chrono>
 #include <memory>
 #include <string>
 
@@ -17,7 +19,7 @@ namespace tolvera::service {
 
 // The work of one run: sound from its queue becomes frames of captions and balance. Made and owned by the
 // job that runs it on a worker thread, which calls `run` once; it shares the queue and the output with the
-// connection and uses the store, the translator and the speech of the server, which outlive it.
+// connection and uses the store, the engine, the translator and the speech of the server, which outlive it.
 class Transcription {
  public:
   struct Job {
@@ -28,8 +30,8 @@ class Transcription {
     std::shared_ptr<DubStream> dub; // null if the translation is not spoken
   };
 
-  Transcription(Job job, std::unique_ptr<RecognizerPool::Lease> recognizer, AccountStore& accounts,
-                Translator& translator, const Speech& speech);
+  Transcription(Job job, std::unique_ptr<Listener> listener, AccountStore& accounts,
+                const SpeechEngine& engine, Translator& translator, const Speech& speech);
 
   // Listens until the sound ends or the time on the account does, and sends what it still has. The socket
   // stays open after the former and is closed after the latter. Never throws.
@@ -38,30 +40,44 @@ class Transcription {
  private:
   // One caption line that is still growing.
   struct Line {
+    explicit Line(std::size_t looks) : settled(looks) {}
     SettledText settled;
     SettledText::Split sent;
   };
 
+  void begin();
   void listen();
-  void heard(const Recognizer::Look& look);
-  void partial(const std::string& words);
-  void finished(const std::string& words);
-  void grow(Line& line, CaptionKind kind, const std::string& whole);
+  // False when the run has to end, because hearing takes longer than speaking.
+  bool hear(const std::vector<std::int16_t>& samples);
+  void heard(const Heard& heard);
+  void identified(const std::string& language);
+  void partial(const Heard& heard);
+  void finished(const Heard& heard);
+  void send(Line& line, CaptionKind kind, SettledText::Split split);
   void end(CaptionKind kind, const std::string& whole);
+  // Rather than from the engine's own translation.
+  [[nodiscard]] bool startsFromWhatWasHeard() const;
+  Translator::Result translated(const std::string& line);
   // Counts processed samples and charges them by the second; false when the time is used up.
   bool charge(std::size_t samples, bool last);
+  void endWith(std::string_view code, const std::string& message);
 
   Job job_;
-  std::unique_ptr<RecognizerPool::Lease> recognizer_;
+  std::unique_ptr<Listener> listener_;
   AccountStore& accounts_;
+  const SpeechEngine& engine_;
   Translator& translator_;
   const Speech& speech_;
-  bool captionsOnly_; // the target is the language that is heard
-  std::string lastWords_;
+  std::string language_; // that is spoken; empty until it is known
+  CaptionRoute route_ = CaptionRoute::none;
+  std::string lastLine_;
   std::string lastTranslation_;
   Line source_;
   Line translation_;
   std::size_t uncharged_ = 0;
+  std::size_t measured_ = 0;                   // samples
+  std::chrono::steady_clock::duration busy_{}; // that hearing them took
+  bool ended_ = false;
 };
 
 } // namespace tolvera::service

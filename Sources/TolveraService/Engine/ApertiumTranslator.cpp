@@ -1,9 +1,10 @@
-#include "TolveraService/Engine/Translator.h"
+#include "TolveraService/Engine/ApertiumTranslator.h"
 
 #include "TolveraService/Engine/TextNormalizer.h"
 #include "TolveraService/Engine/UnknownWords.h"
 
 #include <array>
+#include <map>
 #include <stdexcept>
 
 namespace tolvera::service {
@@ -16,6 +17,8 @@ struct Offer {
   std::string_view second; // empty for a direct mode
 };
 
+constexpr std::string_view sourceLanguage = "en";
+
 constexpr std::array<Offer, 7> offers = {{{"es", "eng-spa", ""},
                                           {"ca", "eng-cat", ""},
                                           {"pt", "eng-spa", "es-pt"},
@@ -26,7 +29,7 @@ constexpr std::array<Offer, 7> offers = {{{"es", "eng-spa", ""},
 
 } // namespace
 
-Translator::Translator(const std::filesystem::path& modes) {
+ApertiumTranslator::ApertiumTranslator(const std::filesystem::path& modes) {
   std::map<std::string_view, std::shared_ptr<ApertiumPipeline>> pipelines;
   const auto pipeline = [&](std::string_view mode) {
     std::shared_ptr<ApertiumPipeline>& known = pipelines[mode];
@@ -44,29 +47,37 @@ Translator::Translator(const std::filesystem::path& modes) {
   }
 }
 
-std::vector<std::string> Translator::targets() const {
+std::vector<std::string> ApertiumTranslator::targets(std::string_view source) const {
   std::vector<std::string> codes;
-  codes.reserve(routes_.size());
-  for (const auto& [target, route] : routes_) codes.push_back(target);
+  if (source == sourceLanguage)
+    for (const auto& [target, route] : routes_) codes.push_back(target);
   return codes;
 }
 
-const Translator::Route* Translator::route(std::string_view target) const {
+const ApertiumTranslator::Route* ApertiumTranslator::route(std::string_view source,
+                                                           std::string_view target) const {
+  if (source != sourceLanguage) return nullptr;
   for (const auto& [code, route] : routes_)
     if (code == target) return &route;
   return nullptr;
 }
 
-bool Translator::canTranslate(std::string_view target) const { return route(target) != nullptr; }
-
-void Translator::warmUp(std::string_view target) {
-  // The first lines of a mode are slow beyond its start: data is read when it is first needed.
-  translate(target, "The people of the town will see that I have been there on Monday");
+bool ApertiumTranslator::canTranslate(std::string_view source, std::string_view target) const {
+  return route(source, target) != nullptr;
 }
 
-Translator::Result Translator::translate(std::string_view target, std::string_view line) {
-  const Route* pipelines = route(target);
+void ApertiumTranslator::warmUp(std::string_view source, std::string_view target) {
+  // The first lines of a mode are slow beyond its start: data is read when it is first needed.
+  translate(source, target, "The people of the town will see that I have been there on Monday");
+}
+
+Translator::Result ApertiumTranslator::translate(std::string_view source, std::string_view target,
+                                                 std::string_view line) {
+  const Route* pipelines = route(source, target);
   if (pipelines == nullptr) return {};
+  // A pipeline ends each line with a full stop of its own.
+  const bool stopped = line.ends_with('.');
+  while (line.ends_with('.')) line.remove_suffix(1);
   UnknownWords unknown;
   std::string text(line);
   for (const auto& pipeline : *pipelines) {
@@ -75,7 +86,7 @@ Translator::Result Translator::translate(std::string_view target, std::string_vi
     text = unknown.hide(*marked);
     if (unknown.known == 0) return {Result::Kind::nothingKnown, {}};
   }
-  return {Result::Kind::translated, tidied(unknown.show(text))};
+  return {Result::Kind::translated, tidied(unknown.show(text)) + (stopped ? "." : "")};
 }
 
 } // namespace tolvera::service

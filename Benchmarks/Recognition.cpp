@@ -1,0 +1,310 @@
+// Streams recordings of people into the service in real time and prints how well it hears them and how soon.
+//
+// usage: Recognition DIR [--engine NAME] [--language CODE] [--target CODE]
+//
+// DIR holds recordings (WAV, FLAC) and a file `text`: a line for each, its name without the ending, a tab,
+// its words. All are played as one stream, with pauses of faint noise in between. "End of speech" is where a
+// recording falls below the level of speech for good. The processor's time and the memory are this process's:
+// the client that plays costs next to nothing.
+
+#include "ServiceTests/RunningServer.h"
+#include "ServiceTests/StreamClient.h"
+
+#include <sndfile.h>
+#include <soxr.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cmath>
+#include <cstdio>
+#include <fstream>
+#include <optional>
+#include <random>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+using tolvera::test::HTTPClient;
+using tolvera::test::StreamClient;
+using tolvera::test::textOf;
+using Time = StreamClient::Clock::time_point;
+using Words = std::vector<std::string>;
+
+constexpr double rate = 16000;
+constexpr std::size_t chunk = 1600;
+constexpr std::size_t pauseSamples = 19200; // 1.2 s
+constexpr std::size_t leadSamples = 80000;  // 5 s in which nobody speaks
+
+struct Recording {
+  std::string name;
+  Words words;
+  std::vector<std::int16_t> samples;
+  std::size_t start = 0; // samples of the stream
+  std::size_t speechBegins = 0;
+  std::size_t speechEnds = 0;
+};
+
+Words wordsOf(std::string_view text) {
+  Words words;
+  std::string word;
+  for (const char c : std::string(text) + " ") {
+    const auto byte = static_cast<unsigned char>(c);
+    if (std::isalnum(byte) != 0 || byte >= 0x80 || c == '\'') {
+      word += static_cast<char>(std::tolower(byte));
+    } else if (c != '-' || word.empty()) {
+      if (!word.empty()) words.push_back(std::move(word));
+      word.clear();
+    }
+  }
+  return words;
+}
+
+std::vector<std::int16_t> samplesOf(const std::filesystem::path& path) {
+  SF_INFO info{};
+  SNDFILE* file = sf_open(path.c_str(), SFM_READ, &info);
+  if (file == nullptr) throw std::runtime_error(path.string() + " cannot be read");
+  std::vector<float> frames(static_cast<std::size_t>(info.frames * info.channels));
+  sf_readf_float(file, frames.data(), info.frames);
+  sf_close(file);
+  const auto channels = static_cast<std::size_t>(info.channels);
+  std::vector<float> mono(static_cast<std::size_t>(info.frames));
+  for (std::size_t i = 0; i < mono.size(); ++i) mono[i] = frames[i * channels];
+  std::vector<float> converted(
+      static_cast<std::size_t>(static_cast<double>(mono.size()) * rate / info.samplerate) + 1);
+  std::size_t made = 0;
+  soxr_oneshot(info.samplerate, rate, 1, mono.data(), mono.size(), nullptr, converted.data(),
+               converted.size(), &made, nullptr, nullptr, nullptr);
+  std::vector<std::int16_t> samples;
+  for (std::size_t i = 0; i < made; ++i)
+    samples.push_back(static_cast<std::int16_t>(std::clamp(converted[i], -1.0F, 1.0F) * 32767));
+  return samples;
+}
+
+// Where speech begins and ends: 20 ms blocks whose level is within 35 dB of the loudest.
+void findSpeech(Recording& recording) {
+  constexpr std::size_t block = 320;
+  std::vector<double> levels;
+  for (std::size_t at = 0; at + block <= recording.samples.size(); at += block) {
+    double sum = 0;
+    for (std::size_t i = at; i < at + block; ++i) sum += std::pow(recording.samples[i], 2.0);
+    levels.push_back(sum);
+  }
+  const double least = *std::max_element(levels.begin(), levels.end()) / 3162;
+  const auto loud = [least](double level) { return level > least; };
+  const auto first = std::find_if(levels.begin(), levels.end(), loud);
+  const auto last = std::find_if(levels.rbegin(), levels.rend(), loud);
+  recording.speechBegins = static_cast<std::size_t>(first - levels.begin()) * block;
+  recording.speechEnds = static_cast<std::size_t>(levels.rend() - last) * block;
+}
+
+std::vector<Recording> recordingsIn(const std::filesystem::path& directory) {
+  std::vector<Recording> recordings;
+  std::ifstream list(directory / "text");
+  for (std::string line; std::getline(list, line);) {
+    const std::size_t tab = line.find('\t');
+    if (tab == std::string::npos) continue;
+    Recording recording{line.substr(0, tab), wordsOf(line.substr(tab + 1)), {}, 0, 0, 0};
+    for (const char* ending : {".flac", ".wav", ""})
+      if (const auto path = directory / (recording.name + ending); is_regular_file(path)) {
+        recording.samples = samplesOf(path);
+        break;
+      }
+    if (recording.samples.empty()) throw std::runtime_error("no recording is called " + recording.name);
+    findSpeech(recording);
+    recordings.push_back(std::move(recording));
+  }
+  if (recordings.empty()) throw std::runtime_error("no recordings in " + directory.string());
+  return recordings;
+}
+
+std::size_t edits(const Words& said, const Words& heard) {
+  std::vector<std::size_t> row(heard.size() + 1);
+  for (std::size_t j = 0; j < row.size(); ++j) row[j] = j;
+  for (std::size_t i = 1; i <= said.size(); ++i) {
+    std::size_t diagonal = std::exchange(row[0], i);
+    for (std::size_t j = 1; j < row.size(); ++j) {
+      const std::size_t change = diagonal + (said[i - 1] == heard[j - 1] ? 0 : 1);
+      diagonal = std::exchange(row[j], std::min({change, row[j] + 1, row[j - 1] + 1}));
+    }
+  }
+  return row.back();
+}
+
+void printQuantiles(const char* name, std::vector<double> values) {
+  if (values.empty()) return;
+  std::sort(values.begin(), values.end());
+  const auto at = [&](double q) {
+    return values[static_cast<std::size_t>(std::lround(q * static_cast<double>(values.size() - 1)))];
+  };
+  std::printf("%-44s %5.2f s median, %.2f s 95th (%zu)\n", name, at(0.5), at(0.95), values.size());
+}
+
+double memory() { // MB
+  std::ifstream file("/proc/self/statm");
+  double pages = 0;
+  file >> pages >> pages;
+  return pages * static_cast<double>(::sysconf(_SC_PAGESIZE)) / 1e6;
+}
+
+double processorSeconds() {
+  rusage usage{};
+  ::getrusage(RUSAGE_SELF, &usage);
+  const auto seconds = [](timeval time) {
+    return static_cast<double>(time.tv_sec) + 1e-6 * static_cast<double>(time.tv_usec);
+  };
+  return seconds(usage.ru_utime) + seconds(usage.ru_stime);
+}
+
+struct Caption {
+  double at = 0; // seconds of the stream
+  Words settled;
+  Words all;
+  bool final = false;
+};
+
+// Plays the recordings and gives what came back as captions of the spoken language.
+std::vector<Caption> play(std::uint16_t port, std::vector<Recording>& recordings, const std::string& query,
+                          double& streamed) {
+  StreamClient client(port, "token=" + HTTPClient(port).signUp() + query);
+  if (!client.waitForType("ready")) throw std::runtime_error("the service does not answer");
+  std::vector<std::int16_t> stream(leadSamples);
+  for (Recording& recording : recordings) {
+    recording.start = stream.size();
+    stream.insert(stream.end(), recording.samples.begin(), recording.samples.end());
+    stream.resize(stream.size() + pauseSamples);
+  }
+  std::mt19937 random(1);
+  std::normal_distribution<float> noise(0, 8);
+  for (std::int16_t& sample : stream)
+    sample = static_cast<std::int16_t>(
+        std::clamp(static_cast<float>(sample) + noise(random), -32768.0F, 32767.0F));
+  stream.resize((stream.size() / chunk + 1) * chunk);
+  const Time start = StreamClient::Clock::now();
+  for (std::size_t at = 0; at < stream.size(); at += chunk) {
+    std::this_thread::sleep_until(start + std::chrono::milliseconds(at * 1000 / 16000 + 100));
+    client.sendAudio(std::span(stream).subspan(at, chunk));
+  }
+  streamed = static_cast<double>(stream.size()) / rate;
+  client.stop();
+  std::this_thread::sleep_for(std::chrono::seconds(3));
+  std::vector<Caption> captions;
+  for (const auto& frame : client.frames()) {
+    if (textOf(frame, "type") == "error") throw std::runtime_error(textOf(frame, "message"));
+    if (textOf(frame, "type") != "src") continue;
+    const std::string settled = textOf(frame, "text");
+    captions.push_back({std::chrono::duration<double>(frame.received - start).count(), wordsOf(settled),
+                        wordsOf(settled + textOf(frame, "stash")), frame.json.at("final").as_bool()});
+  }
+  return captions;
+}
+
+// Words of the first that are not in the same place of the second.
+std::size_t different(const Words& first, const Words& second) {
+  std::size_t count = 0;
+  for (std::size_t i = 0; i < first.size(); ++i)
+    if (i >= second.size() || first[i] != second[i]) ++count;
+  return count;
+}
+
+void printFigures(const std::vector<Recording>& recordings, const std::vector<Caption>& captions) {
+  Words said;
+  Words heard;
+  std::vector<double> first;
+  std::vector<double> toFinal;
+  for (const Recording& recording : recordings) {
+    said.insert(said.end(), recording.words.begin(), recording.words.end());
+    const double from = static_cast<double>(recording.start + recording.speechBegins) / rate;
+    const double until = static_cast<double>(recording.start + recording.speechEnds) / rate;
+    const double next = static_cast<double>(recording.start + recording.samples.size() + pauseSamples) / rate;
+    std::optional<double> begun;
+    std::optional<double> ended;
+    for (const Caption& caption : captions) {
+      if (caption.at < from || caption.at > next + 0.5) continue;
+      if (!begun && !caption.all.empty()) begun = caption.at;
+      if (caption.final && caption.at > until - 0.5) ended = ended.value_or(caption.at);
+    }
+    if (begun) first.push_back(*begun - from);
+    if (ended) toFinal.push_back(*ended - until);
+  }
+  std::size_t shown = 0;
+  std::size_t changed = 0;
+  std::size_t settled = 0;
+  std::size_t contradicted = 0;
+  std::size_t invented = 0;
+  Caption before;
+  for (const Caption& caption : captions) {
+    if (caption.at < leadSamples / rate) invented += caption.all.size();
+    shown += before.all.size();
+    changed += different(before.all, caption.all);
+    if (caption.final) {
+      heard.insert(heard.end(), caption.all.begin(), caption.all.end());
+      settled += before.settled.size();
+      contradicted += different(before.settled, caption.all);
+    }
+    before = caption.final ? Caption{} : caption;
+  }
+  const auto percent = [](std::size_t part, std::size_t whole) {
+    return 100.0 * static_cast<double>(part) / static_cast<double>(std::max<std::size_t>(whole, 1));
+  };
+  const std::size_t wrong = edits(said, heard);
+  std::printf("%-44s %5.1f %% (%zu of %zu)\n", "word error", percent(wrong, said.size()), wrong, said.size());
+  std::printf("%-44s %5zu\n", "words before anybody spoke", invented);
+  printQuantiles("beginning of speech to its first words", first);
+  printQuantiles("end of speech to its last final", toFinal);
+  std::printf("%-44s %5.1f %%\n", "words changed by the next caption", percent(changed, shown));
+  std::printf("%-44s %5.1f %% (%zu of %zu)\n", "settled words contradicted by the final",
+              percent(contradicted, settled), contradicted, settled);
+}
+
+} // namespace
+
+int main(int count, char** values) {
+  try {
+    std::string directory;
+    std::string engine;
+    std::string language = "en";
+    std::string target;
+    for (int i = 1; i < count; ++i) {
+      const std::string argument = values[i];
+      if (i + 1 < count && argument == "--engine")
+        engine = values[++i];
+      else if (i + 1 < count && argument == "--language")
+        language = values[++i];
+      else if (i + 1 < count && argument == "--target")
+        target = values[++i];
+      else
+        directory = argument;
+    }
+    if (directory.empty()) {
+      std::fputs("usage: Recognition DIR [--engine NAME] [--language CODE] [--target CODE]\n", stderr);
+      return 2;
+    }
+    auto recordings = recordingsIn(directory);
+    tolvera::test::RunningServer server(2, engine);
+    if (target.empty()) target = language == "auto" ? "en" : language;
+    const double idle = memory();
+    const double before = processorSeconds();
+    double streamed = 0;
+    const auto captions = play(server->port(), recordings,
+                               "&target=" + target + "&source=" + language + "&dub=0&src=1", streamed);
+    printFigures(recordings, captions);
+    std::printf("%-44s %5.2f\n", "processor seconds a second of stream",
+                (processorSeconds() - before) / streamed);
+    std::printf("%-44s %5.0f MB idle, %.0f MB with a run\n", "memory", idle, memory());
+    for (const Caption& caption : captions)
+      if (caption.final) {
+        std::printf("%7.2f ", caption.at);
+        for (const std::string& word : caption.all) std::printf(" %s", word.c_str());
+        std::printf("\n");
+      }
+    return 0;
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "Recognition: %s\n", error.what());
+    return 1;
+  }
+}

@@ -1,0 +1,38 @@
+#pragma once
+
+#include "TolveraService/Engine/ApertiumPipeline.h"
+#include "TolveraService/Engine/Translator.h"
+
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace tolvera::service {
+
+// Translates English lines into the languages whose data is installed, through warm pipelines that all
+// streams share. The first line of a language takes seconds: call `warmUp` ahead of it. A word that the
+// dictionaries do not know stays as it is, in quotation marks.
+class ApertiumTranslator : public Translator {
+ public:
+  static inline const std::filesystem::path installedModes = "/usr/share/apertium/modes";
+
+  // Looks for the modes and starts nothing.
+  explicit ApertiumTranslator(const std::filesystem::path& modes = installedModes);
+
+  [[nodiscard]] std::vector<std::string> targets(std::string_view source) const override;
+  [[nodiscard]] bool canTranslate(std::string_view source, std::string_view target) const override;
+  void warmUp(std::string_view source, std::string_view target) override;
+  Result translate(std::string_view source, std::string_view target, std::string_view line) override;
+
+ private:
+  // The pipelines that lead to a target, in order: one, or two by way of Spanish.
+  using Route = std::vector<std::shared_ptr<ApertiumPipeline>>;
+  std::vector<std::pair<std::string, Route>> routes_;
+
+  [[nodiscard]] const Route* route(std::string_view source, std::string_view target) const;
+};
+
+} // namespace tolvera::service

@@ -1,0 +1,81 @@
+#include "TolveraService/Engine/SpeechEngines.h"
+
+#include "TolveraService/Engine/PocketSphinxEngine.h"
+
+#include "Async/Log.h"
+
+#include <stdexcept>
+
+#ifdef TOLVERA_WHISPER
+#include "TolveraService/Engine/WhisperEngine.h"
+#include "TolveraService/Models/ModelCatalogue.h"
+#include "TolveraService/Models/ModelStore.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <thread>
+#include <vector>
+#endif
+
+namespace tolvera::service {
+
+namespace {
+
+constexpr std::size_t fewestRuns = 2;
+
+struct Found {
+  std::unique_ptr<SpeechEngine> engine;
+  std::string reason; // why there is none
+};
+
+#ifdef TOLVERA_WHISPER
+// The file of an installed model that is as published. A broken one is told of.
+std::filesystem::path soundFile(const Model& model) {
+  const auto path = ModelStore::find(model);
+  if (!path) return {};
+  const auto fault = ModelStore::fault(model, *path);
+  if (!fault) return *path;
+  std::fprintf(stderr, "tolvera-service: %s\n", fault->c_str());
+  return {};
+}
+
+Found findWhisper(std::size_t runs) {
+  if (!WhisperEngine::processorServes()) return {nullptr, "the processor is too old for it"};
+  const std::vector<Model> catalogue = loadModelCatalogue();
+  const auto isGate = [](const Model& model) { return model.name.starts_with("silero"); };
+  const auto gate = std::find_if(catalogue.begin(), catalogue.end(), isGate);
+  WhisperEngine::Settings settings;
+  settings.gate = gate == catalogue.end() ? std::filesystem::path() : soundFile(*gate);
+  for (const Model& model : catalogue) { // the first is the default
+    if (isGate(model)) continue;
+    settings.weights = soundFile(model);
+    settings.model = model.name;
+    if (!settings.weights.empty()) break;
+  }
+  if (settings.weights.empty()) return {nullptr, "no model is installed"};
+  if (settings.gate.empty()) return {nullptr, "the model that finds speech is not installed"};
+  settings.runs = runs > 0 ? runs : std::max<std::size_t>(fewestRuns, std::thread::hardware_concurrency());
+  return {std::make_unique<WhisperEngine>(std::move(settings)), {}};
+}
+#else
+Found findWhisper(std::size_t) { return {nullptr, "the service was built without it"}; }
+#endif
+
+} // namespace
+
+std::unique_ptr<SpeechEngine> makeSpeechEngine(const EngineChoice& choice) {
+  if (choice.name != "pocketsphinx") {
+    Found whisper = findWhisper(choice.runs);
+    if (whisper.engine) {
+      log::trace(log::Category::service, "speech is heard by ", whisper.engine->name(), ", ",
+                 whisper.engine->runs(), " runs at once");
+      return std::move(whisper.engine);
+    }
+    if (choice.name == "whisper") throw std::runtime_error("Whisper cannot be used: " + whisper.reason + ".");
+    log::warn(log::Category::service, "Whisper is not used: ", whisper.reason);
+  }
+  log::trace(log::Category::service, "speech is heard by PocketSphinx, English only");
+  return std::make_unique<PocketSphinxEngine>(choice.runs > 0 ? choice.runs : fewestRuns);
+}
+
+} // namespace tolvera::service
