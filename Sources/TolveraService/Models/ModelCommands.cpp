@@ -80,7 +80,7 @@ int install(const Model& model, std::string_view file) {
   return 0;
 }
 
-// Reads every byte, whatever was noted before.
+// Reads every byte: the note of an earlier check is not believed here.
 bool verifyOne(const Model& model, const std::filesystem::path& path) {
   const bool isGood = sha256OfFile(path) == model.sha256;
   std::printf("%s: %s\n", model.name.c_str(),
