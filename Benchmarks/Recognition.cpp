@@ -38,7 +38,7 @@ using Words = std::vector<std::string>;
 constexpr double rate = 16000;
 constexpr std::size_t chunk = 1600;
 constexpr std::size_t pauseSamples = 19200; // 1.2 s
-constexpr std::size_t leadSamples = 80000;  // 5 s in which nobody speaks
+constexpr std::size_t leadSamples = 80000;  // 5 s without speech
 
 struct Recording {
   std::string name;

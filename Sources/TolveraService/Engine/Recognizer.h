@@ -33,7 +33,7 @@ class Recognizer {
     bool final = false; // the utterance ends here; the next look begins another
   };
 
-  // Forgets whatever was heard: the next samples are another speaker's.
+  // Forgets what was heard: the next samples are of another speaker.
   void begin();
   // Takes at most `samplesPerLook` samples.
   Look hear(std::span<const std::int16_t> samples);

@@ -36,7 +36,7 @@ class RecognizerPool {
   // Makes `size` decoders at once. Throws what Recognizer throws.
   RecognizerPool(std::size_t size, const std::filesystem::path& model);
 
-  // A decoder that nobody uses; empty if there is none.
+  // A free decoder; empty if there is none.
   [[nodiscard]] std::unique_ptr<Lease> lease();
   [[nodiscard]] std::size_t size() const { return size_; }
 

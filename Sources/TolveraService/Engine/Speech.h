@@ -15,7 +15,7 @@ class Speech {
  public:
   static constexpr std::size_t sampleRate = 24000;
 
-  // Starts the synthesiser if nobody has. Where its data is not installed, no language can be spoken.
+  // Starts the synthesiser unless it runs already. Where its data is not installed, no language can be spoken.
   Speech();
 
   // Codes of the voices; none if there is no language to speak.

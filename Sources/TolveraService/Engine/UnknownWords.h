@@ -9,7 +9,7 @@ namespace tolvera::service {
 
 // The words of a line that a translation mode marked as unknown, kept out of the way of the next mode: there
 // a word of the first language could pass for one of its own ("come", "son") and be translated into something
-// that nobody said. Pure.
+// that was not said. Pure.
 struct UnknownWords {
   std::vector<std::string> words;
   std::size_t known = 0; // words that the modes did translate

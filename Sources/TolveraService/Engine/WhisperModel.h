@@ -48,7 +48,7 @@ class WhisperDecoder {
   struct Text {
     std::string words;
     float certainty = 0; // mean logarithm of the tokens' probabilities
-    float silence = 0;   // probability that nobody speaks
+    float silence = 0;   // probability that there is no speech
   };
   // Whisper's own codes name languages here. Empty text if the run was abandoned.
   Text transcribe(std::span<const float> samples, const std::string& language, Effort effort);
