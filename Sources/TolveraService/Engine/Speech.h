@@ -15,7 +15,8 @@ class Speech {
  public:
   static constexpr std::size_t sampleRate = 24000;
 
-  // Starts the synthesiser unless it runs already. Where its data is not installed, no language can be spoken.
+  // Starts the synthesiser unless it runs already. Where its data is not installed, no language can be
+  // spoken.
   Speech();
 
   // Codes of the voices; none if there is no language to speak.
