@@ -42,6 +42,7 @@ bool isTrusted(uid_t user) { return user == ::getuid() || user == 0; }
 // started it.
 pid_t launch(const std::vector<std::string>& command) {
   std::vector<char*> words;
+  words.reserve(command.size() + 1);
   for (const std::string& word : command) words.push_back(const_cast<char*>(word.c_str()));
   words.push_back(nullptr);
   const pid_t parent = ::getpid();
