@@ -86,6 +86,7 @@ bool isCodeByte(char c) {
 
 std::vector<std::string> programLanguages() {
   std::vector<std::string> codes;
+  codes.reserve(std::size(rows));
   for (const Row& row : rows) codes.emplace_back(row.code);
   return codes;
 }

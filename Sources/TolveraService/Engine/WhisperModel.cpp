@@ -156,7 +156,7 @@ WhisperDecoder::Text WhisperDecoder::translateAgain(const std::string& language)
     past += count;
     // Of the text tokens and the end, which come before all other special ones.
     const float* logits = whisper_get_logits_from_state(state_.get()) +
-                          (count - 1) * whisper_n_vocab(context); // the last token's
+                          static_cast<ptrdiff_t>(count - 1) * whisper_n_vocab(context); // the last token's
     const auto* best = std::max_element(logits, logits + end + (made > 0 ? 1 : 0));
     double total = 0;
     for (const float* logit = logits; logit <= logits + end; ++logit) total += std::exp(*logit - *best);

@@ -22,7 +22,7 @@ std::string environment(const char* name, const std::string& otherwise) {
 }
 
 std::optional<fs::path> dataHome() {
-  const fs::path own = environment("XDG_DATA_HOME", "");
+  fs::path own = environment("XDG_DATA_HOME", "");
   if (own.is_absolute()) return own;
   const fs::path home = environment("HOME", "");
   if (home.is_absolute()) return home / ".local/share";
