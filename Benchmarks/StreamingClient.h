@@ -49,6 +49,7 @@ class StreamingClient {
   test::RecordingWorkspace workspace_;
   test::InMemoryRunningApplications runningApplications_;
   adapters::ExecutorNotificationCenter notificationCenter_{main_.get_executor()};
+  platform::InterfaceLanguage interfaceLanguage_;
   platform::Platform platform_{main_.get_executor(),
                                background_.get_executor(),
                                clock_,
@@ -62,7 +63,9 @@ class StreamingClient {
                                locale_,
                                workspace_,
                                runningApplications_,
-                               notificationCenter_};
+                               notificationCenter_,
+                               interfaceLanguage_,
+                               platform::DesktopFamily::freedesktop};
   std::shared_ptr<AppState> model_;
   std::thread mainThread_;
   std::thread backgroundThread_;

@@ -38,7 +38,8 @@ class AudioInputNode {
 
   virtual ~AudioInputNode() = default;
 
-  // The format that the hardware delivers. Its `sampleRate` is 0 if there is no usable input.
+  // The format that the hardware delivers. Its `sampleRate` is 0 if there is no usable input, unless the
+  // engine's `start` says so in words.
   [[nodiscard]] virtual AudioFormat outputFormat(int bus) const = 0;
   // Delivers the input to `block` in `format` while the engine runs, about `bufferSize` frames at a time. A
   // change of device is not reported: the block is not called until the next device delivers.
@@ -53,7 +54,7 @@ class AudioEngine {
   virtual ~AudioEngine() = default;
 
   virtual AudioInputNode& inputNode() = 0; // lives as long as the engine; asking for it opens nothing
-  // Throws PlatformError if the devices cannot be opened.
+  // Throws PlatformError, worded for people, if the devices cannot be opened.
   virtual void start() = 0;
   virtual void stop() = 0;
 };

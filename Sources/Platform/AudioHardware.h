@@ -155,12 +155,14 @@ class AudioHardware {
   [[nodiscard]] virtual OSResult<AudioPropertyValue> property(AudioObjectID object,
                                                               const AudioPropertyAddress& address) const = 0;
 
+  // Throws PlatformError, worded for people, without a sound server.
   virtual OSResult<AudioObjectID> createProcessTap(const TapDescription& description) = 0;
   virtual OSStatus destroyProcessTap(AudioObjectID tap) = 0;
   virtual OSResult<AudioObjectID> createAggregateDevice(const AggregateDescription& description) = 0;
   virtual OSStatus destroyAggregateDevice(AudioObjectID device) = 0;
   // The block runs only between `startDevice` and `stopDevice`, while a tapped process plays.
   virtual OSResult<IOProcID> createIOProc(AudioObjectID device, IOBlock block) = 0;
+  // Throws as `createProcessTap` does.
   virtual OSStatus startDevice(AudioObjectID device, IOProcID proc) = 0;
   // No IO block runs once it has returned.
   virtual OSStatus stopDevice(AudioObjectID device, IOProcID proc) = 0;

@@ -7,6 +7,7 @@
 #include "Platform/AudioPlayback.h"
 #include "Platform/CaptureDevice.h"
 #include "Platform/FileManager.h"
+#include "Platform/InterfaceLanguage.h"
 #include "Platform/Locale.h"
 #include "Platform/NotificationCenter.h"
 #include "Platform/RunningApplications.h"
@@ -33,6 +34,8 @@ struct Platform {
   Workspace& workspace;
   RunningApplications& runningApplications;
   NotificationCenter& notificationCenter;
+  InterfaceLanguage& interfaceLanguage;
+  DesktopFamily desktopFamily;
 };
 
 } // namespace tolvera::platform

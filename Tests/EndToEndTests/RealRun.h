@@ -96,7 +96,9 @@ class RealRun : public testing::Test {
                               in_.locale,
                               in_.workspace,
                               in_.runningApplications,
-                              in_.notificationCenter};
+                              in_.notificationCenter,
+                              in_.interfaceLanguage,
+                              platform::DesktopFamily::freedesktop};
   }();
   std::shared_ptr<AppState> model_;
   std::thread backgroundThread_;

@@ -31,10 +31,12 @@ struct InMemoryPlatform {
   RecordingWorkspace workspace;
   InMemoryRunningApplications runningApplications;
   adapters::ExecutorNotificationCenter notificationCenter{loop.executor()};
+  platform::InterfaceLanguage interfaceLanguage;
   platform::Platform platform{
       loop.executor(), loop.executor(), loop.clock(),        network,           audio,
       audioHardware,   playback,        captureDevice,       userDefaults,      fileManager,
-      locale,          workspace,       runningApplications, notificationCenter};
+      locale,          workspace,       runningApplications, notificationCenter, interfaceLanguage,
+      platform::DesktopFamily::freedesktop};
 };
 
 } // namespace tolvera::test

@@ -14,6 +14,7 @@
 #include "Harness/PrivateGraph.h"
 
 #include <boost/asio/io_context.hpp>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -101,15 +102,19 @@ class AudioGraphTest : public testing::Test {
     EXPECT_TRUE(eventually([this, seconds] { return recording_.seconds() >= seconds; }));
     return recording_.samples();
   }
+  static auto failsWith(const char* words) {
+    return testing::ThrowsMessage<platform::PlatformError>(testing::HasSubstr(words));
+  }
   static std::vector<float> sine(double frequency, double seconds) {
     return test::sine(frequency, 0.4, DubPlayer::sampleRate, seconds);
   }
 
   PrivateGraph graph_;
   std::atomic<int> outputChanges_{0};
+  platform::InterfaceLanguage language_;
   adapters::PipeWireAudioSystem system_{
       [](std::int32_t pid) -> std::optional<std::string> { return "test." + std::to_string(pid); },
-      [this] { ++outputChanges_; }};
+      [this] { ++outputChanges_; }, adapters::SoundFailures{&language_, [] { return true; }}};
   boost::asio::io_context context_;
   SystemClock clock_{context_.get_executor()};
   Recording recording_;

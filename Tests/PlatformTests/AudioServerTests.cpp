@@ -55,8 +55,11 @@ TEST_F(SoundServer, MayBeAbsentAtFirst) {
   EXPECT_TRUE(
       audioProperty<std::vector<AudioObjectID>>(hardware(), systemAudioObject, selectors::processObjectList)
           ->empty());
-  EXPECT_THROW(everything_.start(recording_.sink()), CoreAudioTapBackend::Failure);
-  EXPECT_THROW(MicBackend(system_).start(recording_.sink()), platform::PlatformError);
+  EXPECT_THAT([this] { everything_.start(recording_.sink()); },
+              failsWith("The sound server (PipeWire) is not running."));
+  language_.setChinese(true);
+  EXPECT_THAT([this] { MicBackend(system_).start(recording_.sink()); },
+              failsWith("声音服务（PipeWire）没有在运行。"));
   EXPECT_THROW(dub_.start(), platform::PlatformError);
   graph_.startServer();
   addSink("speaker");

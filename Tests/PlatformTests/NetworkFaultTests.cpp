@@ -1,3 +1,4 @@
+#include "Platform/Linux/Network/WordedURLSession.h"
 #include "PlatformTests/NetworkFixture.h"
 #include "PlatformTests/NetworkHosts.h"
 
@@ -104,6 +105,19 @@ TEST_F(NetworkFault, NamesReasonForUnreachableAddress) {
     EXPECT_EQ(end(pending), closed);
   }
   hosts::holdBack("");
+}
+
+TEST_F(NetworkFault, WordsFailuresForPeople) {
+  platform::InterfaceLanguage language;
+  adapters::WordedURLSession worded(session_, language);
+  const std::string gone = "127.0.0.1:" + std::to_string(LoopbackServer().port());
+  const auto socket = worded.webSocketTask(platform::URL("ws://" + gone + "/?token=secret"),
+                                           boost::asio::make_strand(network_));
+  socket->resume();
+  EXPECT_EQ(run(socket->receive()), "The service at " + gone + " does not answer");
+  language.setChinese(true);
+  EXPECT_EQ(run(socket->send(bytes(1))), gone + " 上的服务没有响应");
+  EXPECT_EQ(run(worded.data(get("http://nowhere.test/?token=secret"))), "找不到服务器 nowhere.test");
 }
 
 TEST_F(NetworkFault, ReachesFirstAddressThatAnswers) {

@@ -1,7 +1,6 @@
 #include "Tolvera/Model/AppSettings.h"
 
-#include "Fakes/InMemoryUserDefaults.h"
-#include "Platform/Linux/Desktop/IcuLocale.h"
+#include "Fakes/InMemoryPlatform.h"
 
 #include <QMetaProperty>
 #include <QSignalSpy>
@@ -21,12 +20,18 @@ using Value = platform::UserDefaults::Value;
 // Settings over a store that a test has filled.
 struct Fixture {
   explicit Fixture(InMemoryUserDefaults::Values values = {}, std::string localeIdentifier = "ja_JP")
-      : defaults(std::move(values)), locale(std::move(localeIdentifier)), settings(defaults, locale) {}
+      : settings(prepare(std::move(values), std::move(localeIdentifier))) {}
+
+  platform::Platform& prepare(InMemoryUserDefaults::Values values, std::string localeIdentifier) {
+    defaults.values = std::move(values);
+    in.locale = adapters::IcuLocale(std::move(localeIdentifier));
+    return in.platform;
+  }
 
   [[nodiscard]] std::optional<Value> stored(const char* key) const { return defaults.objectForKey(key); }
 
-  InMemoryUserDefaults defaults;
-  adapters::IcuLocale locale;
+  test::InMemoryPlatform in;
+  InMemoryUserDefaults& defaults = in.userDefaults;
   AppSettings settings;
 };
 
@@ -82,7 +87,7 @@ TEST(AppSettings, AssignmentsAreAnnouncedOnce) {
     }
     for (const auto& [name, spy] : spies)
       EXPECT_EQ(spy->count(), name == setting.name ? 1 : 0) << name << " for " << setting.name;
-    EXPECT_EQ(AppSettings(f.defaults, f.locale).property(setting.name), setting.changed) << setting.name;
+    EXPECT_EQ(AppSettings(f.in.platform).property(setting.name), setting.changed) << setting.name;
   }
 }
 
@@ -136,7 +141,7 @@ TEST(AppSettings, LastApplicationIsRemembered) {
   f.settings.captureEverything();
   EXPECT_EQ(f.stored("captureMode"), Value(std::string("all")));
   f.defaults.setObject("captureMode", std::string("app"));
-  EXPECT_EQ(AppSettings(f.defaults, f.locale).captureMode(),
+  EXPECT_EQ(AppSettings(f.in.platform).captureMode(),
             CaptureMode::systemApp("org.example.Player", "Player"));
 }
 

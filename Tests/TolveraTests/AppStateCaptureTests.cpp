@@ -51,6 +51,7 @@ TEST_F(Capture, ApplicationIsLookedUpAtTheStart) {
 
 TEST_F(Capture, RefusedTapIsWordedByItsStatus) {
   in_.audioHardware.failures["startDevice"] = -66;
+  in_.platform.desktopFamily = platform::DesktopFamily::macOS;
   launch(CaptureMode::systemEverything());
   EXPECT_EQ(phase(),
             "failed(No permission to record system audio. Open System Settings, Privacy & Security, "

@@ -51,6 +51,7 @@ TEST_F(Run, FailsInWords) {
        [&] { device.status = Status::notDetermined, device.userAgrees = true; }},
       {[this] { in_.audio.inputFormat = {}; }, "failed(拿不到麦克风格式，检查系统设置里的麦克风权限。)",
        [this] { in_.audio.inputFormat = {48000, 1}; }}};
+  in_.platform.desktopFamily = platform::DesktopFamily::macOS;
   launch();
   for (const auto& [spoil, expected, mend] : causes) {
     device.status = Status::authorized;

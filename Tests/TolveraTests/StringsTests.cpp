@@ -14,7 +14,7 @@ TEST(Strings, FollowTheChoiceThenTheSystem) {
       {UILanguage::system, "zh_Hant_HK", true}, {UILanguage::system, "ja_JP", false},
       {UILanguage::system, "yue_CN", false},    {UILanguage::system, "en_CN", false}};
   for (const auto& [language, locale, chinese] : cases)
-    EXPECT_EQ(Strings::forSetting(language, adapters::IcuLocale(locale)).zh, chinese) << locale;
+    EXPECT_EQ(Strings::forSetting(language, adapters::IcuLocale(locale), platform::DesktopFamily::freedesktop).zh, chinese) << locale;
 }
 
 TEST(Strings, VersionLineNamesTheProduct) {

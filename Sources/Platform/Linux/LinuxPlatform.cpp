@@ -9,6 +9,7 @@
 #include "Platform/Linux/Desktop/XdgWorkspace.h"
 #include "Platform/Linux/Network/BeastURLSession.h"
 #include "Platform/Linux/Network/LocalService.h"
+#include "Platform/Linux/Network/WordedURLSession.h"
 #include "Platform/Linux/Sound/PipeWireAudioSystem.h"
 #include "Platform/Linux/Sound/UnrestrictedCaptureDevice.h"
 
@@ -35,7 +36,9 @@ struct LinuxPlatform::Adapters {
                                            locale,
                                            workspace,
                                            runningApplications,
-                                           notificationCenter} {}
+                                           notificationCenter,
+                                           interfaceLanguage,
+                                           platform::DesktopFamily::freedesktop} {}
   ~Adapters() { stop(); }
 
   void stop() {
@@ -43,16 +46,19 @@ struct LinuxPlatform::Adapters {
     if (thread.joinable()) thread.join();
   }
 
+  platform::InterfaceLanguage interfaceLanguage;
   boost::asio::io_context background{1};
   SystemClock clock{background.get_executor()};
   LocalService localService{background.get_executor()};
   BeastURLSession connections{background.get_executor()};
-  LocalServiceURLSession urlSession{connections, localService};
+  LocalServiceURLSession reachedConnections{connections, localService};
+  WordedURLSession urlSession{reachedConnections, interfaceLanguage};
   XdgRunningApplications runningApplications;
   ExecutorNotificationCenter notificationCenter;
   PipeWireAudioSystem audio{
       [this](std::int32_t pid) { return runningApplications.bundleIdentifier(pid); },
-      [post = notificationCenter.poster()] { post(platform::defaultOutputDeviceDidChange); }};
+      [post = notificationCenter.poster()] { post(platform::defaultOutputDeviceDidChange); },
+      SoundFailures{&interfaceLanguage, XdgWorkspace::hasMicrophoneSettings}};
   UnrestrictedCaptureDevice captureDevice;
   JsonUserDefaults userDefaults;
   PosixFileManager fileManager;

@@ -35,31 +35,32 @@ QString CaptureMode::storedText() const {
 }
 
 // The fields are initialised in the order of their declaration; `target` needs the language before it.
-AppSettings::AppSettings(platform::UserDefaults& defaults, const platform::Locale& locale, QObject* parent)
-    : QObject(parent), defaults_(defaults), locale_(locale),
-      uiLanguage_(uiLanguageFromText(text("uiLanguage", "system"))), target_(loadTarget()),
-      source_(text("source", "auto")), showSource_(flag("showSource", true)), voice_(text("voice", "Tina")),
-      menuBarEnabled_(flag("menuBarEnabled", true)), overlayEnabled_(flag("overlayEnabled", true)),
-      overlayFontSize_(defaults.doubleForKey("overlayFontSize").value_or(22.0)),
+AppSettings::AppSettings(platform::Platform& platform, QObject* parent)
+    : QObject(parent), platform_(platform), uiLanguage_(uiLanguageFromText(text("uiLanguage", "system"))),
+      target_(loadTarget()), source_(text("source", "auto")), showSource_(flag("showSource", true)),
+      voice_(text("voice", "Tina")), menuBarEnabled_(flag("menuBarEnabled", true)),
+      overlayEnabled_(flag("overlayEnabled", true)),
+      overlayFontSize_(platform.userDefaults.doubleForKey("overlayFontSize").value_or(22.0)),
       serverURL_(text("serverURL", defaultServerURL())), seenOnboarding_(flag("seenOnboarding", false)),
       dub_(flag("dub", false)), captureMode_(loadCaptureMode()) {
   if (dub_ && !canDubTarget()) setDub(false);
+  platform_.interfaceLanguage.setChinese(strings().zh);
 }
 
 QString AppSettings::text(const char* key, const QString& otherwise) const {
-  const auto stored = defaults_.stringForKey(key);
+  const auto stored = defaults().stringForKey(key);
   return stored ? QString::fromStdString(*stored) : otherwise;
 }
 
 bool AppSettings::flag(const char* key, bool otherwise) const {
-  const auto stored = defaults_.objectForKey(key);
+  const auto stored = defaults().objectForKey(key);
   const bool* value = stored ? std::get_if<bool>(&*stored) : nullptr;
   return value ? *value : otherwise;
 }
 
 QString AppSettings::loadTarget() const {
-  if (const auto stored = defaults_.stringForKey("target")) return QString::fromStdString(*stored);
-  const std::string guess = Languages::guessTarget(locale_.currentIdentifier());
+  if (const auto stored = defaults().stringForKey("target")) return QString::fromStdString(*stored);
+  const std::string guess = Languages::guessTarget(platform_.locale.currentIdentifier());
   return guess == "en" && strings().zh ? "zh" : QString::fromStdString(guess);
 }
 
@@ -83,24 +84,26 @@ void AppSettings::assignText(QString& field, const QString& value, const char* k
                              void (AppSettings::*changed)()) {
   const std::string written = value.toStdString();
   assign(field, value, changed);
-  defaults_.setObject(key, written);
+  defaults().setObject(key, written);
 }
 
 void AppSettings::assignFlag(bool& field, bool value, const char* key, void (AppSettings::*changed)()) {
   assign(field, value, changed);
-  defaults_.setObject(key, value);
+  defaults().setObject(key, value);
 }
 
 void AppSettings::setUILanguage(UILanguage language) {
+  platform_.interfaceLanguage.setChinese(
+      Strings::forSetting(language, platform_.locale, platform_.desktopFamily).zh);
   assign(uiLanguage_, language, &AppSettings::uiLanguageChanged);
-  defaults_.setObject("uiLanguage", storedText(language).toStdString());
+  defaults().setObject("uiLanguage", storedText(language).toStdString());
 
-  if (defaults_.stringForKey("target")) return;
+  if (defaults().stringForKey("target")) return;
   const QString follows = strings().zh ? "zh" : "en";
   if (target_ == follows) return;
   setTarget(follows);
   // The store keeps no target until the user chooses one.
-  defaults_.removeObjectForKey("target");
+  defaults().removeObjectForKey("target");
 }
 
 void AppSettings::setTarget(const QString& code) {
@@ -129,7 +132,7 @@ void AppSettings::setOverlayEnabled(bool enabled) {
 
 void AppSettings::setOverlayFontSize(double points) {
   assign(overlayFontSize_, points, &AppSettings::overlayFontSizeChanged);
-  defaults_.setObject("overlayFontSize", points);
+  defaults().setObject("overlayFontSize", points);
 }
 
 void AppSettings::setServerURL(const QString& url) {
@@ -147,16 +150,16 @@ void AppSettings::setDub(bool on) {
     return;
   }
   if (on) setShowSource(true);
-  defaults_.setObject("dub", on);
+  defaults().setObject("dub", on);
 }
 
 // By value: the argument may be the field itself, which an observer may assign.
 void AppSettings::setCaptureMode(CaptureMode mode) {
   assign(captureMode_, mode, &AppSettings::captureModeChanged);
-  defaults_.setObject("captureMode", mode.storedText().toStdString());
+  defaults().setObject("captureMode", mode.storedText().toStdString());
   if (mode.kind != CaptureMode::Kind::systemApp) return;
-  defaults_.setObject("captureBundle", mode.bundleID.toStdString());
-  defaults_.setObject("captureName", mode.name.toStdString());
+  defaults().setObject("captureBundle", mode.bundleID.toStdString());
+  defaults().setObject("captureName", mode.name.toStdString());
 }
 
 void AppSettings::captureApp(const QString& bundleID, const QString& name) {

@@ -1,7 +1,6 @@
 #pragma once
 
-#include "Platform/Locale.h"
-#include "Platform/UserDefaults.h"
+#include "Platform/Platform.h"
 #include "Tolvera/Model/Strings.h"
 #include "Tolvera/Model/UILanguage.h"
 
@@ -62,10 +61,10 @@ class AppSettings final : public QObject {
   Q_PROPERTY(tolvera::CaptureMode captureMode READ captureMode WRITE setCaptureMode NOTIFY captureModeChanged)
 
  public:
-  // Both outlive the settings.
-  AppSettings(platform::UserDefaults& defaults, const platform::Locale& locale, QObject* parent = nullptr);
+  // The platform outlives the settings, which tell it the interface language.
+  explicit AppSettings(platform::Platform& platform, QObject* parent = nullptr);
 
-  [[nodiscard]] platform::UserDefaults& defaults() const { return defaults_; }
+  [[nodiscard]] platform::UserDefaults& defaults() const { return platform_.userDefaults; }
 
   [[nodiscard]] UILanguage uiLanguage() const { return uiLanguage_; }
   // Moves `target` along to the interface language, for as long as the user has not chosen a target.
@@ -73,7 +72,9 @@ class AppSettings final : public QObject {
   [[nodiscard]] QString uiLanguageText() const { return storedText(uiLanguage_); }
   void setUILanguageText(const QString& text) { setUILanguage(uiLanguageFromText(text)); }
   // The texts in the interface language of this moment.
-  [[nodiscard]] Strings strings() const { return Strings::forSetting(uiLanguage_, locale_); }
+  [[nodiscard]] Strings strings() const {
+    return Strings::forSetting(uiLanguage_, platform_.locale, platform_.desktopFamily);
+  }
 
   [[nodiscard]] const QString& target() const { return target_; } // a language code
   void setTarget(const QString& code);
@@ -130,8 +131,7 @@ class AppSettings final : public QObject {
   [[nodiscard]] CaptureMode loadCaptureMode() const;
   [[nodiscard]] bool canDubTarget() const;
 
-  platform::UserDefaults& defaults_;
-  const platform::Locale& locale_;
+  platform::Platform& platform_;
   UILanguage uiLanguage_;
   QString target_;
   QString source_;

@@ -94,9 +94,13 @@ Task<bool> AppState::mayCapture(std::uint64_t run) {
   const bool allowed = co_await ensureMicrophoneAccess();
   if (run != runNumber_) co_return false;
   if (!allowed) {
-    fail(strings().pick("没有麦克风权限。到「系统设置 → 隐私与安全性 → 麦克风」里打开托维拉，然后重新开始。",
+    const auto words = strings();
+    fail(words.forDesktop(
+             words.pick("没有麦克风权限。到「系统设置 → 隐私与安全性 → 麦克风」里打开托维拉，然后重新开始。",
                         "No microphone permission. Enable Tolvera under System Settings, Privacy & Security, "
                         "Microphone, then start again."),
+             words.pick("不允许使用麦克风。在声音设置里检查麦克风，然后重新开始。",
+                        "The microphone may not be used. Check it in the sound settings, then start again.")),
          "the microphone is not allowed");
   }
   co_return allowed;
@@ -230,10 +234,15 @@ QString AppState::describeCaptureFailure(const std::exception& error) const {
   auto description = QString::fromUtf8(error.what());
   const auto* failure = dynamic_cast<const CoreAudioTapBackend::Failure*>(&error);
   if (!failure || failure->status() == 0) return description;
-  const auto permission = strings().pick(
-      "没有系统声音录制权限。到「系统设置 → 隐私与安全性 → 屏幕与系统音频录制」里打开托维拉。",
-      "No permission to record system audio. Open System Settings, Privacy & Security, Screen & System Audio "
-      "Recording, and enable Tolvera.");
+  const auto words = strings();
+  const auto permission = words.forDesktop(
+      words.pick("没有系统声音录制权限。到「系统设置 → 隐私与安全性 → 屏幕与系统音频录制」里打开托维拉。",
+                 "No permission to record system audio. Open System Settings, Privacy & Security, Screen & "
+                 "System Audio Recording, and enable Tolvera."),
+      words.pick(
+          "录不到系统声音，声音服务（PipeWire）拒绝了。重新登录桌面，然后重新开始。",
+          "System audio cannot be recorded: the sound server (PipeWire) refuses it. Log in to the desktop "
+          "again, then start again."));
   return permission + QStringLiteral("\n\n(") + description + QStringLiteral(")");
 }
 

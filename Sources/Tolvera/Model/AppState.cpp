@@ -16,8 +16,7 @@ std::shared_ptr<AppState> AppState::make(platform::Platform& platform, Windows w
 }
 
 AppState::AppState(platform::Platform& platform, Windows windows)
-    : platform_(platform), windows_(std::move(windows)),
-      settings_(std::make_unique<AppSettings>(platform.userDefaults, platform.locale)),
+    : platform_(platform), windows_(std::move(windows)), settings_(std::make_unique<AppSettings>(platform)),
       verbose_(platform.userDefaults.boolForKey("TolveraVerbose")) {
   connect(settings_.get(), &AppSettings::sourceChanged, this, &AppState::canSwapDirectionChanged);
   connect(settings_.get(), &AppSettings::targetChanged, this, &AppState::canSwapDirectionChanged);

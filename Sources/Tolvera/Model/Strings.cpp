@@ -31,14 +31,20 @@ UILanguage uiLanguageFromText(const QString& text) {
   return found == allUILanguages.end() ? UILanguage::system : *found;
 }
 
-Strings Strings::forSetting(UILanguage language, const platform::Locale& locale) {
+Strings Strings::forSetting(UILanguage language, const platform::Locale& locale,
+                            platform::DesktopFamily desktop) {
   Strings strings;
+  strings.desktop = desktop;
   strings.zh = language == UILanguage::chinese ||
                (language == UILanguage::system && locale.currentLanguageCode().value_or("en") == "zh");
   return strings;
 }
 
 QString Strings::pick(const QString& chinese, const QString& english) const { return zh ? chinese : english; }
+
+QString Strings::forDesktop(const QString& macOS, const QString& freedesktop) const {
+  return desktop == platform::DesktopFamily::macOS ? macOS : freedesktop;
+}
 
 QString Strings::hoursLeft(qint64 hours, qint64 minutes) const {
   return pick("%1 小时 %2 分", "%1h %2m").arg(hours).arg(minutes);
@@ -54,13 +60,20 @@ QString detail::versionLine(const Strings& strings, const char* version) {
 
 QStringList Strings::onboardSteps() const {
   return {
-      pick("点菜单栏的对话气泡图标，选择翻译「系统声音」还是「周围环境声音」",
-           "Click the speech bubble in the menu bar and choose system audio or the microphone"),
+      forDesktop(
+          pick("点菜单栏的对话气泡图标，选择翻译「系统声音」还是「周围环境声音」",
+               "Click the speech bubble in the menu bar and choose system audio or the microphone"),
+          pick("点系统托盘里的对话气泡图标，选择翻译「系统声音」还是「周围环境声音」",
+               "Click the speech bubble in the system tray and choose system audio or the microphone")),
       pick("选好译成哪种语言，点「开始翻译」", "Pick the language to translate into, then press start"),
-      pick("第一次开始时，macOS 会请求录制系统音频的权限，点「允许」；如果错过了，到「系统设置 → "
-           "隐私与安全性 → 屏幕与系统音频录制」里打开托维拉",
-           "The first time, macOS asks for permission to record system audio. Choose Allow. If you miss "
-           "it, enable Tolvera under System Settings, Privacy & Security, Screen & System Audio Recording"),
+      forDesktop(
+          pick("第一次开始时，macOS 会请求录制系统音频的权限，点「允许」；如果错过了，到「系统设置 → "
+               "隐私与安全性 → 屏幕与系统音频录制」里打开托维拉",
+               "The first time, macOS asks for permission to record system audio. Choose Allow. If you miss "
+               "it, enable Tolvera under System Settings, Privacy & Security, Screen & System Audio "
+               "Recording"),
+          pick("不需要任何授权。开始之后，一有人说话就会出现字幕",
+               "No permission is needed. Once started, captions come as soon as somebody speaks")),
   };
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Platform/InterfaceLanguage.h"
 #include "Platform/Locale.h"
 #include "Tolvera/Model/UILanguage.h"
 
@@ -31,12 +32,16 @@ struct Strings {
 
  public:
   bool zh = false; // Chinese if true, English if not
+  platform::DesktopFamily desktop = platform::DesktopFamily::freedesktop;
 
   // By the user's choice; `system` is Chinese on every Chinese locale and English on all others.
-  [[nodiscard]] static Strings forSetting(UILanguage language, const platform::Locale& locale);
+  [[nodiscard]] static Strings forSetting(UILanguage language, const platform::Locale& locale,
+                                          platform::DesktopFamily desktop);
 
   // The pair's text in this language. Both are written as literals where they are used.
   [[nodiscard]] Q_INVOKABLE QString pick(const QString& chinese, const QString& english) const;
+  // Of two picked texts the one that is true on this desktop. The first names things that only macOS has.
+  [[nodiscard]] Q_INVOKABLE QString forDesktop(const QString& macOS, const QString& freedesktop) const;
   // The identifier of the locale in which languages are named and sorted: "zh-Hans" or "en".
   [[nodiscard]] std::string localeIdentifier() const { return zh ? "zh-Hans" : "en"; }
 

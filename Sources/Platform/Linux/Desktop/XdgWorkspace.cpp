@@ -2,13 +2,41 @@
 
 #include <gio/gio.h>
 
-#include <algorithm>
 #include <array>
 #include <memory>
 #include <string>
 #include <string_view>
 
 namespace tolvera::adapters {
+
+namespace {
+
+using Application = std::unique_ptr<GAppInfo, decltype(&g_object_unref)>;
+
+// The first that is installed; null if none is. A desktop's settings are installed with it, so the first one
+// found belongs to this desktop. Mixers come last.
+Application soundSettings() {
+  constexpr std::array entries = {"gnome-sound-panel.desktop",
+                                  "kcm_pulseaudio.desktop",
+                                  "cinnamon-settings-sound.desktop",
+                                  "mate-volume-control.desktop",
+                                  "org.pulseaudio.pavucontrol.desktop",
+                                  "pavucontrol.desktop",
+                                  "pavucontrol-qt.desktop"};
+  Application found(nullptr, &g_object_unref);
+  GList* const installed = g_app_info_get_all();
+  for (const std::string_view entry : entries) {
+    for (GList* item = installed; item && !found; item = item->next) {
+      auto* const info = static_cast<GAppInfo*>(item->data);
+      const char* const id = g_app_info_get_id(info);
+      if (id && entry == id) found.reset(G_APP_INFO(g_object_ref(info)));
+    }
+  }
+  g_list_free_full(installed, g_object_unref);
+  return found;
+}
+
+} // namespace
 
 bool XdgWorkspace::openURL(const platform::URL& url) {
   const auto scheme = url.scheme_id();
@@ -27,27 +55,10 @@ bool XdgWorkspace::openFolder(const std::string& path) {
 }
 
 bool XdgWorkspace::openMicrophoneSettings() {
-  // A desktop's settings are installed with it, so the first one found belongs to this desktop. Mixers come
-  // last.
-  constexpr std::array entries = {"gnome-sound-panel.desktop",
-                                  "kcm_pulseaudio.desktop",
-                                  "cinnamon-settings-sound.desktop",
-                                  "mate-volume-control.desktop",
-                                  "org.pulseaudio.pavucontrol.desktop",
-                                  "pavucontrol.desktop",
-                                  "pavucontrol-qt.desktop"};
-  GList* const installed = g_app_info_get_all();
-  const auto launch = [installed](std::string_view entry) {
-    for (GList* item = installed; item; item = item->next) {
-      auto* const info = static_cast<GAppInfo*>(item->data);
-      const char* const id = g_app_info_get_id(info);
-      if (id && entry == id) return g_app_info_launch(info, nullptr, nullptr, nullptr) != FALSE;
-    }
-    return false;
-  };
-  const bool launched = std::ranges::any_of(entries, launch);
-  g_list_free_full(installed, g_object_unref);
-  return launched;
+  const auto settings = soundSettings();
+  return settings && g_app_info_launch(settings.get(), nullptr, nullptr, nullptr);
 }
+
+bool XdgWorkspace::hasMicrophoneSettings() { return soundSettings() != nullptr; }
 
 } // namespace tolvera::adapters

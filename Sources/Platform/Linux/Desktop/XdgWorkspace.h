@@ -19,6 +19,8 @@ class XdgWorkspace final : public platform::Workspace {
   bool openFolder(const std::string& path) override;
   // Opens the desktop's sound settings, or else a mixer.
   bool openMicrophoneSettings() override;
+  // True if `openMicrophoneSettings` has something to open.
+  [[nodiscard]] static bool hasMicrophoneSettings();
 
  private:
   Locate locate_;

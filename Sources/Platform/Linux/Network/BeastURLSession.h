@@ -18,6 +18,7 @@ enum class TransportError {
   tooLarge,         // a message or a body over the limit
   connectionLost,   // broken, reset or silent
   closedByPeer,     // a web socket closed by the other side
+  otherUser,        // the local service of another user of this machine
 };
 
 struct BeastOptions {

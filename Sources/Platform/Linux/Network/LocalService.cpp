@@ -1,9 +1,8 @@
 #include "Platform/Linux/Network/LocalService.h"
 
-#include "Platform/Linux/Network/SocketOwner.h"
-
 #include "Async/Log.h"
-#include "Platform/PlatformError.h"
+#include "Platform/Linux/Network/BeastErrors.h"
+#include "Platform/Linux/Network/SocketOwner.h"
 
 #include <boost/asio/steady_timer.hpp>
 #include <boost/asio/use_awaitable.hpp>
@@ -79,7 +78,7 @@ class RefusedWebSocketTask final : public platform::WebSocketTask {
   void cancel(std::uint16_t, std::string) override {}
 
  private:
-  void fail() const { throw platform::PlatformError(platform::transportErrorDomain, 0, reason_); }
+  void fail() const { throw transportError(TransportError::otherUser, reason_); }
 
   std::string reason_;
 };
@@ -147,8 +146,7 @@ Task<platform::URL> LocalService::reached(platform::URL url) {
     }
     log::trace(Category::service, isListening() ? "listens at port " : "does not listen at port ", port());
   }
-  if (const auto reason = refusal())
-    throw platform::PlatformError(platform::transportErrorDomain, 0, *reason);
+  if (const auto reason = refusal()) throw transportError(TransportError::otherUser, *reason);
   co_return located(std::move(url));
 }
 

@@ -144,7 +144,7 @@ AudioPropertyValue PipeWireAudioHardware::bundleIdentifier(AudioObjectID process
 }
 
 OSResult<AudioObjectID> PipeWireAudioHardware::createProcessTap(const TapDescription& description) {
-  if (!graph_->connection.open(snapshotPatience)) return {notRunning, noAudioObject};
+  graph_->connect(snapshotPatience);
   {
     const LoopLock lock(graph_->connection.loop());
     const auto exists = [this](AudioObjectID object) { return graph_->processes.has(object); };
@@ -215,7 +215,8 @@ OSStatus PipeWireAudioHardware::startDevice(AudioObjectID device, IOProcID proc)
                                {description.processes.begin(), description.processes.end()}},
         found->second.block);
   } catch (const platform::PlatformError& error) {
-    return error.code() == ECONNREFUSED ? notRunning : unspecified;
+    if (error.code() != EIO) throw; // it is worded for people
+    return unspecified;
   }
   return 0;
 }

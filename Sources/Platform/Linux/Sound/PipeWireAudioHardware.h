@@ -21,7 +21,6 @@ class PipeWireAudioHardware final : public platform::AudioHardware, private Pipe
  public:
   // Statuses of operations: the server does not answer; it refuses; the description asks for what there is
   // not here.
-  static constexpr auto notRunning = static_cast<platform::OSStatus>(platform::fourCharacterCode("stop"));
   static constexpr auto unspecified = static_cast<platform::OSStatus>(platform::fourCharacterCode("what"));
   static constexpr auto illegalOperation =
       static_cast<platform::OSStatus>(platform::fourCharacterCode("nope"));

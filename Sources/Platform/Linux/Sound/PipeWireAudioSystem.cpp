@@ -11,8 +11,8 @@
 namespace tolvera::adapters {
 
 PipeWireAudioSystem::PipeWireAudioSystem(BundleIdentifier bundleIdentifier,
-                                         std::function<void()> onDefaultOutputChange)
-    : graph_(std::make_shared<PipeWireGraph>()),
+                                         std::function<void()> onDefaultOutputChange, SoundFailures failures)
+    : graph_(std::make_shared<PipeWireGraph>(std::move(failures))),
       hardware_(std::make_unique<PipeWireAudioHardware>(graph_, std::move(bundleIdentifier),
                                                         std::move(onDefaultOutputChange))),
       playback_(std::make_unique<PipeWirePlayback>(graph_)) {}

@@ -3,6 +3,7 @@
 #include "Platform/Audio.h"
 #include "Platform/AudioHardware.h"
 #include "Platform/AudioPlayback.h"
+#include "Platform/Linux/Sound/Graph/SoundFailures.h"
 
 #include <cstdint>
 #include <functional>
@@ -27,7 +28,7 @@ class PipeWireAudioSystem final : public platform::AudioSystem {
 
   // `onDefaultOutputChange` is called on any thread; it returns at once and must not call this object.
   explicit PipeWireAudioSystem(BundleIdentifier bundleIdentifier = {},
-                               std::function<void()> onDefaultOutputChange = {});
+                               std::function<void()> onDefaultOutputChange = {}, SoundFailures failures = {});
   ~PipeWireAudioSystem() override;
   PipeWireAudioSystem(const PipeWireAudioSystem&) = delete;
   PipeWireAudioSystem& operator=(const PipeWireAudioSystem&) = delete;

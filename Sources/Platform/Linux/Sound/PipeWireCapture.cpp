@@ -24,8 +24,6 @@ constexpr std::chrono::milliseconds laterRetries{500};
 constexpr std::uint32_t blocksPerSecond =
     40; // the requested latency, rounded by the graph to 1024 frames at 48 kHz
 
-PlatformError failure(int code, const std::string& text) { return {"PipeWire", code, text}; }
-
 pw_properties* streamProperties(const AudioFormat& format, std::uint32_t bufferSize,
                                 const std::string& target) {
   pw_properties* properties = pw_properties_new(
@@ -44,8 +42,8 @@ PipeWireCapture::PipeWireCapture(std::shared_ptr<PipeWireGraph> graph, const Aud
                                  std::uint32_t bufferSize, platform::AudioInputNode::TapBlock block)
     : PipeWireStream(std::move(graph), format), bufferSize_(bufferSize),
       worker_(format, bufferSize, std::move(block)) {
+  graph_->connect(snapshotPatience);
   PipeWireConnection& connection = graph_->connection;
-  if (!connection.open(snapshotPatience)) throw failure(ECONNREFUSED, "The sound server does not answer.");
   const LoopLock lock(connection.loop());
   connection.addListener(*this);
   followDefault();
@@ -53,7 +51,8 @@ PipeWireCapture::PipeWireCapture(std::shared_ptr<PipeWireGraph> graph, const Aud
   if (flowing_ || (stream() != nullptr && !failed_)) return;
   connection.removeListener(*this);
   end();
-  throw failure(ENODEV, failure_.empty() ? "There is no audio input." : failure_);
+  if (failure_.empty()) throw graph_->failures.noInput();
+  throw PlatformError("PipeWire", EIO, failure_);
 }
 
 PipeWireCapture::~PipeWireCapture() {

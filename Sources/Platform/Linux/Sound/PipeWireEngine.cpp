@@ -10,6 +10,8 @@ using platform::AudioFormat;
 namespace {
 
 constexpr std::chrono::seconds snapshotPatience{2};
+// Stands for an input that is not there, so that `start` is reached and says what is missing.
+constexpr AudioFormat assumedFormat{48000, 1};
 
 } // namespace
 
@@ -19,10 +21,11 @@ PipeWireInputNode::~PipeWireInputNode() = default;
 
 AudioFormat PipeWireInputNode::outputFormat(int bus) const {
   PipeWireConnection& connection = graph_->connection;
-  if (bus != 0 || !connection.open(snapshotPatience)) return {};
+  if (bus != 0) return {};
+  if (!connection.open(snapshotPatience)) return assumedFormat;
   const LoopLock lock(connection.loop());
   const auto source = graph_->defaultSource();
-  return source ? source->format : AudioFormat{};
+  return source ? source->format : assumedFormat;
 }
 
 void PipeWireInputNode::installTap(int bus, std::uint32_t bufferSize, const AudioFormat& format,

@@ -27,10 +27,8 @@ constexpr double quietSeconds = 2;
 PipeWireOutputStream::PipeWireOutputStream(std::shared_ptr<PipeWireGraph> graph, const AudioFormat& format,
                                            std::shared_ptr<PipeWireVoice> voice)
     : PipeWireStream(std::move(graph), format), voice_(std::move(voice)) {
+  graph_->connect(snapshotPatience);
   PipeWireConnection& connection = graph_->connection;
-  if (!connection.open(snapshotPatience)) {
-    throw PlatformError("PipeWire", ECONNREFUSED, "The sound server does not answer.");
-  }
   const LoopLock lock(connection.loop());
   pw_loop* loop = pw_thread_loop_get_loop(connection.loop());
   quiet_ = pw_loop_add_event(loop, onQuiet, this);

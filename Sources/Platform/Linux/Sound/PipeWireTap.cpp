@@ -163,10 +163,8 @@ PipeWireTap::PipeWireTap(std::shared_ptr<PipeWireGraph> graph, Selection selecti
       mono_(allocated({usualRate, 1}, blockFrames)), delivered_(allocated(deliveredFormat, deliveredFrames)),
       worker_(std::make_unique<PipeWireWorker>(heardFormat, blockFrames,
                                                [this](const AudioPCMBuffer& heard) { deliver(heard); })) {
+  graph_->connect(snapshotPatience);
   PipeWireConnection& connection = graph_->connection;
-  if (!connection.open(snapshotPatience)) {
-    throw PlatformError("PipeWire", ECONNREFUSED, "The sound server does not answer.");
-  }
   const LoopLock lock(connection.loop());
   if (!open()) throw PlatformError("PipeWire", EIO, "The sound server refuses the tap.");
   connection.addListener(*this);

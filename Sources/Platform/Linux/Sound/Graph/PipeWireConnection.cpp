@@ -202,6 +202,7 @@ void PipeWireConnection::onDone(int sequence) {
     changed();
     return;
   }
+  wasReady_ = true;
   if (!std::exchange(ready_, true)) log::trace(log::Category::sound, "sound server connected");
   const std::vector<Listener*> listeners = listeners_;
   for (Listener* listener : listeners) listener->settled();

@@ -50,6 +50,8 @@ class PipeWireConnection {
   // Starts the loop if there is none, and connects. True if the server has listed its objects; waits up to
   // `patience` for that. Any thread, without the lock.
   bool open(std::chrono::milliseconds patience);
+  // True once a server has listed its objects, also if it has gone since. Any thread.
+  [[nodiscard]] bool wasReady() const { return wasReady_; }
 
   [[nodiscard]] pw_thread_loop* loop() const { return loop_; } // null before the first `open`
 
@@ -93,7 +95,8 @@ class PipeWireConnection {
   bool waiting_ = false;                                     // a round trip is under way
   bool dirty_ = false; // something has changed since the round trip began
   bool ready_ = false; // the server has listed its objects
-  bool lost_ = false;  // the server is gone, and its connection is still to be dropped
+  std::atomic<bool> wasReady_ = false;
+  bool lost_ = false; // the server is gone, and its connection is still to be dropped
 };
 
 } // namespace tolvera::adapters

@@ -4,7 +4,14 @@
 
 namespace tolvera::adapters {
 
-PipeWireGraph::PipeWireGraph() { connection.addListener(*this); }
+PipeWireGraph::PipeWireGraph(SoundFailures failures) : failures(std::move(failures)) {
+  connection.addListener(*this);
+}
+
+void PipeWireGraph::connect(std::chrono::milliseconds patience) {
+  const bool wasThere = connection.wasReady();
+  if (!connection.open(patience)) throw wasThere ? failures.serverGone() : failures.noServer();
+}
 
 PipeWireGraph::~PipeWireGraph() {
   const LoopLock lock(connection.loop());
