@@ -80,15 +80,18 @@ TEST_F(AppDelegateRun, OpensNoWindowOnceItQuits) {
 TEST_F(AppDelegateRun, EndsALaunchFromATemporaryPlace) {
   auto& workspace = model_.in().workspace;
   auto& locale = model_.in().locale;
+  auto& platform = model_.in().platform;
   std::vector<Alert> alerts;
   const auto launchAt = [&](const char* path, bool first) {
-    delegate_.applicationDidFinishLaunching(path, locale, workspace, [&](const Alert& alert) {
+    delegate_.applicationDidFinishLaunching(path, platform, [&](const Alert& alert) {
       alerts.push_back(alert);
       return first;
     });
   };
   const char* const temporary = "/private/AppTranslocation/3F/d/Tolvera.app";
-  launchAt("/usr/bin/tolvera", true);
+  launchAt(temporary, true);
+  platform.desktopFamily = platform::DesktopFamily::macOS;
+  launchAt("/Applications/Tolvera.app", true);
   EXPECT_TRUE(alerts.empty());
   EXPECT_EQ(run([&] { launchAt(temporary, false); }), 0);
   EXPECT_TRUE(workspace.opened.empty());

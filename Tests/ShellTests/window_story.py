@@ -245,9 +245,9 @@ class Windows:
         promise("an icon appears in a tray that starts after the program", tray.has_items(1))
         promise("the tray's menu has the program's entries",
                 {"Open Tolvera", "Settings", "Quit Tolvera"} <= tray.labels().keys())
-        program.click("Show in menu bar")
+        program.click("Show in the system tray")
         promise("the setting takes it away", tray.has_items(0))
-        program.click("Show in menu bar")
+        program.click("Show in the system tray")
         promise("the setting brings it back", tray.has_items(1))
         tray.close()
         tray = Tray()

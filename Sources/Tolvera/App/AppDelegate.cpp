@@ -32,9 +32,9 @@ AppDelegate::AppDelegate(QQmlEngine& engine, AppState& state, LanguageNames& nam
 
 AppDelegate::~AppDelegate() { delete mainWindow_; }
 
-void AppDelegate::applicationDidFinishLaunching(const QString& path, const platform::Locale& locale,
-                                                platform::Workspace& workspace, const RunAlert& runAlert) {
-  if (!LocationCheck::passes(path, locale, workspace, runAlert)) terminate();
+void AppDelegate::applicationDidFinishLaunching(const QString& path, const platform::Platform& platform,
+                                                const RunAlert& runAlert) {
+  if (!LocationCheck::passes(path, platform, runAlert)) terminate();
 }
 
 void AppDelegate::openMainWindow() {

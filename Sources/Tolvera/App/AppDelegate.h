@@ -31,8 +31,8 @@ class AppDelegate final : public QObject {
 
   // Once the windows are there: ends the application, after it has told the user why, if it stands where it
   // cannot work. `path` is where it stands.
-  void applicationDidFinishLaunching(const QString& path, const platform::Locale& locale,
-                                     platform::Workspace& workspace, const RunAlert& runAlert);
+  void applicationDidFinishLaunching(const QString& path, const platform::Platform& platform,
+                                     const RunAlert& runAlert);
 
   // Opens the main window, or brings it to the front.
   void openMainWindow();

@@ -34,10 +34,10 @@ Alert alertFor(const platform::Locale& locale) {
 
 } // namespace
 
-bool passes(const QString& path, const platform::Locale& locale, platform::Workspace& workspace,
-            const RunAlert& runAlert) {
+bool passes(const QString& path, const platform::Platform& platform, const RunAlert& runAlert) {
+  if (platform.desktopFamily != platform::DesktopFamily::macOS) return true;
   if (!path.contains(QLatin1String(temporaryPlace))) return true;
-  if (runAlert(alertFor(locale))) workspace.openFolder(applicationsFolder);
+  if (runAlert(alertFor(platform.locale))) platform.workspace.openFolder(applicationsFolder);
   return false;
 }
 

@@ -99,8 +99,7 @@ void TolveraApp::launch() {
   const auto* const desktop = engine_.singletonInstance<Desktop*>(desktopType);
   menuBarExtra_ = std::make_unique<MenuBarExtra>(*state_, *desktop, [this] { delegate_->openMainWindow(); });
   QTimer::singleShot(0, delegate_.get(), [this] {
-    delegate_->applicationDidFinishLaunching(QCoreApplication::applicationFilePath(), platform_.locale,
-                                             platform_.workspace, runModal);
+    delegate_->applicationDidFinishLaunching(QCoreApplication::applicationFilePath(), platform_, runModal);
   });
 }
 

@@ -59,7 +59,7 @@ FocusScope {
 
         Label {
             Layout.fillWidth: true
-            text: view.strings.pick("托维拉住在屏幕顶部的菜单栏里，不占程序坞，也不会自己开窗口。找右上角的对话气泡图标，点它就能开始。", "Tolvera lives in the menu bar at the top of the screen. It has no Dock icon and opens no window of its own. Look for the speech bubble near the clock and click it to start.")
+            text: view.strings.forDesktop(view.strings.pick("托维拉住在屏幕顶部的菜单栏里，不占程序坞，也不会自己开窗口。找右上角的对话气泡图标，点它就能开始。", "Tolvera lives in the menu bar at the top of the screen. It has no Dock icon and opens no window of its own. Look for the speech bubble near the clock and click it to start."), view.strings.pick("托维拉住在系统托盘里，关掉窗口它也还在。找托盘里的对话气泡图标，点它就能开始。没有托盘的桌面上，再启动一次托维拉，窗口就会回来。", "Tolvera lives in the system tray and stays there when its window is closed. Look for the speech bubble and click it to start. On a desktop without a tray, launch Tolvera again and its window comes back."))
             lineHeight: 1.1
         }
 

@@ -51,7 +51,7 @@ Item {
                 header: pane.strings.pick("显示", "Display")
 
                 SwitchRow {
-                    label: pane.strings.pick("在菜单栏显示", "Show in menu bar")
+                    label: pane.strings.forDesktop(pane.strings.pick("在菜单栏显示", "Show in menu bar"), pane.strings.pick("在系统托盘显示", "Show in the system tray"))
                     on: pane.settings.menuBarEnabled
                     onToggled: on => pane.settings.menuBarEnabled = on
                 }
@@ -112,7 +112,7 @@ Item {
 
                     Note {
                         Layout.fillWidth: true
-                        text: pane.strings.pick("时长存在你的支付宝账号里，和浏览器插件共用同一份。在插件里买过的时长，这台 Mac 上直接能用。", "Your hours live in your Alipay account and are shared with the browser extension. Anything you bought there works here.")
+                        text: pane.strings.forDesktop(pane.strings.pick("时长存在你的支付宝账号里，和浏览器插件共用同一份。在插件里买过的时长，这台 Mac 上直接能用。", "Your hours live in your Alipay account and are shared with the browser extension. Anything you bought there works here."), pane.strings.pick("时长存在你的支付宝账号里，和浏览器插件共用同一份。在插件里买过的时长，这台电脑上直接能用。", "Your hours live in your Alipay account and are shared with the browser extension. Anything you bought there works here."))
                     }
                 }
             }
@@ -150,7 +150,7 @@ Item {
     ConfirmationDialog {
         shown: pane.confirmingSignOut
         title: pane.strings.pick("退出登录？", "Sign out?")
-        message: pane.strings.pick("这台 Mac 会变回未登录状态，时长仍然留在你的支付宝账号里，重新登录就能找回。", "This Mac returns to a signed-out state. Your hours stay with your Alipay account and come back when you sign in again.")
+        message: pane.strings.forDesktop(pane.strings.pick("这台 Mac 会变回未登录状态，时长仍然留在你的支付宝账号里，重新登录就能找回。", "This Mac returns to a signed-out state. Your hours stay with your Alipay account and come back when you sign in again."), pane.strings.pick("这台电脑会变回未登录状态，时长仍然留在你的支付宝账号里，重新登录就能找回。", "This computer returns to a signed-out state. Your hours stay with your Alipay account and come back when you sign in again."))
         action: pane.strings.pick("退出登录", "Sign out")
         cancel: pane.strings.pick("取消", "Cancel")
         onConfirmed: pane.app.beginSignOut()

@@ -38,7 +38,7 @@ BottomBar {
             PushButton {
                 visible: MainViewRules.offersSystemSettings(bar.app.phase.message)
                 small: true
-                text: bar.strings.pick("打开系统设置", "Open System Settings")
+                text: bar.strings.forDesktop(bar.strings.pick("打开系统设置", "Open System Settings"), bar.strings.pick("打开声音设置", "Open sound settings"))
                 onClicked: bar.app.openMicrophoneSettings()
             }
         }
