@@ -42,6 +42,8 @@ double secondsSinceStart() {
 
 std::atomic<std::uint32_t> detail::enabledCategories{categoriesOfEnvironment()};
 
+bool isComplete() { return (detail::enabledCategories | captionsBit) == (1U << names.size()) - 1; }
+
 void enable(std::string_view categories) { detail::enabledCategories = categoriesIn(categories); }
 
 void write(Category category, Level level, std::string_view text) {

@@ -50,6 +50,9 @@ inline bool isOn(Category category) {
           1U) != 0;
 }
 
+// True if TOLVERA_LOG asks for everything.
+bool isComplete();
+
 // Reads the categories from a value of TOLVERA_LOG; names that are unknown are ignored. "all" means every
 // category but `captions`, which has to be named.
 void enable(std::string_view categories);

@@ -1,5 +1,7 @@
+#include "Async/Log.h"
 #include "Platform/Linux/LinuxPlatform.h"
 #include "Terminal/CaptionPrinter.h"
+#include "Tolvera/Model/MachineCheck.h"
 #include "Tolvera/Model/NoWindows.h"
 
 #include <boost/asio/io_context.hpp>
@@ -23,14 +25,19 @@ constexpr auto failureGrace = 10s;
 // Starts one run and prints it until it is over. The main loop ends by itself when no work is left.
 class TerminalRun {
  public:
-  TerminalRun(platform::Platform& platform, boost::asio::io_context& main)
-      : main_(main), clock_(platform.clock), signals_(main, SIGINT, SIGTERM),
-        model_(AppState::make(platform, noWindows())), printer_(*model_, platform.mainExecutor, stdout) {
+  TerminalRun(adapters::LinuxPlatform& system, boost::asio::io_context& main)
+      : system_(system), main_(main), clock_(system.platform().clock), signals_(main, SIGINT, SIGTERM),
+        model_(AppState::make(system.platform(), noWindows())),
+        printer_(*model_, main.get_executor(), stdout) {
     QObject::connect(model_.get(), &AppState::phaseChanged, &printer_, [this] { handlePhase(); });
   }
 
   int run() {
     waitForSignal();
+    if (log::isComplete()) {
+      checkTask_ =
+          spawn(main_.get_executor(), "check", traceMachine(system_.platform(), system_.machineFacts()));
+    }
     startTask_ = spawn(main_.get_executor(), "start", start());
     main_.run();
     return exitStatus_;
@@ -76,15 +83,18 @@ class TerminalRun {
   // The run is over. The last read of the account is not waited for.
   void end() {
     signals_.cancel();
+    checkTask_.cancel();
     startTask_.cancel();
     stopTask_.cancel();
   }
 
+  adapters::LinuxPlatform& system_;
   boost::asio::io_context& main_;
   Clock& clock_;
   boost::asio::signal_set signals_;
   std::shared_ptr<AppState> model_;
   CaptionPrinter printer_;
+  TaskHandle checkTask_;
   TaskHandle startTask_;
   TaskHandle stopTask_;
   TaskHandle failureTimer_;
@@ -92,11 +102,29 @@ class TerminalRun {
   int exitStatus_ = EXIT_SUCCESS;
 };
 
+// Prints what works on this machine. Fails if a run could not.
+Task<void> printCheck(platform::Platform& platform, platform::MachineFacts facts, int& status) {
+  for (const CheckedThing& thing : co_await checkMachine(platform, std::move(facts))) {
+    std::printf("%-8s %-15s %s\n", thing.works ? "ok" : "missing", thing.name.c_str(), thing.text.c_str());
+    if (!thing.works) status = EXIT_FAILURE;
+  }
+}
+
+int check(adapters::LinuxPlatform& platform, boost::asio::io_context& main) {
+  int status = EXIT_SUCCESS;
+  const auto task =
+      spawn(main.get_executor(), "check", printCheck(platform.platform(), platform.machineFacts(), status));
+  main.run();
+  return status;
+}
+
 int usage(std::FILE* to, int status) {
-  std::fputs("usage: tolvera-terminal\n\n"
-             "Translates what is played or spoken and prints the captions. Ctrl-C stops politely.\n"
-             "What to capture and into which language is taken from the preferences, as in the program.\n",
-             to);
+  std::fputs(
+      "usage: tolvera-terminal [--check]\n\n"
+      "Translates what is played or spoken and prints the captions. Ctrl-C stops politely.\n"
+      "What to capture and into which language is taken from the preferences, as in the program.\n"
+      "--check prints what works on this machine and what does not; its status is 1 if a run cannot work.\n",
+      to);
   return status;
 }
 
@@ -105,9 +133,11 @@ int usage(std::FILE* to, int status) {
 
 int main(int argc, char** argv) {
   if (argc == 2 && std::string_view(argv[1]) == "--help") return tolvera::usage(stdout, EXIT_SUCCESS);
-  if (argc > 1) return tolvera::usage(stderr, 2);
+  const bool checks = argc == 2 && std::string_view(argv[1]) == "--check";
+  if (argc > 1 && !checks) return tolvera::usage(stderr, 2);
 
   boost::asio::io_context main;
   tolvera::adapters::LinuxPlatform platform(main.get_executor());
-  return tolvera::TerminalRun(platform.platform(), main).run();
+  if (checks) return tolvera::check(platform, main);
+  return tolvera::TerminalRun(platform, main).run();
 }

@@ -1,8 +1,10 @@
+#include "Async/Log.h"
 #include "Platform/Linux/LinuxPlatform.h"
 #include "Tolvera/App/QtMainExecutor.h"
 #include "Tolvera/App/TolveraApp.h"
 #include "Tolvera/App/UnixSignals.h"
 #include "Tolvera/Desktop/SingleInstance.h"
+#include "Tolvera/Model/MachineCheck.h"
 
 #include <QApplication>
 
@@ -25,6 +27,9 @@ int run(SingleInstance& instance) {
                      [&app] { app.openSettings(); });
     QObject::connect(&delegate, &AppDelegate::terminationBegan, &instance, &SingleInstance::beginQuitting);
     app.launch();
+    const auto trace = log::isComplete() ? spawn(executor.executor(), "check",
+                                                 traceMachine(platform.platform(), platform.machineFacts()))
+                                         : TaskHandle();
     status = QApplication::exec();
     // Tasks that are still under way end here, while all that they use is there.
     executor.stop();

@@ -37,6 +37,14 @@ tcp::acceptor listenOn(asio::io_context& context, std::uint16_t port, int nextPo
 
 } // namespace
 
+boost::json::object Server::about(const SpeechEngine& engine) {
+  const auto languages = engine.languages();
+  return {{"name", "tolvera-service"},
+          {"version", TOLVERA_VERSION},
+          {"engine", engine.name()},
+          {"languages", boost::json::array(languages.begin(), languages.end())}};
+}
+
 Server::Server(const Settings& settings)
     : engine_(makeSpeechEngine(settings.engine)), accounts_(settings.stateDirectory),
       translator_(settings.translationModes), listening_(engine_->runs()),

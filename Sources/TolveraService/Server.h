@@ -43,6 +43,7 @@ class Server {
   void stop();
 
  private:
+  static boost::json::object about(const SpeechEngine& engine);
   Task<void> accept();
   Task<void> stopSoon();
 
@@ -50,7 +51,7 @@ class Server {
   AccountStore accounts_;
   ApertiumTranslator translator_;
   Speech speech_;
-  Routes routes_{accounts_, speech_.voices()};
+  Routes routes_{accounts_, speech_.voices(), about(*engine_)};
   boost::asio::io_context context_{1};
   SystemClock clock_{context_.get_executor()};
   boost::asio::thread_pool blocking_{1};

@@ -5,6 +5,7 @@
 #include "Platform/Linux/Desktop/IcuLocale.h"
 #include "Platform/Linux/Desktop/JsonUserDefaults.h"
 #include "Platform/Linux/Desktop/PosixFileManager.h"
+#include "Platform/Linux/Desktop/SessionBus.h"
 #include "Platform/Linux/Desktop/XdgRunningApplications.h"
 #include "Platform/Linux/Desktop/XdgWorkspace.h"
 #include "Platform/Linux/Network/BeastURLSession.h"
@@ -16,6 +17,9 @@
 #include <boost/asio/executor_work_guard.hpp>
 #include <boost/asio/io_context.hpp>
 
+#include <unistd.h>
+
+#include <cstdlib>
 #include <thread>
 
 namespace tolvera::adapters {
@@ -77,6 +81,30 @@ LinuxPlatform::LinuxPlatform(const Executor& main) : adapters_(std::make_unique<
 LinuxPlatform::~LinuxPlatform() = default;
 
 void LinuxPlatform::stop() { adapters_->stop(); }
+
+platform::MachineFacts LinuxPlatform::machineFacts() const {
+  const auto isSet = [](const char* variable) {
+    const char* const value = std::getenv(variable);
+    return value != nullptr && *value != '\0';
+  };
+  platform::MachineFacts facts;
+  if (const auto version = adapters_->audio.serverVersion()) facts.soundServer = "PipeWire " + *version;
+  facts.microphone = adapters_->audio.inputName();
+  if (isSet("WAYLAND_DISPLAY")) {
+    facts.desktop =
+        isSet("DISPLAY") ? "Wayland, with an X server inside" : "Wayland; the panel is an ordinary window";
+  } else if (isSet("DISPLAY")) {
+    facts.desktop = "X11";
+  }
+  facts.hasTrayHost = SessionBus::offers("org.kde.StatusNotifierWatcher");
+  facts.hasSettingsPortal = SessionBus::offers("org.freedesktop.portal.Desktop");
+  facts.configuration = JsonUserDefaults::defaultFile().parent_path();
+  auto existing = facts.configuration;
+  while (!std::filesystem::exists(existing) && existing.has_relative_path())
+    existing = existing.parent_path();
+  facts.configurationIsWritable = ::access(existing.c_str(), W_OK | X_OK) == 0;
+  return facts;
+}
 
 platform::Platform& LinuxPlatform::platform() { return adapters_->platform; }
 

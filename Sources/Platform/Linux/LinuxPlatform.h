@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Platform/MachineFacts.h"
 #include "Platform/Platform.h"
 
 #include <memory>
@@ -15,6 +16,8 @@ class LinuxPlatform {
   ~LinuxPlatform();
 
   [[nodiscard]] platform::Platform& platform();
+  // Looks at the machine. It waits up to some seconds for what does not answer.
+  [[nodiscard]] platform::MachineFacts machineFacts() const;
 
   // Ends the background thread. Pending network requests and waits do not finish after this.
   void stop();

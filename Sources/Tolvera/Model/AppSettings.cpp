@@ -3,6 +3,8 @@
 #include "TolveraCore/API.h"
 #include "TolveraCore/Languages.h"
 
+#include <boost/url/parse.hpp>
+
 #include <utility>
 
 namespace tolvera {
@@ -45,6 +47,12 @@ AppSettings::AppSettings(platform::Platform& platform, QObject* parent)
       dub_(flag("dub", false)), captureMode_(loadCaptureMode()) {
   if (dub_ && !canDubTarget()) setDub(false);
   platform_.interfaceLanguage.setChinese(strings().zh);
+}
+
+platform::URL AppSettings::baseURL() const {
+  const auto text = serverURL_.toStdString();
+  const auto parsed = boost::urls::parse_uri_reference(text);
+  return parsed && !text.empty() ? platform::URL(*parsed) : API::defaultBaseURL();
 }
 
 QString AppSettings::text(const char* key, const QString& otherwise) const {

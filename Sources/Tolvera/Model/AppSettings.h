@@ -92,6 +92,8 @@ class AppSettings final : public QObject {
   void setOverlayFontSize(double points);
   [[nodiscard]] const QString& serverURL() const { return serverURL_; } // need not parse
   void setServerURL(const QString& url);
+  // The same as an address; the local service's if it does not parse.
+  [[nodiscard]] platform::URL baseURL() const;
   [[nodiscard]] bool seenOnboarding() const { return seenOnboarding_; }
   void setSeenOnboarding(bool seen);
   [[nodiscard]] bool dub() const { return dub_; }

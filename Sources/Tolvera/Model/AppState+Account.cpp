@@ -22,11 +22,7 @@ constexpr int pollsAfterOpeningTheBrowser = 40;
 
 } // namespace
 
-platform::URL AppState::serverURL() const {
-  const auto text = settings_->serverURL().toStdString();
-  if (const auto parsed = boost::urls::parse_uri_reference(text); !text.empty() && parsed) return *parsed;
-  return API::defaultBaseURL();
-}
+platform::URL AppState::serverURL() const { return settings_->baseURL(); }
 
 API AppState::api() const { return API(serverURL(), platform_.urlSession); }
 

@@ -6,6 +6,8 @@
 #include "TolveraService/Http/RateLimit.h"
 #include "TolveraService/Http/TextLanguage.h"
 
+#include <boost/json/object.hpp>
+
 #include <array>
 #include <cstddef>
 #include <optional>
@@ -22,9 +24,9 @@ class Routes {
  public:
   static constexpr std::string_view base = "/livetranslate";
 
-  // `voices`: codes of the voices that speak translations.
-  Routes(AccountStore& accounts, std::vector<std::string> voices)
-      : accounts_(accounts), voices_(std::move(voices)), pages_(accounts) {}
+  // `voices`: codes of the voices that speak translations. `about`: what the service says of itself.
+  Routes(AccountStore& accounts, std::vector<std::string> voices, boost::json::object about = {})
+      : accounts_(accounts), voices_(std::move(voices)), about_(std::move(about)), pages_(accounts) {}
 
   // Never throws: a failure of the store becomes status 503.
   Response answer(const Request& request);
@@ -35,6 +37,7 @@ class Routes {
   Response dispatch(const Request& request);
   Response signup(const Request& request);
   Response me(const Request& request);
+  Response about(const Request& request);
   Response checkout(const Request& request);
   Response signInAddress(const Request& request);
   Response unbind(const Request& request);
@@ -43,6 +46,7 @@ class Routes {
 
   AccountStore& accounts_;
   std::vector<std::string> voices_;
+  boost::json::object about_;
   PageRoutes pages_;
   RateLimit signups_{2000, 4000};
   std::size_t signupCount_ = 0; // since the start

@@ -161,8 +161,9 @@ class JsonUserDefaults::Writer {
   std::thread thread_; // last, as it uses the members above
 };
 
-JsonUserDefaults::JsonUserDefaults()
-    : JsonUserDefaults(XdgDirectories::configHome() / "tolvera" / "preferences.json") {}
+std::filesystem::path JsonUserDefaults::defaultFile() {
+  return XdgDirectories::configHome() / "tolvera" / "preferences.json";
+}
 
 JsonUserDefaults::JsonUserDefaults(std::filesystem::path file, Pace pace)
     : document_(std::make_unique<Document>()) {

@@ -24,7 +24,8 @@ class JsonUserDefaults final : public platform::UserDefaults {
   };
 
   // tolvera/preferences.json in the user's configuration directory.
-  JsonUserDefaults();
+  static std::filesystem::path defaultFile();
+  JsonUserDefaults() : JsonUserDefaults(defaultFile()) {}
   explicit JsonUserDefaults(std::filesystem::path file) : JsonUserDefaults(std::move(file), Pace{}) {}
   JsonUserDefaults(std::filesystem::path file, Pace pace);
   // Writes what is pending.

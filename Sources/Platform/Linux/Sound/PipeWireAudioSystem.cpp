@@ -6,9 +6,16 @@
 #include "Platform/Linux/Sound/PipeWirePlayback.h"
 #include "Platform/Linux/Sound/SoxrConverter.h"
 
+#include <chrono>
 #include <utility>
 
 namespace tolvera::adapters {
+
+namespace {
+
+constexpr std::chrono::seconds snapshotPatience{2};
+
+} // namespace
 
 PipeWireAudioSystem::PipeWireAudioSystem(BundleIdentifier bundleIdentifier,
                                          std::function<void()> onDefaultOutputChange, SoundFailures failures)
@@ -26,6 +33,19 @@ std::unique_ptr<platform::AudioEngine> PipeWireAudioSystem::makeEngine() {
 std::unique_ptr<platform::AudioConverter>
 PipeWireAudioSystem::makeConverter(const platform::AudioFormat& from, const platform::AudioFormat& to) {
   return SoxrConverter::make(from, to);
+}
+
+std::optional<std::string> PipeWireAudioSystem::serverVersion() const {
+  if (!graph_->connection.open(snapshotPatience)) return std::nullopt;
+  const LoopLock lock(graph_->connection.loop());
+  return graph_->connection.serverVersion();
+}
+
+std::optional<std::string> PipeWireAudioSystem::inputName() const {
+  if (!graph_->connection.open(snapshotPatience)) return std::nullopt;
+  const LoopLock lock(graph_->connection.loop());
+  const auto source = graph_->defaultSource();
+  return source ? std::optional(source->name) : std::nullopt;
 }
 
 platform::AudioHardware& PipeWireAudioSystem::audioHardware() { return *hardware_; }

@@ -36,6 +36,9 @@ class PipeWireAudioSystem final : public platform::AudioSystem {
   std::unique_ptr<platform::AudioEngine> makeEngine() override;
   std::unique_ptr<platform::AudioConverter> makeConverter(const platform::AudioFormat& from,
                                                           const platform::AudioFormat& to) override;
+  // The sound server's version, and the name of the default input; absent if it does not answer, or has none.
+  [[nodiscard]] std::optional<std::string> serverVersion() const;
+  [[nodiscard]] std::optional<std::string> inputName() const;
   // Both live as long as the system.
   [[nodiscard]] platform::AudioHardware& audioHardware();
   [[nodiscard]] platform::AudioPlayback& playback();

@@ -22,6 +22,9 @@ constexpr const char* clientConfiguration = "client-rt.conf";
 } // namespace
 
 struct PipeWireConnection::Events {
+  static void info(void* data, const pw_core_info* info) {
+    if (info->version != nullptr) static_cast<PipeWireConnection*>(data)->serverVersion_ = info->version;
+  }
   static void done(void* data, std::uint32_t id, int sequence) {
     if (id == PW_ID_CORE) static_cast<PipeWireConnection*>(data)->onDone(sequence);
   }
@@ -48,6 +51,7 @@ struct PipeWireConnection::Events {
     static const pw_core_events events = [] {
       pw_core_events made{};
       made.version = PW_VERSION_CORE_EVENTS;
+      made.info = info;
       made.done = done;
       made.error = error;
       return made;

@@ -9,6 +9,7 @@
 #include <mutex>
 #include <optional>
 #include <set>
+#include <string>
 #include <vector>
 
 namespace tolvera::adapters {
@@ -60,6 +61,8 @@ class PipeWireConnection {
   void addListener(Listener& listener);
   void removeListener(Listener& listener);
   [[nodiscard]] pw_core* core() const { return core_; } // null without a server
+  // Such as "1.4.2"; of the last server that was there.
+  [[nodiscard]] const std::string& serverVersion() const { return serverVersion_; }
   [[nodiscard]] pw_registry* registry() const { return registry_; }
   void changed(); // `settled` is due after a round trip to the server
   // Waits until the condition holds. It is tested each time the loop is signalled; the lock is released
@@ -96,6 +99,7 @@ class PipeWireConnection {
   bool dirty_ = false; // something has changed since the round trip began
   bool ready_ = false; // the server has listed its objects
   std::atomic<bool> wasReady_ = false;
+  std::string serverVersion_;
   bool lost_ = false; // the server is gone, and its connection is still to be dropped
 };
 
