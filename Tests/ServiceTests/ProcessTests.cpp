@@ -29,7 +29,7 @@ struct Program {
       : log(directory / "log"), process({TOLVERA_SERVICE_PROGRAM, "--port", std::to_string(port), "--state",
                                          (directory / "state").string()},
                                         log.string()) {
-    for (int look = 0; look < 500 && !output().ends_with('\n'); ++look) std::this_thread::sleep_for(20ms);
+    for (int look = 0; look < 3000 && !output().ends_with('\n'); ++look) std::this_thread::sleep_for(20ms);
   }
   // Ends it, and gives its status as a shell does.
   int end(int signal) {
