@@ -122,5 +122,15 @@ TEST_F(Account, BalanceReadsAsText) {
   }
 }
 
+TEST_F(Account, TwoCallersShareOneSignup) {
+  in_.userDefaults.setObject("TolveraAutoStart", true); // asks for the account beside the window
+  make();
+  app_->beginBootstrap();
+  app_->retryBootstrap();
+  settle();
+  EXPECT_EQ(in_.network.requestCount("/api/signup"), 1U);
+  EXPECT_EQ(phase(), "connecting");
+}
+
 } // namespace
 } // namespace tolvera

@@ -1,5 +1,6 @@
 #include "Tolvera/Model/AppState.h"
 
+#include "Async/Gate.h"
 #include "Async/Log.h"
 #include "Tolvera/Model/TokenStore.h"
 #include "TolveraCore/AudioRoute.h"
@@ -7,6 +8,7 @@
 #include <boost/url/parse.hpp>
 
 #include <cmath>
+#include <exception>
 #include <limits>
 
 namespace tolvera {
@@ -22,6 +24,14 @@ constexpr int pollsAfterOpeningTheBrowser = 40;
 
 } // namespace
 
+struct AppState::Signup {
+  std::string server;
+  bool isOver = false;
+  std::string token;
+  std::exception_ptr failure;
+  std::vector<std::shared_ptr<Gate>> waiting;
+};
+
 platform::URL AppState::serverURL() const { return settings_->baseURL(); }
 
 API AppState::api() const { return API(serverURL(), platform_.urlSession); }
@@ -33,6 +43,28 @@ Task<std::string> AppState::currentToken() {
     token_ = *stored;
     co_return *stored;
   }
+  if (const auto underWay = signup_; underWay && underWay->server == server) {
+    const auto gate = underWay->waiting.emplace_back(std::make_shared<Gate>());
+    while (!underWay->isOver) co_await gate->pass();
+    if (underWay->failure) std::rethrow_exception(underWay->failure);
+    co_return underWay->token;
+  }
+  const auto signup = std::make_shared<Signup>();
+  signup->server = server;
+  signup_ = signup;
+  try {
+    signup->token = co_await signUp(server);
+  } catch (...) {
+    signup->failure = std::current_exception();
+  }
+  signup->isOver = true;
+  if (signup_ == signup) signup_.reset();
+  for (const auto& gate : signup->waiting) gate->open();
+  if (signup->failure) std::rethrow_exception(signup->failure);
+  co_return signup->token;
+}
+
+Task<std::string> AppState::signUp(std::string server) {
   log::trace(Category::account, "signing up at ", std::string_view(serverURL().encoded_host_and_port()));
   const auto signup = co_await api().signup();
   log::trace(Category::account, "signed up, ", signup.secondsLeft, " s left");
@@ -82,7 +114,9 @@ void AppState::forgetToken() {
 }
 
 Task<void> AppState::bootstrap() {
+  ++bootstraps_;
   co_await refreshAccount();
+  --bootstraps_;
   refreshApps();
   listenForOutputChanges();
 }

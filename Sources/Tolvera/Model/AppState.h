@@ -40,6 +40,7 @@ class AppState final : public QObject, public std::enable_shared_from_this<AppSt
   Q_PROPERTY(tolvera::AppSettings* settings READ settings CONSTANT)
   Q_PROPERTY(tolvera::Phase phase READ phase NOTIFY phaseChanged)
   Q_PROPERTY(bool isStopping READ isStopping NOTIFY isStoppingChanged)
+  Q_PROPERTY(bool knowsAccount READ knowsAccount NOTIFY meChanged)
   Q_PROPERTY(bool signedIn READ isSignedIn NOTIFY meChanged)
   Q_PROPERTY(QVariantList packs READ packs NOTIFY meChanged)
   Q_PROPERTY(double secondsLeft READ secondsLeft NOTIFY secondsLeftChanged)
@@ -101,6 +102,8 @@ class AppState final : public QObject, public std::enable_shared_from_this<AppSt
   [[nodiscard]] const QString& overlayStatus() const { return overlayStatus_; }
 
   // The account as the views read it: false and empty while `me` is absent.
+  // The service has told of the account at least once.
+  [[nodiscard]] bool knowsAccount() const { return me_.has_value(); }
   [[nodiscard]] bool isSignedIn() const { return me_ && me_->signedIn; }
   [[nodiscard]] QVariantList packs() const;
 
@@ -123,6 +126,11 @@ class AppState final : public QObject, public std::enable_shared_from_this<AppSt
   // its changes from now on. Harmless to repeat.
   Task<void> bootstrap();
   Q_INVOKABLE void beginBootstrap() { begin("bootstrap", bootstrap()); }
+  // The same for a window that the user comes back to: does nothing once the account is known, or while it is
+  // being asked for.
+  Q_INVOKABLE void retryBootstrap() {
+    if (!knowsAccount() && bootstraps_ == 0) beginBootstrap();
+  }
   // Asks for the account; old values stay if that fails.
   Task<void> refreshAccount();
   // Opens the sign-in page, or the purchase of the pack with this id, in the browser. Then asks for the
@@ -234,7 +242,9 @@ class AppState final : public QObject, public std::enable_shared_from_this<AppSt
   Task<void> pollForAccountChange();
   void listenForOutputChanges();
   bool openInBrowser(const std::string& address); // false if the text is no address
-  Task<std::string> currentToken();               // throws what the signup throws
+  // Throws what the signup throws. A second caller gets the outcome of the signup that is under way.
+  Task<std::string> currentToken();
+  Task<std::string> signUp(std::string server);
   void forgetToken();
   void reportAccountFailure(const std::exception& error);
   // The interface language as the service knows it.
@@ -263,6 +273,9 @@ class AppState final : public QObject, public std::enable_shared_from_this<AppSt
 
   std::unique_ptr<platform::NotificationCenter::Registration> outputObserver_;
   std::optional<std::string> token_;
+  struct Signup;
+  std::shared_ptr<Signup> signup_; // the one under way
+  int bootstraps_ = 0;             // under way
   std::shared_ptr<TranslateSession> session_;
   std::unique_ptr<AudioCaptureBackend> backend_;
   std::shared_ptr<DubPlayer> dubPlayer_; // shared with the sample callback of its run

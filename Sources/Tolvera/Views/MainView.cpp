@@ -8,6 +8,21 @@ QString MainViewRules::buttonTitle(const Strings& strings, double secondsLeft) {
   return hasTime(secondsLeft) ? strings.startTranslating() : strings.pick("时长已用完", "Out of time");
 }
 
+QString MainViewRules::startObstacle(const Strings& strings, double secondsLeft, bool knowsAccount) {
+  if (hasTime(secondsLeft)) return {};
+  return knowsAccount
+             ? strings.pick("购买时长后就能继续。", "Buy more time to go on.")
+             : strings.pick("翻译服务没有响应。启动它，再回到这个窗口。",
+                            "The translation service does not answer. Start it, then come back to this "
+                            "window.");
+}
+
+QString MainViewRules::swapObstacle(const Strings& strings, const QString& source, bool canSwap) {
+  if (canSwap) return {};
+  return source == "auto" ? strings.pick("先选好说话的语言", "Choose the spoken language first")
+                          : strings.pick("两种语言相同", "Both languages are the same");
+}
+
 QString MainViewRules::packLabel(const Strings& strings, const QVariantMap& pack) {
   const auto hours = QString::number(static_cast<qint64>(pack.value("hours").toDouble()));
   if (strings.zh) return hours + " 小时 · ¥" + QString::number(pack.value("fen").toLongLong() / 100);

@@ -24,6 +24,12 @@ class MainViewRules final : public QObject {
   // A balance that can pay for a run.
   Q_INVOKABLE static bool hasTime(double secondsLeft) { return secondsLeft > 0; }
   Q_INVOKABLE static QString buttonTitle(const tolvera::Strings& strings, double secondsLeft);
+  // Why the start button is disabled; empty if it is not.
+  Q_INVOKABLE static QString startObstacle(const tolvera::Strings& strings, double secondsLeft,
+                                           bool knowsAccount);
+  // Why the direction cannot be swapped; empty if it can.
+  Q_INVOKABLE static QString swapObstacle(const tolvera::Strings& strings, const QString& source,
+                                          bool canSwap);
   // The balance is close to its end and is drawn as a warning.
   Q_INVOKABLE static bool runsLow(double secondsLeft) { return secondsLeft < 300; }
   Q_INVOKABLE static QString packLabel(const tolvera::Strings& strings, const QVariantMap& pack);

@@ -17,6 +17,10 @@ Rectangle {
 
     color: Theme.window
     Component.onCompleted: app.beginBootstrap()
+    Window.onActiveChanged: {
+        if (Window.active)
+            app.retryBootstrap();
+    }
 
     Shortcut {
         sequence: "Ctrl+,"

@@ -43,14 +43,28 @@ BottomBar {
             }
         }
 
-        PushButton {
+        Item {
             Layout.fillWidth: true
-            implicitHeight: Math.max(Math.round(Theme.body * 2.7), contentItem.implicitHeight + 12)
-            highlighted: true
-            text: MainViewRules.buttonTitle(bar.strings, bar.app.secondsLeft)
-            enabled: MainViewRules.hasTime(bar.app.secondsLeft)
-            font.pixelSize: Math.round(Theme.body * 1.1)
-            onClicked: bar.app.beginStart()
+            implicitHeight: start.implicitHeight
+
+            PushButton {
+                id: start
+
+                anchors.fill: parent
+                implicitHeight: Math.max(Math.round(Theme.body * 2.7), contentItem.implicitHeight + 12)
+                highlighted: true
+                text: MainViewRules.buttonTitle(bar.strings, bar.app.secondsLeft)
+                enabled: MainViewRules.hasTime(bar.app.secondsLeft)
+                font.pixelSize: Math.round(Theme.body * 1.1)
+                Accessible.description: obstacle.text
+                onClicked: bar.app.beginStart()
+            }
+            Obstacle {
+                id: obstacle
+
+                anchors.fill: parent
+                text: MainViewRules.startObstacle(bar.strings, bar.app.secondsLeft, bar.app.knowsAccount)
+            }
         }
 
         RowLayout {

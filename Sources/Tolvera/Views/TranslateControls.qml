@@ -112,10 +112,25 @@ Form {
         FormRow {
             visible: controls.fromMicrophone
 
-            PushButton {
-                text: controls.strings.pick("对调方向", "Swap direction")
-                enabled: controls.app.canSwapDirection
-                onClicked: controls.app.swapDirection()
+            Item {
+                implicitWidth: swap.implicitWidth
+                implicitHeight: swap.implicitHeight
+
+                PushButton {
+                    id: swap
+
+                    anchors.fill: parent
+                    text: controls.strings.pick("对调方向", "Swap direction")
+                    enabled: controls.app.canSwapDirection
+                    Accessible.description: obstacle.text
+                    onClicked: controls.app.swapDirection()
+                }
+                Obstacle {
+                    id: obstacle
+
+                    anchors.fill: parent
+                    text: MainViewRules.swapObstacle(controls.strings, controls.settings.source, controls.app.canSwapDirection)
+                }
             }
             Item {
                 Layout.fillWidth: true
