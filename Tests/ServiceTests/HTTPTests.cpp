@@ -48,16 +48,14 @@ TEST_F(HTTP, AnswersItsOwnNamesOnly) {
       {"none", "navigate", "document", 200},       {"same-origin", "no-cors", "style", 200},
       {"cross-site", "navigate", "document", 200}, {"cross-site", "navigate", "iframe", 0},
       {"cross-site", "no-cors", "style", 0},       {"same-site", "cors", "empty", 0}};
-  for (const auto& [site, mode, destination, status] : pages)
-    EXPECT_EQ(
-        client_
-            .request("GET", "/livetranslate/style.css",
-                     {{"Sec-Fetch-Site", site}, {"Sec-Fetch-Mode", mode}, {"Sec-Fetch-Dest", destination}})
-            .status,
-        status)
-        << site << destination;
+  for (const auto& [site, mode, destination, status] : pages) {
+    const HTTPClient::Headers headers = {
+        {"Sec-Fetch-Site", site}, {"Sec-Fetch-Mode", mode}, {"Sec-Fetch-Dest", destination}};
+    EXPECT_EQ(client_.request("GET", "/livetranslate/style.css", headers).status, status) << site << mode;
+  }
   EXPECT_EQ(client_.raw("GET /livetranslate/privacy HTTP/1.0\r\n\r\n").status, 421U);
   EXPECT_EQ(client_.get("/livetranslate/ws").status, 404U) << "no upgrade";
+  EXPECT_EQ(client_.get("/livetranslate/api/about").json().at("engine"), "PocketSphinx");
 }
 
 TEST_F(HTTP, RequestsAreBounded) {
@@ -75,27 +73,28 @@ TEST_F(HTTP, RequestsAreBounded) {
 // Each run sends the same ten thousand requests.
 TEST_F(HTTP, MutatedRequestsChangeNothing) {
   const std::string token = client_.signUp();
-  const std::string host = "Host: 127.0.0.1:" + std::to_string(server_->port()) + "\r\n";
-  const std::string wrong = "Authorization: Bearer ' OR 1=1 --\r\n";
-  const auto body = [](const std::string& text) {
-    return "Content-Type: application/json\r\nContent-Length: " + std::to_string(text.size()) + "\r\n\r\n" +
-           text;
+  const std::string start = " HTTP/1.1\r\nHost: 127.0.0.1:" + std::to_string(server_->port()) + "\r\n";
+  const auto seed = [&](const std::string& method, const std::string& path, const std::string& headers,
+                        const std::string& body = {}) {
+    return method + " /livetranslate" + path + start + headers +
+           "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;
   };
-  const std::string base = "/livetranslate";
+  const std::string right = "Authorization: Bearer " + token + "\r\n";
+  const std::string wrong = "Authorization: Bearer ' OR 1=1 --\r\n";
   const std::vector<std::string> seeds = {
-      "GET " + base + "/api/me HTTP/1.1\r\n" + host + "Authorization: Bearer " + token + "\r\n\r\n",
-      "GET " + base + "/api/me HTTP/1.1\r\n" + host + wrong + "\r\n",
-      "GET " + base + "/api/signup HTTP/1.1\r\n" + host + "\r\n",
-      "POST " + base + "/api/checkout HTTP/1.1\r\n" + host + "Authorization: Bearer " + token + "\r\n" +
-          body(R"({"pack":"'; DROP TABLE accounts; --","method":"alipay","lang":"zh"})"),
-      "POST " + base + "/api/auth/unbind HTTP/1.1\r\n" + host + wrong + body("{}"),
-      "GET " + base + "/api/auth/alipay/url?lang=en&pack=%27;-- HTTP/1.1\r\n" + host + wrong + "\r\n",
-      "POST " + base + "/sign-in?code=a HTTP/1.1\r\n" + host +
-          "Cookie: tolvera-form=" + std::string(43, 'x') + "\r\n" + body("code=%27%3B--&proof=%00"),
-      "GET " + base + "/purchase?code=%ff%fe&lang=zh HTTP/1.1\r\n" + host + "\r\n",
-      "GET " + base + "/ws?token=x&target=es HTTP/1.1\r\n" + host +
-          "Connection: Upgrade\r\nUpgrade: websocket\r\nSec-WebSocket-Version: 13\r\nSec-WebSocket-Key: "
-          "AAAA\r\n\r\n"};
+      seed("GET", "/api/me", right),
+      seed("GET", "/api/me", wrong),
+      seed("GET", "/api/signup", {}),
+      seed("POST", "/api/checkout", right,
+           R"({"pack":"'; DROP TABLE accounts; --","method":"alipay","lang":"zh"})"),
+      seed("POST", "/api/auth/unbind", wrong, "{}"),
+      seed("GET", "/api/auth/alipay/url?lang=en&pack=%27;--", wrong),
+      seed("POST", "/sign-in?code=a", "Cookie: tolvera-form=" + std::string(43, 'x') + "\r\n",
+           "code=%27%3B--&proof=%00"),
+      seed("GET", "/purchase?code=%ff%fe&lang=zh", {}),
+      seed("GET", "/ws?token=x&target=es",
+           "Connection: Upgrade\r\nUpgrade: websocket\r\nSec-WebSocket-Version: 13\r\n"
+           "Sec-WebSocket-Key: AAAA\r\n")};
   const std::string before = rows();
   std::mt19937 random(4711);
   for (int i = 0; i < 10000; ++i) {
@@ -113,7 +112,7 @@ TEST_F(HTTP, MutatedRequestsChangeNothing) {
     ASSERT_NE(status, 503U) << bytes;
   }
   EXPECT_EQ(rows(), before);
-  EXPECT_EQ(client_.get(base + "/api/me", token).status, 200U);
+  EXPECT_EQ(client_.get("/livetranslate/api/me", token).status, 200U);
 }
 
 } // namespace

@@ -21,6 +21,8 @@ std::string contentsOf(const std::filesystem::path& path) {
   return {std::istreambuf_iterator<char>(file), {}};
 }
 
+double secondsLeft(const boost::json::object& json) { return json.at("secondsLeft").to_number<double>(); }
+
 struct Program {
   std::filesystem::path log;
   ChildProcess process;
@@ -31,15 +33,9 @@ struct Program {
                                         log.string()) {
     for (int look = 0; look < 3000 && !output().ends_with('\n'); ++look) std::this_thread::sleep_for(20ms);
   }
-  // Ends it, and gives its status as a shell does.
-  int end(int signal) {
-    ::kill(process.pid(), signal);
-    return process.wait(10s);
-  }
   [[nodiscard]] std::string output() const { return contentsOf(log); }
   [[nodiscard]] std::uint16_t port() const {
-    const std::string ready = output();
-    return static_cast<std::uint16_t>(std::stoi(ready.substr(ready.rfind(':') + 1)));
+    return static_cast<std::uint16_t>(std::stoi(output().substr(output().rfind(':') + 1)));
   }
   [[nodiscard]] StreamClient run(const std::string& token) const {
     return StreamClient(port(), "token=" + token + "&target=es&source=en&dub=1&src=1");
@@ -54,7 +50,8 @@ TEST(Program, EndsPolitelyAtASignal) {
     auto run = program.run(HTTPClient(program.port()).signUp());
     run.sendAudio(spoken("we need more time"));
     ASSERT_TRUE(run.waitForType("tr"));
-    EXPECT_EQ(program.end(signal), 0);
+    ::kill(program.process.pid(), signal);
+    EXPECT_EQ(program.process.wait(10s), 0);
     EXPECT_TRUE(run.waitUntilClosed());
     EXPECT_TRUE(ready.starts_with("tolvera-service: listening on 127.0.0.1:")) << ready;
     EXPECT_EQ(program.output(), ready) << "neither token nor speech";
@@ -71,11 +68,12 @@ TEST(Program, ChargesSurviveAKill) {
   ASSERT_TRUE(run.waitForType("balance"));
   const auto children = childrenOf(program.process.pid());
   EXPECT_FALSE(children.empty());
-  program.end(SIGKILL);
+  ::kill(program.process.pid(), SIGKILL); // not its group
+  program.process.wait(10s);
   EXPECT_TRUE(run.waitUntilClosed());
   double told = 0;
   for (const auto& frame : run.frames())
-    if (textOf(frame, "type") == "balance") told = frame.json.at("secondsLeft").to_number<double>();
+    if (frame["type"] == "balance") told = secondsLeft(frame.json);
   for (const pid_t child : children) {
     for (int look = 0; look < 250 && ::kill(child, 0) == 0; ++look) std::this_thread::sleep_for(20ms);
     const std::string line = contentsOf("/proc/" + std::to_string(child) + "/stat");
@@ -83,15 +81,13 @@ TEST(Program, ChargesSurviveAKill) {
   }
   std::filesystem::remove(program.log);
   const Program again(directory.path());
-  const auto me = HTTPClient(again.port()).get("/livetranslate/api/me", token).json();
-  const double left = me.at("secondsLeft").to_number<double>();
+  const double left = secondsLeft(HTTPClient(again.port()).get("/livetranslate/api/me", token).json());
   EXPECT_LE(left, told);
   EXPECT_GE(left, told - 2 * 4) << "sound is charged that was not heard";
 }
 
 TEST(Program, TakenPortIsNamed) {
-  const TemporaryDirectory directory;
-  const TemporaryDirectory other;
+  const TemporaryDirectory directory, other;
   const Program first(directory.path());
   Program second(other.path(), first.port());
   EXPECT_NE(second.output().find("Cannot listen"), std::string::npos) << second.output();

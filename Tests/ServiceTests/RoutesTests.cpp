@@ -14,13 +14,7 @@ class Requests : public testing::Test {
  protected:
   static Request request(const std::string& method, const std::string& path, const std::string& token = {},
                          const std::string& body = {}) {
-    Request request;
-    request.method = method;
-    request.target = "/livetranslate" + path;
-    request.host = "127.0.0.1:18790";
-    request.authorization = "Bearer " + token;
-    request.body = body;
-    return request;
+    return {method, "/livetranslate" + path, "127.0.0.1:18790", "Bearer " + token, {}, {}, {}, body};
   }
   boost::json::object json(const Request& request) {
     return boost::json::parse(routes_.answer(request).body).as_object();
@@ -75,8 +69,11 @@ TEST_F(Requests, FormFromElsewhereDoesNothing) {
 TEST_F(Requests, RefusalsAreTextsInTheCallersLanguage) {
   const std::string token = signUp();
   const auto order = [&](const char* body) { return request("POST", "/api/checkout", token, body); };
+  Request french = request("GET", "/api/me", "unknown");
+  french.acceptLanguage = "fr, zh-CN;q=0.8, en;q=0.5";
   const std::tuple<Request, unsigned, std::string_view> cases[] = {
       {request("GET", "/api/me?lang=zh", "unknown"), 401, "不认识这个账户"},
+      {french, 401, "账户"},
       {request("POST", "/api/auth/unbind", "unknown"), 401, "does not know this account"},
       {request("GET", "/api/signup"), 405, ""},
       {request("GET", "/api/nothing"), 404, ""},
@@ -92,9 +89,6 @@ TEST_F(Requests, RefusalsAreTextsInTheCallersLanguage) {
     EXPECT_NE(object.at("error").as_string().find(words), std::string::npos) << object;
     EXPECT_EQ(object.size(), 1U);
   }
-  Request french = request("GET", "/api/me", "unknown");
-  french.acceptLanguage = "fr, zh-CN;q=0.8, en;q=0.5";
-  EXPECT_NE(json(french).at("error").as_string().find("账户"), std::string::npos);
 }
 
 TEST_F(Requests, PagesRepeatNoMarkup) {

@@ -4,22 +4,16 @@
 
 #include "Harness/TemporaryDirectory.h"
 
-#include <string>
 #include <thread>
 
 namespace tolvera::test {
 
-// The service in this process, on a free port and with accounts of its own.
+// The service in this process, on a free port and with accounts of its own. PocketSphinx is always there, and
+// understands what the tests say.
 class RunningServer {
  public:
-  // With PocketSphinx unless told otherwise: it is always there, and understands what the tests say.
-  explicit RunningServer(std::size_t streams = 2, const std::string& engine = "pocketsphinx")
-      : server_([&] {
-          service::Server::Settings settings;
-          settings.stateDirectory = stateDirectory();
-          settings.engine = {engine, streams};
-          return settings;
-        }()) {}
+  explicit RunningServer(std::size_t streams)
+      : server_({.stateDirectory = stateDirectory(), .engine = {"pocketsphinx", streams}}) {}
   ~RunningServer() {
     server_.stop();
     thread_.join();

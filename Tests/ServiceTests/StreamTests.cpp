@@ -3,17 +3,19 @@
 #include "ServiceTests/RunningServer.h"
 #include "ServiceTests/StreamClient.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
-
-#include <algorithm>
 
 namespace tolvera::test {
 namespace {
 
+using testing::HasSubstr;
+using Frame = StreamClient::Frame;
+
 // One service for all tests here: its decoders take a second to make. Each test has an account of its own.
 class Stream : public testing::Test {
  protected:
-  static void SetUpTestSuite() { server_ = std::make_unique<RunningServer>(); }
+  static void SetUpTestSuite() { server_ = std::make_unique<RunningServer>(2); }
   static void TearDownTestSuite() { server_.reset(); }
 
   static std::uint16_t port() { return (*server_)->port(); }
@@ -27,22 +29,28 @@ class Stream : public testing::Test {
     EXPECT_TRUE(client->waitForType("ready")) << "no run begins";
     return client;
   }
-  static std::string code(StreamClient& client) {
-    const auto error = client.waitForType("error");
-    return error ? textOf(*error, "code") : "no error";
+  // Expects that a run ends with an error. Gives the error's message.
+  static std::string failure(StreamClient& client, const std::string& code) {
+    const auto error = client.waitForType("error").value_or(Frame());
+    EXPECT_EQ(error["code"], code);
+    EXPECT_TRUE(client.waitUntilClosed());
+    return error["message"];
   }
-  static bool isSound(const StreamClient::Frame& frame) { return !frame.binary.empty(); }
   static std::size_t samplesOf(const StreamClient& client) {
     std::size_t bytes = 0;
-    for (const auto& frame : client.frames()) bytes += frame.binary.size();
+    for (const Frame& frame : client.frames()) bytes += frame.binary.size();
     return bytes / 2;
   }
   double secondsUsed() const {
-    return HTTPClient(port())
-        .get("/livetranslate/api/me", token_)
-        .json()
-        .at("secondsUsed")
-        .to_number<double>();
+    const auto me = HTTPClient(port()).get("/livetranslate/api/me", token_).json();
+    return me.at("secondsUsed").to_number<double>();
+  }
+  // Waits until a run tells that at most this much time is left.
+  static bool waitForBalance(StreamClient& client, double seconds) {
+    const auto told = [&](const Frame& frame) {
+      return frame["type"] == "balance" && frame.json.at("secondsLeft").to_number<double>() < seconds + 0.01;
+    };
+    return client.waitFor(told, std::chrono::seconds(60)).has_value();
   }
 
   const std::string token_ = HTTPClient(port()).signUp();
@@ -53,19 +61,16 @@ std::unique_ptr<RunningServer> Stream::server_;
 
 TEST_F(Stream, SentenceGrowsIntoCaptions) {
   auto client = open("es");
-  sendSpeech(*client, "the children are playing in the garden behind the house");
-  const auto source = client->waitForType("src", true);
-  const auto translation = client->waitForType("tr", true);
-  ASSERT_TRUE(source && translation);
-  EXPECT_NE(textOf(*source, "text").find("children are playing in the garden"), std::string::npos);
-  EXPECT_NE(textOf(*translation, "text").find("en el jardín"), std::string::npos);
+  client->say("the children are playing in the garden behind the house");
+  EXPECT_THAT(client->waitForFinal("src").value()["text"], HasSubstr("children are playing in the garden"));
+  EXPECT_THAT(client->waitForFinal("tr").value()["text"], HasSubstr("en el jardín"));
   std::string settled;
   int partials = 0;
-  for (const auto& frame : client->frames()) {
-    if (textOf(frame, "type") != "tr" || frame.json.at("final").as_bool()) continue;
+  for (const Frame& frame : client->frames()) {
+    if (frame["type"] != "tr" || frame.isFinal("tr")) continue;
     ++partials;
-    EXPECT_TRUE(textOf(frame, "text").starts_with(settled)) << "settled words were taken back";
-    settled = textOf(frame, "text");
+    EXPECT_TRUE(frame["text"].starts_with(settled)) << "settled words were taken back";
+    settled = frame["text"];
   }
   EXPECT_GT(partials, 3);
   EXPECT_FALSE(settled.empty());
@@ -74,27 +79,22 @@ TEST_F(Stream, SentenceGrowsIntoCaptions) {
   const auto speech = spoken("many people in this country do not have clean water");
   const std::size_t before = client->frames().size();
   client->sendAudio(std::span(speech).first(speech.size() - 4000));
-  EXPECT_TRUE(client->waitFor([&, seen = std::size_t{0}](const auto& frame) mutable {
-    return ++seen > before && textOf(frame, "type") == "tr" && frame.json.at("final").as_bool();
+  EXPECT_TRUE(client->waitFor([&, seen = std::size_t{0}](const Frame& frame) mutable {
+    return ++seen > before && frame.isFinal("tr");
   }));
 }
 
 TEST_F(Stream, RunBeyondTheDecodersIsRefused) {
-  const std::string other = HTTPClient(port()).signUp();
-  StreamClient second(port(), query(other, "ca"));
+  StreamClient second(port(), query(HTTPClient(port()).signUp(), "ca"));
   ASSERT_TRUE(second.waitForType("ready"));
   auto first = open("es");
   StreamClient third(port(), query(HTTPClient(port()).signUp(), "es"));
-  EXPECT_EQ(code(third), "upstream_rejected");
-  for (const char* part : {"正忙", "busy"})
-    EXPECT_NE(textOf(third.frames().front(), "message").find(part), std::string::npos) << part;
-  EXPECT_TRUE(third.waitUntilClosed());
+  EXPECT_THAT(failure(third, "upstream_rejected"), AllOf(HasSubstr("正忙"), HasSubstr("busy")));
 
   auto again = open("es"); // replaces the account's first run and takes its decoder over
-  EXPECT_EQ(code(*first), "replaced");
-  EXPECT_TRUE(first->waitUntilClosed());
-  sendSpeech(*again, "we need more time");
-  EXPECT_TRUE(again->waitForType("tr", true));
+  failure(*first, "replaced");
+  again->say("we need more time");
+  EXPECT_TRUE(again->waitForFinal("tr"));
   again.reset();                                        // without a goodbye
   for (int run = 0; run < 5; ++run) open("es")->stop(); // a lone user's next run finds a decoder
 }
@@ -108,10 +108,8 @@ TEST_F(Stream, RefusalsNameTheirReason) {
       {"", {"账户", "does not know this account"}}};
   for (const auto& [parameters, parts] : refusals) {
     StreamClient client(port(), parameters);
-    EXPECT_EQ(code(client), "upstream_rejected") << parameters;
-    for (const char* part : parts)
-      EXPECT_NE(textOf(client.frames().front(), "message").find(part), std::string::npos) << part;
-    EXPECT_TRUE(client.waitUntilClosed());
+    const std::string message = failure(client, "upstream_rejected");
+    for (const char* part : parts) EXPECT_THAT(message, HasSubstr(part)) << parameters;
   }
 }
 
@@ -123,9 +121,9 @@ TEST_F(Stream, MalformedFramesDoNoHarm) {
     client->sendBytes(bytes, true);
   for (int i = 0; i < 50; ++i) client->sendBytes(std::string(3201, static_cast<char>(i)), true);
   client->sendAudio(std::vector<std::int16_t>(32000));
-  sendSpeech(*client, "we need more time to finish this project");
-  EXPECT_TRUE(client->waitFor([](const auto& frame) { // English comes back as it was heard
-    return textOf(frame, "text") == "We need more time to finish this project.";
+  client->say("we need more time to finish this project");
+  EXPECT_TRUE(client->waitFor([](const Frame& frame) { // English comes back as it was heard
+    return frame["text"] == "We need more time to finish this project.";
   }));
   client->sendBytes(std::string(300 * 1024, '\0'), true); // more than a frame may hold
   EXPECT_TRUE(client->waitUntilClosed());
@@ -138,17 +136,13 @@ TEST_F(Stream, FastSoundIsHeardWhole) {
   constexpr int times = 5; // some 16 s at once: more than is queued
   for (int i = 0; i < times; ++i) client->sendAudio(speech);
   client->sendBytes(R"( { "type" : "stop", "more" : 1 } )", false);
-  const double left = 3600 - times * static_cast<double>(speech.size()) / 16000;
-  int heard = 0;
-  EXPECT_TRUE(client->waitFor(
-      [&](const auto& frame) {
-        const bool final = textOf(frame, "type") == "tr" && frame.json.at("final").as_bool();
-        if (final && textOf(frame, "text").find("project") != std::string::npos) ++heard;
-        return textOf(frame, "type") == "balance" &&
-               frame.json.at("secondsLeft").template to_number<double>() < left + 0.01;
-      },
-      std::chrono::seconds(60)));
-  EXPECT_GE(heard, times - 1);
+  EXPECT_TRUE(waitForBalance(*client, 3600 - times * static_cast<double>(speech.size()) / 16000));
+  EXPECT_GE(std::ranges::count_if(client->frames(),
+                                  [](const Frame& frame) {
+                                    return frame.isFinal("tr") &&
+                                           frame["text"].find("project") != std::string::npos;
+                                  }),
+            times - 1);
 }
 
 TEST_F(Stream, RunEndsWhenTimeIsUsedUp) {
@@ -157,12 +151,11 @@ TEST_F(Stream, RunEndsWhenTimeIsUsedUp) {
     accounts.charge(accounts.find(token_)->installation, 3597.5);
   }
   auto client = open("es");
-  sendSpeech(*client, "many people in this country do not have clean water");
-  EXPECT_EQ(code(*client), "quota_exhausted");
-  EXPECT_TRUE(client->waitUntilClosed());
-  EXPECT_TRUE(client->waitForType("tr", true)) << "what was heard until then";
+  client->say("many people in this country do not have clean water");
+  failure(*client, "quota_exhausted");
+  EXPECT_TRUE(client->waitForFinal("tr")) << "what was heard until then";
   StreamClient again(port(), query(token_, "es"));
-  EXPECT_EQ(code(again), "quota_exhausted");
+  failure(again, "quota_exhausted");
   EXPECT_EQ(again.frames().size(), 1U) << "no run begins";
 }
 
@@ -171,8 +164,7 @@ TEST_F(Stream, RunEndsWhenTheStoreFails) {
   service::Database holder(server_->stateDirectory() / "accounts.sqlite");
   holder.execute("BEGIN IMMEDIATE"); // a charge cannot be written, as on a full disk
   client->sendAudio(std::vector<std::int16_t>(32000));
-  EXPECT_EQ(code(*client), "upstream_rejected");
-  EXPECT_TRUE(client->waitUntilClosed());
+  failure(*client, "upstream_rejected");
   holder.execute("ROLLBACK");
   open("en");
 }
@@ -184,33 +176,33 @@ TEST(SoundPace, TakesTwiceRealTime) {
 }
 
 TEST_F(Stream, StopSilencesTheDub) {
-  auto client = open("en", "&dub=1&voice=Harvey");
+  auto client = open("en", "&dub=1&voice=Harvey"); // the slowest
   const std::string first = "we need more time to finish this project";
-  const auto whole = static_cast<double>(service::Speech().say("en", "Harvey", first).size()); // the slowest
-  const auto enough = [&](const auto&) { return static_cast<double>(samplesOf(*client)) > whole * 0.95; };
-  sendSpeech(*client, first);
-  ASSERT_TRUE(client->waitFor(enough));
-  const auto firstSound = std::find_if(client->frames().begin(), client->frames().end(), isSound);
-  EXPECT_TRUE(std::any_of(client->frames().begin(), firstSound, [](const auto& frame) {
-    return textOf(frame, "type") == "tr" && frame.json.at("final").as_bool();
-  })) << "sound before its caption";
+  const auto whole = static_cast<double>(service::Speech().say("en", "Harvey", first).size());
+  const auto waitForSound = [&](double share) {
+    return client->waitFor(
+        [&](const Frame&) { return static_cast<double>(samplesOf(*client)) > whole * share; });
+  };
+  client->say(first);
+  ASSERT_TRUE(waitForSound(0.95));
+  EXPECT_TRUE(client->waitFor([](const Frame& frame) { return frame.isFinal("tr") || !frame.binary.empty(); })
+                  ->isFinal("tr"))
+      << "sound before its caption";
 
-  sendSpeech(*client, "the train was late again because of the snow in the mountains");
-  ASSERT_TRUE(
-      client->waitFor([&](const auto&) { return static_cast<double>(samplesOf(*client)) > whole * 1.1; }));
+  client->say("the train was late again because of the snow in the mountains");
+  ASSERT_TRUE(waitForSound(1.1));
   const auto speech = spoken("many people in this country do not have clean water");
   client->sendAudio(std::span(speech).first(speech.size() - 4000)); // no pause at the end
   client->stop();
   client->sendAudio(spoken("this comes too late")); // and is not heard
-  ASSERT_TRUE(client->waitFor([](const auto& frame) {
-    return textOf(frame, "text").find("people") != std::string::npos && frame.json.at("final").as_bool();
+  ASSERT_TRUE(client->waitFor([](const Frame& frame) {
+    return frame.isFinal("tr") && frame["text"].find("people") != std::string::npos;
   })) << "the sentence that was still open";
   const std::size_t before = samplesOf(*client);
   EXPECT_FALSE(client->waitUntilClosed(std::chrono::milliseconds(500)));
   EXPECT_EQ(samplesOf(*client), before);
   EXPECT_LT(static_cast<double>(before), whole * 2);
-  for (const auto& frame : client->frames())
-    EXPECT_EQ(textOf(frame, "text").find("comes"), std::string::npos);
+  for (const Frame& frame : client->frames()) EXPECT_EQ(frame["text"].find("comes"), std::string::npos);
   client->close();
   EXPECT_TRUE(client->waitUntilClosed());
 }
@@ -225,12 +217,9 @@ TEST_F(Stream, DubCostsFourfold) {
     client->sendAudio(speech);
     client->stop();
     const double cost = multiplier * static_cast<double>(speech.size()) / 16000;
-    EXPECT_TRUE(client->waitFor([&](const auto& frame) {
-      const auto* left = frame.json.if_contains("secondsLeft");
-      return left != nullptr && left->template to_number<double>() < 3600 - before - cost + 0.01;
-    }));
+    EXPECT_TRUE(waitForBalance(*client, 3600 - before - cost));
     EXPECT_NEAR(secondsUsed() - before, cost, 0.1) << target << dub;
-    EXPECT_TRUE(client->waitForType("tr", true));
+    EXPECT_TRUE(client->waitForFinal("tr"));
     if (multiplier == 1) EXPECT_EQ(samplesOf(*client), 0U) << target << dub;
   }
 }
