@@ -31,7 +31,6 @@ namespace {
 
 using tolvera::test::HTTPClient;
 using tolvera::test::StreamClient;
-using tolvera::test::textOf;
 using Time = StreamClient::Clock::time_point;
 using Words = std::vector<std::string>;
 
@@ -194,11 +193,11 @@ std::vector<Caption> play(std::uint16_t port, std::vector<Recording>& recordings
   std::this_thread::sleep_for(std::chrono::seconds(3));
   std::vector<Caption> captions;
   for (const auto& frame : client.frames()) {
-    if (textOf(frame, "type") == "error") throw std::runtime_error(textOf(frame, "message"));
-    if (textOf(frame, "type") != "src") continue;
-    const std::string settled = textOf(frame, "text");
+    if (frame["type"] == "error") throw std::runtime_error(frame["message"]);
+    if (frame["type"] != "src") continue;
+    const std::string settled = frame["text"];
     captions.push_back({std::chrono::duration<double>(frame.received - start).count(), wordsOf(settled),
-                        wordsOf(settled + textOf(frame, "stash")), frame.json.at("final").as_bool()});
+                        wordsOf(settled + frame["stash"]), frame.json.at("final").as_bool()});
   }
   return captions;
 }

@@ -16,7 +16,6 @@ namespace {
 using tolvera::bench::spokenSentences;
 using tolvera::test::HTTPClient;
 using tolvera::test::StreamClient;
-using tolvera::test::textOf;
 using Time = StreamClient::Clock::time_point;
 
 constexpr std::size_t chunk = 1600;
@@ -63,7 +62,7 @@ void printFirstSounds(const std::vector<StreamClient::Frame>& frames) {
       if (caption) waits.push_back(secondsBetween(*caption, frame.received));
       caption.reset();
       lastSound = frame.received;
-    } else if (textOf(frame, "type") == "tr" && frame.json.at("final").as_bool()) {
+    } else if (frame["type"] == "tr" && frame.json.at("final").as_bool()) {
       ++captions;
       if (lastSound && secondsBetween(*lastSound, frame.received) < 0.12)
         ++busy;
@@ -97,9 +96,9 @@ void printSynthesis(const std::vector<StreamClient::Frame>& frames) {
   const tolvera::service::Speech speech;
   std::vector<double> costs;
   for (const auto& frame : frames) {
-    if (textOf(frame, "type") != "tr" || !frame.json.at("final").as_bool()) continue;
+    if (frame["type"] != "tr" || !frame.json.at("final").as_bool()) continue;
     const auto start = StreamClient::Clock::now();
-    const auto sound = speech.say("es", "Tina", textOf(frame, "text"));
+    const auto sound = speech.say("es", "Tina", frame["text"]);
     costs.push_back(secondsBetween(start, StreamClient::Clock::now()));
   }
   std::printf("making a sentence's speech    %.1f ms median, %.1f ms p90\n", 1000 * quantile(costs, 0.5),
@@ -109,7 +108,7 @@ void printSynthesis(const std::vector<StreamClient::Frame>& frames) {
 } // namespace
 
 int main() {
-  tolvera::test::RunningServer server;
+  tolvera::test::RunningServer server(2);
   StreamClient client(server->port(), "token=" + HTTPClient(server->port()).signUp() +
                                           "&target=es&source=en&dub=1&src=1&voice=Tina");
   client.waitForType("ready");

@@ -25,7 +25,6 @@ using tolvera::bench::spokenSentences;
 using tolvera::bench::wordEnds;
 using tolvera::test::HTTPClient;
 using tolvera::test::StreamClient;
-using tolvera::test::textOf;
 using Time = StreamClient::Clock::time_point;
 using Words = std::vector<std::string>;
 
@@ -108,10 +107,9 @@ void add(Figures& figures, const Sentence& sentence, Time start,
   Words now;
   std::optional<Time> lastFinal;
   captions([&](const StreamClient::Frame& frame, bool final) {
-    if (textOf(frame, "type") == "src") {
+    if (frame["type"] == "src") {
       now = finals;
-      for (std::string& word : wordsOf(textOf(frame, "text") + textOf(frame, "stash")))
-        now.push_back(std::move(word));
+      for (std::string& word : wordsOf(frame["text"] + frame["stash"])) now.push_back(std::move(word));
       if (final) finals = now;
       return;
     }
@@ -200,7 +198,7 @@ int main() {
     sentence.ends = wordEnds(sentence.samples, sentence.words);
     sentences.push_back(std::move(sentence));
   }
-  tolvera::test::RunningServer server;
+  tolvera::test::RunningServer server(2);
   print("one stream", measure(server->port(), sentences));
 
   Figures other;

@@ -4,6 +4,7 @@
 
 #include "Harness/TemporaryDirectory.h"
 
+#include <string>
 #include <thread>
 
 namespace tolvera::test {
@@ -12,8 +13,8 @@ namespace tolvera::test {
 // understands what the tests say.
 class RunningServer {
  public:
-  explicit RunningServer(std::size_t streams)
-      : server_({.stateDirectory = stateDirectory(), .engine = {"pocketsphinx", streams}}) {}
+  explicit RunningServer(std::size_t streams, const std::string& engine = "pocketsphinx")
+      : server_({.stateDirectory = stateDirectory(), .engine = {engine, streams}}) {}
   ~RunningServer() {
     server_.stop();
     thread_.join();

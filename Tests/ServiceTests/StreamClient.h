@@ -101,9 +101,11 @@ class HTTPClient {
 // A client of one run. It reads only while one of its operations waits, all on the caller's thread.
 class StreamClient {
  public:
+  using Clock = std::chrono::steady_clock;
   struct Frame {
     boost::json::object json; // empty for a binary frame
     std::string binary;
+    Clock::time_point received = Clock::now();
 
     // A member that is text; empty if it is not there.
     [[nodiscard]] std::string operator[](std::string_view key) const {
@@ -148,7 +150,7 @@ class StreamClient {
   // Waits for a frame that meets the condition. Frames that came before the call count too.
   std::optional<Frame> waitFor(const std::function<bool(const Frame&)>& condition,
                                std::chrono::milliseconds limit = std::chrono::seconds(20)) {
-    const auto deadline = std::chrono::steady_clock::now() + limit;
+    const auto deadline = Clock::now() + limit;
     context_.restart();
     for (std::size_t next = 0;;) {
       for (; next < frames_.size(); ++next)
@@ -161,6 +163,11 @@ class StreamClient {
   }
   std::optional<Frame> waitForFinal(std::string_view type) {
     return waitFor([&](const Frame& frame) { return frame.isFinal(type); });
+  }
+  // Reads until the time is over.
+  void readUntil(Clock::time_point time) {
+    context_.restart();
+    context_.run_until(time);
   }
   // Waits until the service has closed the socket.
   [[nodiscard]] bool waitUntilClosed(std::chrono::milliseconds limit = std::chrono::seconds(20)) {
