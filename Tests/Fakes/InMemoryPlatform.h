@@ -2,12 +2,8 @@
 
 #include "Fakes/InMemoryAudio.h"
 #include "Fakes/InMemoryAudioHardware.h"
-#include "Fakes/InMemoryFileManager.h"
+#include "Fakes/InMemoryDesktop.h"
 #include "Fakes/InMemoryPlayback.h"
-#include "Fakes/InMemoryRunningApplications.h"
-#include "Fakes/InMemoryUserDefaults.h"
-#include "Fakes/RecordingWorkspace.h"
-#include "Fakes/ScriptedCaptureDevice.h"
 #include "Fakes/ScriptedURLSession.h"
 #include "Harness/TestLoop.h"
 #include "Platform/Linux/Desktop/ExecutorNotificationCenter.h"
@@ -32,11 +28,22 @@ struct InMemoryPlatform {
   InMemoryRunningApplications runningApplications;
   adapters::ExecutorNotificationCenter notificationCenter{loop.executor()};
   platform::InterfaceLanguage interfaceLanguage;
-  platform::Platform platform{
-      loop.executor(), loop.executor(), loop.clock(),        network,           audio,
-      audioHardware,   playback,        captureDevice,       userDefaults,      fileManager,
-      locale,          workspace,       runningApplications, notificationCenter, interfaceLanguage,
-      platform::DesktopFamily::freedesktop};
+  platform::Platform platform{loop.executor(),
+                              loop.executor(),
+                              loop.clock(),
+                              network,
+                              audio,
+                              audioHardware,
+                              playback,
+                              captureDevice,
+                              userDefaults,
+                              fileManager,
+                              locale,
+                              workspace,
+                              runningApplications,
+                              notificationCenter,
+                              interfaceLanguage,
+                              platform::DesktopFamily::freedesktop};
 };
 
 } // namespace tolvera::test

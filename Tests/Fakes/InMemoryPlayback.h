@@ -16,12 +16,11 @@ class InMemoryPlayback final : public platform::AudioPlayback {
  public:
   std::optional<platform::PlatformError> startFailure; // read on each start
   std::vector<float> queued;    // what was scheduled where it would be heard, less what a stop dropped
-  double sampleRate = 0;        // of the connection
+  double sampleRate = 0;        // of the node's connection, 0 without one
   std::atomic<float> volume{1}; // of the node
 
   // An engine runs with a node that plays.
-  [[nodiscard]] bool playing() const { return engineRuns_ && nodePlays_ && nodeConnected_; }
-  [[nodiscard]] int engines() const { return engines_; } // alive
+  [[nodiscard]] bool playing() const { return engineRuns_ && nodePlays_ && sampleRate > 0; }
 
   std::unique_ptr<platform::AudioOutputEngine> makeOutputEngine() override {
     return std::make_unique<Engine>(*this);
@@ -32,17 +31,13 @@ class InMemoryPlayback final : public platform::AudioPlayback {
 
  private:
   struct Engine final : platform::AudioOutputEngine {
-    explicit Engine(InMemoryPlayback& playback) : system(playback) { ++system.engines_; }
-    ~Engine() override {
-      system.engineRuns_ = false;
-      --system.engines_;
-    }
+    explicit Engine(InMemoryPlayback& playback) : system(playback) {}
+    ~Engine() override { system.engineRuns_ = false; }
     void attach(platform::AudioPlayerNode&) override {}
     void connectToMainMixer(platform::AudioPlayerNode&, const platform::AudioFormat& format) override {
       system.sampleRate = format.sampleRate;
-      system.nodeConnected_ = true;
     }
-    void detach(platform::AudioPlayerNode&) override { system.nodeConnected_ = system.nodePlays_ = false; }
+    void detach(platform::AudioPlayerNode&) override { system.sampleRate = 0; }
     void start() override {
       if (system.startFailure) throw platform::PlatformError(*system.startFailure);
       system.engineRuns_ = true;
@@ -71,8 +66,6 @@ class InMemoryPlayback final : public platform::AudioPlayback {
 
   bool engineRuns_ = false;
   bool nodePlays_ = false;
-  bool nodeConnected_ = false;
-  int engines_ = 0;
 };
 
 } // namespace tolvera::test

@@ -34,10 +34,7 @@ class Recording {
     const std::lock_guard lock(mutex_);
     return samples_;
   }
-  [[nodiscard]] double seconds() const {
-    const std::lock_guard lock(mutex_);
-    return static_cast<double>(samples_.size()) / rate;
-  }
+  [[nodiscard]] double seconds() const { return static_cast<double>(samples().size()) / rate; }
   // Its last 200 ms hold the sine at about its level.
   [[nodiscard]] bool hears(double frequency, double level = 0.3) const {
     const std::vector<float> all = samples();
@@ -66,8 +63,7 @@ inline double separation(std::span<const float> heard, double frequency, double 
 
 // How many entries a directory has, as of descriptors or threads under /proc/self.
 inline std::size_t entries(const char* directory) {
-  const std::filesystem::directory_iterator all(directory);
-  return static_cast<std::size_t>(std::distance(begin(all), end(all)));
+  return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator(directory), {}));
 }
 
 } // namespace tolvera::test

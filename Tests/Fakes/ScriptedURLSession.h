@@ -1,8 +1,11 @@
 #pragma once
 
 #include "Async/Suspension.h"
+#include "Platform/PlatformError.h"
 #include "Platform/URLSession.h"
 
+#include <algorithm>
+#include <cerrno>
 #include <deque>
 #include <functional>
 #include <map>
@@ -10,118 +13,164 @@
 #include <mutex>
 #include <optional>
 #include <string>
-#include <string_view>
+#include <utility>
 #include <vector>
 
 namespace tolvera::test {
 
-// One in-memory web socket, seen from both ends: the program holds it as a WebSocketTask, and the test
-// plays the server. Any thread.
-class ScriptedConnection final : public platform::WebSocketTask,
-                                 public std::enable_shared_from_this<ScriptedConnection> {
+// One in-memory web socket, seen from both ends: the program holds it as a WebSocketTask, and the test plays
+// the server. The methods may be called on any thread; the fields are read while no other thread uses it.
+class ScriptedConnection final : public platform::WebSocketTask {
  public:
-  struct Close {
-    std::uint16_t code;
-    std::string reason;
-  };
+  using Rule = std::function<void(ScriptedConnection&)>;
 
-  explicit ScriptedConnection(platform::URL url) : url_(std::move(url)) {}
+  ScriptedConnection(platform::URL address, Rule onResume)
+      : url(std::move(address)), onResume_(std::move(onResume)) {}
 
   // What the client has done.
-  [[nodiscard]] const platform::URL& url() const { return url_; }
-  [[nodiscard]] std::vector<Message> sent() const; // frames handed over, in order
-  [[nodiscard]] std::vector<platform::Data> sentAudio() const { return sentOf<platform::Data>(); }
-  [[nodiscard]] std::vector<std::string> sentTexts() const { return sentOf<std::string>(); }
-  [[nodiscard]] std::vector<Close> closes() const; // each call of `cancel`
+  const platform::URL url;
+  std::vector<Message> sent;         // frames handed over, in order
+  std::vector<std::uint16_t> closes; // the code of each call of `cancel`
 
   // What the server does. Frames delivered before a failure can still be read.
-  void accept() {
-    change([this] { accepted_ = true; });
-  } // the handshake is done
-  void deliver(Message message);
-  void fail(const std::string& description = "线路断了"); // a lost line, a refused handshake, or a close
-  void stall() {
-    change([this] { stalled_ = true; });
-  } // stops reading: frames wait
-  void goOn() {
-    change([this] { stalled_ = false; });
+  void accept() { // ends the handshake, and reads
+    change([this] { reads_ = true; });
+  }
+  void stall() { // stops reading, so that frames wait
+    change([this] { reads_ = false; });
+  }
+  void deliver(Message message) {
+    change([&] { incoming_.push_back(std::move(message)); });
+  }
+  // A lost line, a refused handshake, or a close.
+  void fail(const std::string& description = "线路断了") {
+    change([&] { failure_ = failure_.value_or(description); });
   }
 
-  // WebSocketTask
-  void resume() override;
-  Task<void> send(Message message) override;
-  Task<Message> receive() override;
-  void cancel(std::uint16_t closeCode, std::string reason) override;
+  void resume() override { onResume_(*this); }
+  Task<void> send(Message message) override {
+    bool handedOver = false;
+    co_await until([&] {
+      handedOver = reads_ && !failure_;
+      if (handedOver) sent.push_back(std::move(message));
+      return handedOver || failure_;
+    });
+    if (!handedOver) throw lost();
+  }
+  Task<Message> receive() override {
+    std::optional<Message> message;
+    co_await until([&] {
+      if (incoming_.empty()) return failure_.has_value();
+      message = std::move(incoming_.front());
+      incoming_.pop_front();
+      return true;
+    });
+    if (!message) throw lost();
+    co_return *std::move(message);
+  }
+  void cancel(std::uint16_t closeCode, std::string) override {
+    change([&] {
+      closes.push_back(closeCode);
+      failure_ = failure_.value_or("已关闭");
+      incoming_.clear();
+    });
+  }
 
  private:
-  friend class ScriptedURLSession;
-  struct Outgoing {
-    Message message;
-    std::optional<Resumption> resume;
-    std::optional<std::string> failure;
-  };
-
-  static Task<void> send(std::shared_ptr<ScriptedConnection> self, Message message);
-  static Task<Message> receive(std::shared_ptr<ScriptedConnection> self);
-  void change(const std::function<void()>& apply);
-  template<typename Kind>
-  [[nodiscard]] std::vector<Kind> sentOf() const {
-    std::vector<Kind> frames;
-    for (const auto& frame : sent()) {
-      if (const auto* kind = std::get_if<Kind>(&frame)) frames.push_back(*kind);
+  // Takes the step under the lock: at once, or after the change that makes it possible.
+  Task<void> until(std::function<bool()> step) {
+    bool taken = false;
+    while (!taken) {
+      co_await suspend([this, &step, &taken](Resumption resume) {
+        const std::scoped_lock lock(mutex_);
+        taken = step();
+        if (taken)
+          resume();
+        else
+          waiting_.push_back(std::move(resume));
+      });
     }
-    return frames;
+  }
+  void change(const std::function<void()>& apply) {
+    const std::scoped_lock lock(mutex_);
+    apply();
+    for (const auto& resume : std::exchange(waiting_, {})) resume();
+  }
+  [[nodiscard]] platform::PlatformError lost() const {
+    return {platform::transportErrorDomain, ECONNRESET, failure_.value()};
   }
 
-  const platform::URL url_;
-  std::function<void(ScriptedConnection&)> onResume_;
-
-  mutable std::mutex mutex_;
-  bool accepted_ = false;
-  bool stalled_ = false;
+  const Rule onResume_;
+  std::mutex mutex_;
+  bool reads_ = false;
   std::optional<std::string> failure_;
   std::deque<Message> incoming_;
-  std::optional<Resumption> reader_;
-  std::deque<std::shared_ptr<Outgoing>> outgoing_;
-  std::vector<Message> sent_;
-  std::vector<Close> closes_;
+  std::vector<Resumption> waiting_;
 };
 
 // The network of a test: connections that the test plays the server of, and HTTP replies by script.
-// Declare it after the TestLoop: its destructor fails all waiting operations. Any thread.
+// Declare it after the TestLoop: its destructor fails all waiting operations. Connections may be made on any
+// thread; the rest belongs to the test's.
 class ScriptedURLSession final : public platform::URLSession {
  public:
-  using Answer = std::function<Task<platform::HTTPResponse>(platform::HTTPRequest)>;
+  using Answer = std::function<Task<platform::HTTPResponse>()>;
 
-  ~ScriptedURLSession() override;
+  ~ScriptedURLSession() override {
+    for (const auto& connection : connections_) connection->fail("the test is over");
+  }
 
   // Runs for each connection when it begins. The first rule accepts; others may fail, do nothing, or greet.
-  void onConnection(std::function<void(ScriptedConnection&)> rule);
-  [[nodiscard]] std::vector<std::shared_ptr<ScriptedConnection>> connections() const;
+  void onConnection(ScriptedConnection::Rule rule) {
+    const std::scoped_lock lock(mutex_);
+    rule_ = std::move(rule);
+  }
+  [[nodiscard]] std::vector<std::shared_ptr<ScriptedConnection>> connections() const {
+    const std::scoped_lock lock(mutex_);
+    return connections_;
+  }
   // The newest one; throws if there is none.
-  [[nodiscard]] std::shared_ptr<ScriptedConnection> connection() const;
+  [[nodiscard]] std::shared_ptr<ScriptedConnection> connection() const {
+    const auto all = connections();
+    return all.at(all.size() - 1);
+  }
 
-  // The reply to every request whose path ends in `path`, until it is scripted anew. A request without a
-  // reply fails as a refused connection does.
-  void reply(const std::string& path, std::optional<int> status, std::string body);
-  // As `reply`, with an operation that may wait, look at the request, or throw.
-  void answer(const std::string& path, Answer answer);
-  [[nodiscard]] std::vector<platform::HTTPRequest> requests() const;
-  [[nodiscard]] std::size_t requestCount(std::string_view path) const; // whose path ends so
+  // The answer to every request whose path ends in the key. A request without one fails as a refused
+  // connection does.
+  std::map<std::string, Answer> answers;
+  std::vector<platform::HTTPRequest> requests; // in order
+  void reply(const std::string& path, std::optional<int> status, const std::string& body) {
+    answers[path] = [response = platform::HTTPResponse{status, body}]() -> Task<platform::HTTPResponse> {
+      co_return response;
+    };
+  }
+  [[nodiscard]] std::size_t requestCount(const std::string& path) const { // whose path ends so
+    return static_cast<std::size_t>(
+        std::ranges::count_if(requests, [&](const auto& request) { return endsIn(request, path); }));
+  }
 
-  // URLSession
-  std::shared_ptr<platform::WebSocketTask> webSocketTask(const platform::URL& url,
-                                                         const Executor& serial) override;
-  Task<platform::HTTPResponse> data(platform::HTTPRequest request) override;
+  std::shared_ptr<platform::WebSocketTask> webSocketTask(const platform::URL& url, const Executor&) override {
+    const std::scoped_lock lock(mutex_);
+    connections_.push_back(std::make_shared<ScriptedConnection>(url, rule_));
+    return connections_.back();
+  }
+  Task<platform::HTTPResponse> data(platform::HTTPRequest request) override {
+    requests.push_back(request);
+    const auto found =
+        std::ranges::find_if(answers, [&](const auto& entry) { return endsIn(request, entry.first); });
+    if (found == answers.end())
+      throw platform::PlatformError(platform::transportErrorDomain, ECONNREFUSED, "连接被拒绝");
+    const Answer answer = found->second; // lives as long as its task
+    co_return co_await answer();
+  }
 
  private:
+  static bool endsIn(const platform::HTTPRequest& request, const std::string& path) {
+    return std::string(request.url.encoded_path()).ends_with(path);
+  }
+
   mutable std::mutex mutex_;
-  std::function<void(ScriptedConnection&)> rule_ = [](ScriptedConnection& connection) {
-    connection.accept();
-  };
+  ScriptedConnection::Rule rule_ = &ScriptedConnection::accept;
   std::vector<std::shared_ptr<ScriptedConnection>> connections_;
-  std::map<std::string, Answer> answers_;
-  std::vector<platform::HTTPRequest> requests_;
 };
 
 } // namespace tolvera::test

@@ -1,4 +1,4 @@
-#include "Fakes/InMemoryUserDefaults.h"
+#include "Fakes/InMemoryDesktop.h"
 #include "Tolvera/App/CaptionGeometry.h"
 
 #include <gtest/gtest.h>

@@ -9,77 +9,57 @@
 #include <array>
 #include <bit>
 #include <cmath>
+#include <cstring>
 #include <limits>
 #include <random>
 
 namespace tolvera {
 namespace {
 
-using platform::Data;
 constexpr auto chunkSize = PCMChunker::samplesPerChunk;
-
-std::vector<float> block(std::size_t count, float value) { return std::vector<float>(count, value); }
-
-Data bytes(std::initializer_list<int> values) {
-  Data data;
-  for (const int value : values) data.push_back(static_cast<std::byte>(value));
-  return data;
-}
 
 TEST(PCMChunker, HoldsSilenceBackAfterTwoSeconds) {
   PCMChunker chunker;
-  const auto silence = block(chunkSize, 0);
-  for (int i = 0; i < 20; ++i) EXPECT_EQ(chunker.push(silence).size(), 1U);
-  EXPECT_TRUE(chunker.push(silence).empty());
-  EXPECT_EQ(chunker.gatedChunks(), 1);
-  EXPECT_EQ(chunker.pushedChunks(), 21);
-
-  auto click = silence;
-  click[chunkSize - 1] = 0.5F;
-  EXPECT_EQ(chunker.push(click).size(), 1U);
-  EXPECT_EQ(chunker.push(block(25 * chunkSize, 0)).size(), 20U);
+  for (const auto& [count, level, sent] : {std::tuple{21U, 0.0F, 20U}, {1U, 0.5F, 1U}, {25U, 0.0F, 20U}})
+    EXPECT_EQ(chunker.push(std::vector(count * chunkSize, level)).size(), sent);
   EXPECT_EQ(chunker.gatedChunks(), 6);
+  EXPECT_EQ(chunker.pushedChunks(), 47);
 }
 
 TEST(PCMChunker, JudgesSilenceByPeakMagnitude) {
   const float quietest = PCMChunker::silencePeak;
   EXPECT_EQ(std::bit_cast<std::uint32_t>(quietest), 0x38D1B717U);
-  const auto gates = [](float peak) {
+  const float below = std::nextafter(quietest, 0.0F);
+  const float nan = std::numeric_limits<float>::quiet_NaN(); // is never the peak
+  for (const auto& [peak, gated] :
+       {std::pair{quietest, 0}, {-quietest, 0}, {-INFINITY, 0}, {below, 1}, {-below, 1}, {nan, 1}}) {
     PCMChunker chunker;
-    auto chunk = block(chunkSize, 0);
+    chunker.push(std::vector<float>(20 * chunkSize));
+    std::vector<float> chunk(chunkSize);
     chunk[chunkSize / 2 + 3] = peak;
-    for (int i = 0; i < 30; ++i) chunker.push(chunk);
-    return chunker.gatedChunks() > 0;
-  };
-  EXPECT_FALSE(gates(quietest));
-  EXPECT_FALSE(gates(-quietest));
-  EXPECT_TRUE(gates(std::nextafter(quietest, 0.0F)));
-  EXPECT_TRUE(gates(-std::nextafter(quietest, 0.0F)));
-  EXPECT_TRUE(gates(std::numeric_limits<float>::quiet_NaN())) << "NaN is never the peak";
-  EXPECT_FALSE(gates(-std::numeric_limits<float>::infinity()));
+    chunker.push(chunk);
+    EXPECT_EQ(chunker.gatedChunks(), gated) << peak;
+  }
 }
 
 TEST(PCMChunker, DrainsTailOnce) {
   PCMChunker chunker;
-  EXPECT_FALSE(chunker.drain());
-  EXPECT_EQ(chunker.push(block(30 * chunkSize + 100, 0)).size(), 20U);
-  EXPECT_EQ(chunker.drain(), Data(PCMChunker::bytesPerChunk));
-  EXPECT_FALSE(chunker.drain());
-  EXPECT_EQ(chunker.pushedChunks(), 30);
-  EXPECT_EQ(chunker.gatedChunks(), 10);
-
-  chunker.push(block(chunkSize + 800, 0.5F)); // the drained samples do not come back
-  auto rest = block(800, 0.5F);
-  rest.resize(chunkSize);
-  EXPECT_EQ(chunker.drain(), test::plainEncode(rest));
+  for (const float level : {0.0F, 0.5F}) { // silence is drained as well, and does not come back
+    EXPECT_FALSE(chunker.drain());
+    chunker.push(std::vector<float>(chunkSize + 800, level));
+    std::vector<float> rest(800, level);
+    rest.resize(chunkSize);
+    EXPECT_EQ(chunker.drain(), test::plainEncode(rest));
+  }
 }
 
 TEST(PCMChunker, ConvertsSamplesToWireFormat) {
-  constexpr float nan = std::numeric_limits<float>::quiet_NaN();
-  EXPECT_EQ(PCMChunker::encode(std::array{1.0F, -1.0F, 2.0F, -2.0F, 0.5F, -0.5F, nan}),
-            bytes({0xFF, 0x7F, 0x00, 0x80, 0xFF, 0x7F, 0x00, 0x80, 0xFF, 0x3F, 0x00, 0xC0, 0xFF, 0x7F}));
-  EXPECT_THAT(PCMChunker::decode(bytes({0x00, 0x80, 0xFF, 0x7F, 0x55})),
-              testing::ElementsAre(-1.0F, 32767.0F / 32768.0F));
+  const auto wire = PCMChunker::encode(std::array{1.0F, -1.0F, 2.0F, -2.0F, 0.5F, -0.5F});
+  std::vector<std::int16_t> values(wire.size() / 2);
+  std::memcpy(values.data(), wire.data(), wire.size()); // little-endian, as the machine is
+  EXPECT_THAT(values, testing::ElementsAre(32767, -32768, 32767, -32768, 16383, -16384));
+  EXPECT_THAT(PCMChunker::decode(std::span(wire).first(5)), // half a sample is left out
+              testing::ElementsAre(32767.0F / 32768.0F, -1.0F));
 }
 
 // Floats of every kind, NaN and denormals too, and the neighbours of each step.

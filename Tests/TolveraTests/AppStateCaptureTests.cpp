@@ -24,29 +24,32 @@ class Capture : public test::ModelFixture {
   }
 };
 
-TEST_F(Capture, EverythingIsTappedUntilTheStop) {
+TEST_F(Capture, TapsEverythingButThisProgram) {
   launch(CaptureMode::systemEverything());
-  ASSERT_TRUE(in_.audioHardware.lastTap);
+  EXPECT_TRUE(in_.audioHardware.lastTap->processes.empty()) << "it has not played yet";
+  stop();
+  in_.audioHardware.addProcess(5);
+  const auto own = in_.audioHardware.addProcess(in_.audioHardware.ownPID);
+  start();
   EXPECT_EQ(in_.audioHardware.lastTap->kind,
             platform::TapDescription::Kind::monoGlobalTapButExcludeProcesses);
+  EXPECT_EQ(in_.audioHardware.lastTap->processes, std::vector{own});
   playOthers(0.25F);
-  EXPECT_EQ(chunksSent(), 2U);
+  EXPECT_EQ(framesSent(), 2U);
   stop();
-  EXPECT_EQ(in_.audioHardware.taps() + in_.audioHardware.aggregates() + in_.audioHardware.ioProcs(), 0U);
+  EXPECT_EQ(in_.audioHardware.made, 0);
 }
 
 TEST_F(Capture, ApplicationIsLookedUpAtTheStart) {
-  in_.runningApplications.addRegular(10, "org.player", "Player");
+  addApp("org.browser", "Browser");
   launch(CaptureMode::systemApp("org.player", "Player"));
   EXPECT_EQ(phase(), "failed(An app appears here only after it has played sound at least once)");
-  const auto main = in_.audioHardware.addProcess(10, "org.player", true);
-  const auto helper = in_.audioHardware.addProcess(11, "org.player.helper");
+  addApp("org.player", "Player", true);
   start();
   EXPECT_EQ(phase(), "connecting");
-  EXPECT_EQ(in_.audioHardware.lastTap->processes, (std::vector{main, helper}));
-  EXPECT_TRUE(app_->apps().empty()) << "the list of the picker stays";
+  EXPECT_EQ(app_->apps().size(), 1U) << "the list of the picker stays";
   app_->refreshApps();
-  EXPECT_EQ(app_->appsForViews().value(0).toMap().value("name").toString(), "Player");
+  EXPECT_EQ(in_.audioHardware.lastTap->processes, app_->apps().at(0).objectIDs) << "the one that plays";
 }
 
 TEST_F(Capture, RefusedTapIsWordedByItsStatus) {
@@ -56,7 +59,7 @@ TEST_F(Capture, RefusedTapIsWordedByItsStatus) {
   EXPECT_EQ(phase(),
             "failed(No permission to record system audio. Open System Settings, Privacy & Security, "
             "Screen & System Audio Recording, and enable Tolvera.\n\n(启动采集失败（OSStatus -66）))");
-  EXPECT_EQ(in_.audioHardware.taps(), 0U);
+  EXPECT_EQ(in_.audioHardware.made, 0);
   in_.audioHardware.failures.clear();
   in_.audioHardware.streamFormat.formatFlags = 0;
   start();
@@ -90,44 +93,50 @@ TEST_F(Capture, WatchdogTellsSilenceFromNoSound) {
 TEST_F(Capture, DubHoldsTheMicrophoneBack) {
   launch(CaptureMode::microphone(), true);
   speak(0.2);
-  dub(1.0); // it ends 1.4 s later, with its margin
+  dub(0.5);
+  dub(0.5); // they end 1.8 s later, each with its margin
   EXPECT_TRUE(in_.playback.playing());
   speak(0.2);
-  in_.loop.advance(1300ms);
+  in_.loop.advance(1799ms);
   speak(0.2);
-  EXPECT_EQ(chunksSent(), 2U);
-  in_.loop.advance(200ms);
+  EXPECT_EQ(framesSent(), 2U);
+  in_.loop.advance(1ms);
   speak(0.2);
-  EXPECT_EQ(chunksSent(), 4U);
+  EXPECT_EQ(framesSent(), 4U);
   auto stopping = begin(app_->stop());
   dub(0.5);
   EXPECT_EQ(in_.playback.queued.size(), 36000U) << "the dub goes on during the goodbye";
   in_.loop.advance(5s);
-  EXPECT_TRUE(stopping.finished() && in_.playback.queued.empty());
-  EXPECT_EQ(in_.playback.engines(), 0);
+  EXPECT_TRUE(stopping.finished() && in_.playback.queued.empty() && !in_.playback.playing());
 }
 
 TEST_F(Capture, DubHoldsNoOtherSoundBack) {
   launch(CaptureMode::systemEverything(), true);
   dub(5.0);
   playOthers(0.25F);
-  EXPECT_EQ(chunksSent(), 2U);
-  stop();
+  EXPECT_EQ(framesSent(), 2U);
   in_.playback.startFailure = platform::PlatformError("Sound", 1, "no output");
   launch(CaptureMode::microphone(), true);
   EXPECT_EQ(phase(), "connecting");
   dub(5.0); // cannot be heard
   speak(0.2);
-  EXPECT_EQ(chunksSent(), 2U);
+  EXPECT_EQ(framesSent(), 2U);
 }
 
 TEST_F(Capture, FollowsTheOutputRoute) {
-  for (const bool speaker : {true, false}) {
-    in_.audioHardware.addOutput(platform::fourCharacterCode(speaker ? "bltn" : "blue"), "Output");
-    if (speaker) launch(CaptureMode::microphone());
+  namespace selectors = platform::selectors;
+  launch(CaptureMode::microphone());
+  EXPECT_FALSE(app_->outputIsBuiltInSpeaker()) << "there is none";
+  for (const auto transport : {platform::transports::builtIn, 0U, platform::transports::builtIn}) {
+    in_.audioHardware.addOutput(transport);
     in_.notificationCenter.post(platform::defaultOutputDeviceDidChange);
     settle();
-    EXPECT_EQ(app_->outputIsBuiltInSpeaker(), speaker);
+    EXPECT_EQ(app_->outputIsBuiltInSpeaker(), transport != 0U);
+  }
+  for (const auto selector : {selectors::transportType, selectors::defaultOutputDevice}) {
+    in_.audioHardware.readFailures = {{selector, -1}};
+    app_->refreshApps();
+    EXPECT_FALSE(app_->outputIsBuiltInSpeaker()) << "what cannot be read is not built in";
   }
 }
 

@@ -18,16 +18,7 @@ class ModelFixture : public testing::Test, protected InMemoryModel {
   // Makes the model with the preferences as they are now, and reads its account.
   AppState& launch() {
     make();
-    phases_.clear();
-    QObject::connect(app_.get(), &AppState::phaseChanged, &watcher_, [this] { phases_.push_back(phase()); });
     in_.loop.run(app_->bootstrap());
-    return *app_;
-  }
-  // As `launch`, followed by a run that is live.
-  AppState& launchLive() {
-    launch();
-    start();
-    ready(3000);
     return *app_;
   }
   void start() { in_.loop.run(app_->start()); }
@@ -40,13 +31,12 @@ class ModelFixture : public testing::Test, protected InMemoryModel {
   }
   // Sound for the microphone.
   void speak(double seconds, float level = 0.25F) {
-    in_.audio.deliver(std::vector<float>(
-        static_cast<std::size_t>(std::lround(seconds * in_.audio.inputFormat.sampleRate)), level));
+    in_.audio.deliver(std::vector<float>(static_cast<std::size_t>(std::lround(seconds * 48'000)), level));
     settle();
   }
 
   [[nodiscard]] ScriptedConnection& connection() { return *in_.network.connection(); }
-  [[nodiscard]] std::size_t chunksSent() { return connection().sentAudio().size(); }
+  [[nodiscard]] std::size_t framesSent() { return connection().sent.size(); }
   [[nodiscard]] std::string phase() const { return app_->phase().description().toStdString(); }
   // The source line, the translation with its tail, and the last finished translation.
   [[nodiscard]] std::string lines() const {
@@ -54,9 +44,6 @@ class ModelFixture : public testing::Test, protected InMemoryModel {
             app_->previousLine())
         .toStdString();
   }
-
-  std::vector<std::string> phases_; // announced since the launch
-  QObject watcher_;
 };
 
 } // namespace tolvera::test

@@ -1,14 +1,13 @@
-#include "Tolvera/Model/AppSettings.h"
-
 #include "Fakes/InMemoryPlatform.h"
+#include "Tolvera/Model/AppSettings.h"
+#include "Tolvera/Model/Strings.h"
+#include "Tolvera/Model/TokenStore.h"
 
 #include <QMetaProperty>
 #include <QSignalSpy>
 #include <QVariant>
 #include <gtest/gtest.h>
 
-#include <map>
-#include <memory>
 #include <string>
 
 namespace tolvera {
@@ -27,8 +26,6 @@ struct Fixture {
     in.locale = adapters::IcuLocale(std::move(localeIdentifier));
     return in.platform;
   }
-
-  [[nodiscard]] std::optional<Value> stored(const char* key) const { return defaults.objectForKey(key); }
 
   test::InMemoryPlatform in;
   InMemoryUserDefaults& defaults = in.userDefaults;
@@ -61,32 +58,22 @@ const Setting stored[] = {{"uiLanguage", "system", "english", "klingon"},
 TEST(AppSettings, DefaultsReplaceMissingValues) {
   InMemoryUserDefaults::Values wrong;
   for (const auto& setting : stored) wrong[setting.name] = setting.wrong;
-  const Fixture empty;
-  const Fixture garbled(wrong);
-  for (const auto& setting : stored) {
-    EXPECT_EQ(empty.settings.property(setting.name), setting.initial) << setting.name;
-    EXPECT_EQ(garbled.settings.property(setting.name), setting.initial) << setting.name;
+  for (const auto& values : {InMemoryUserDefaults::Values(), wrong}) {
+    const Fixture f(values);
+    for (const auto& setting : stored)
+      EXPECT_EQ(f.settings.property(setting.name), setting.initial) << setting.name;
+    EXPECT_EQ(f.defaults.values, values) << "nothing is written";
   }
-  EXPECT_EQ(empty.defaults.writes, 0U);
-  EXPECT_EQ(Fixture({{"captureMode", "app"}}).settings.captureMode(), CaptureMode::systemApp("", ""));
 }
 
 TEST(AppSettings, AssignmentsAreAnnouncedOnce) {
   for (const auto& setting : stored) {
     Fixture f({{"target", "es"}});
-    std::map<std::string, std::unique_ptr<QSignalSpy>> spies;
-    const QMetaObject& meta = *f.settings.metaObject();
-    for (const auto& each : stored) {
-      const QMetaProperty property = meta.property(meta.indexOfProperty(each.name));
-      spies[each.name] = std::make_unique<QSignalSpy>(&f.settings, property.notifySignal());
-    }
-    for (int assignment = 0; assignment < 2; ++assignment) { // each is written
-      f.defaults.writes = 0;
+    const auto* meta = f.settings.metaObject();
+    const QSignalSpy spy(&f.settings, meta->property(meta->indexOfProperty(setting.name)).notifySignal());
+    for (int assignment = 0; assignment < 2; ++assignment)
       ASSERT_TRUE(f.settings.setProperty(setting.name, setting.changed)) << setting.name;
-      EXPECT_GT(f.defaults.writes, 0U) << setting.name;
-    }
-    for (const auto& [name, spy] : spies)
-      EXPECT_EQ(spy->count(), name == setting.name ? 1 : 0) << name << " for " << setting.name;
+    EXPECT_EQ(spy.count(), 1) << setting.name;
     EXPECT_EQ(AppSettings(f.in.platform).property(setting.name), setting.changed) << setting.name;
   }
 }
@@ -100,49 +87,81 @@ TEST(AppSettings, TargetFollowsTheInterfaceLanguage) {
   for (const auto& [locale, language, target] : guesses)
     EXPECT_EQ(Fixture({{"uiLanguage", language}}, locale).settings.target(), target) << locale;
 
-  Fixture f({{"uiLanguage", "chinese"}});
-  for (const auto& [language, target] : {std::pair{UILanguage::english, "en"},
-                                         {UILanguage::chinese, "zh"},
-                                         {UILanguage::system, "en"}}) { // of a Japanese desktop
+  Fixture f; // a Japanese desktop
+  for (const auto& [language, target] :
+       {std::pair{UILanguage::chinese, "zh"}, {UILanguage::system, "en"}, {UILanguage::english, "en"}}) {
     f.settings.setUILanguage(language);
     EXPECT_EQ(f.settings.target(), target);
-    EXPECT_FALSE(f.stored("target"));
+    EXPECT_FALSE(f.defaults.values.contains("target"));
   }
   f.settings.setTarget("en"); // the same value is now the user's choice
   f.settings.setUILanguage(UILanguage::chinese);
   EXPECT_EQ(f.settings.target(), "en");
-  EXPECT_EQ(f.stored("target"), Value(std::string("en")));
+  EXPECT_EQ(f.defaults.values["target"], Value("en"));
 }
 
 TEST(AppSettings, DubNeedsATargetThatCanBeSpoken) {
   for (const auto& [target, spoken] : {std::pair{"es", true}, {"yue", false}, {"tlh", false}, {"", false}}) {
     Fixture f({{"showSource", false}, {"target", target}});
-    const QSignalSpy announced(&f.settings, &AppSettings::dubChanged);
     f.settings.setDub(true);
-    EXPECT_EQ(announced.count(), spoken ? 1 : 2) << "the switch goes on, and off again";
-    EXPECT_EQ(f.stored("dub"), Value(spoken)) << target;
-    EXPECT_EQ(f.settings.showSource(), spoken) << "the dub shows the source";
+    EXPECT_EQ(f.defaults.values["dub"], Value(spoken)) << target;
     f.settings.setDub(false);
-    EXPECT_EQ(f.settings.showSource(), spoken) << "and leaves it shown";
+    EXPECT_EQ(f.settings.showSource(), spoken) << "the dub shows the source, and leaves it shown";
 
-    const Fixture loaded({{"dub", true}, {"target", target}, {"showSource", false}});
+    Fixture loaded({{"dub", true}, {"target", target}, {"showSource", false}});
     EXPECT_EQ(loaded.settings.dub(), spoken) << target;
-    EXPECT_EQ(loaded.stored("dub"), Value(spoken)) << target;
+    EXPECT_EQ(loaded.defaults.values["dub"], Value(spoken)) << target;
     EXPECT_FALSE(loaded.settings.showSource()) << "the rule is for assignments";
   }
 }
 
 TEST(AppSettings, LastApplicationIsRemembered) {
-  Fixture f;
+  Fixture f({{"captureMode", "app"}});
+  EXPECT_EQ(f.settings.captureMode(), CaptureMode::systemApp("", ""));
   f.settings.captureApp("org.example.Player", "Player");
-  f.settings.captureMicrophone();
-  EXPECT_EQ(f.stored("captureMode"), Value(std::string("mic")));
-  EXPECT_TRUE(f.settings.captureMode().bundleID.isEmpty());
   f.settings.captureEverything();
-  EXPECT_EQ(f.stored("captureMode"), Value(std::string("all")));
-  f.defaults.setObject("captureMode", std::string("app"));
-  EXPECT_EQ(AppSettings(f.in.platform).captureMode(),
-            CaptureMode::systemApp("org.example.Player", "Player"));
+  EXPECT_EQ(f.defaults.values["captureMode"], Value("all"));
+  f.settings.captureMicrophone();
+  EXPECT_EQ(std::exchange(f.defaults.values["captureMode"], "app"), Value("mic"));
+  EXPECT_EQ(AppSettings(f.in.platform).captureMode(), CaptureMode::systemApp("org.example.Player", "Player"));
+}
+
+TEST(TokenStore, KeepsOneFileForEachServer) {
+  constexpr const char* local = "http://127.0.0.1:18790/livetranslate";
+  constexpr const char* localFile = "/support/Tolvera/token-http___127.0.0.1_18790_livetranslate";
+  test::InMemoryFileManager files;
+  TokenStore::clear(files, local);
+  TokenStore::save(files, "first", local);
+  TokenStore::save(files, "second", "https://example.org");
+  EXPECT_EQ(files.files[localFile], "first");
+  EXPECT_EQ(TokenStore::load(files, "https://example.org"), "second");
+  TokenStore::clear(files, "https://example.org");
+  EXPECT_FALSE(TokenStore::load(files, "https://example.org"));
+  const std::pair<const char*, std::optional<std::string>> contents[] = {
+      {" \t to ken\r\n\n", "to ken"}, {"", ""}, {"\n \n", ""}, {"\xff\xfe token", std::nullopt}};
+  for (const auto& [content, token] : contents) {
+    files.files[localFile] = content;
+    EXPECT_EQ(TokenStore::load(files, local), token) << content;
+  }
+}
+
+TEST(Strings, FollowTheChoiceThenTheSystem) {
+  const std::tuple<UILanguage, const char*, bool> cases[] = {
+      {UILanguage::chinese, "en_US", true},     {UILanguage::english, "zh_CN", false},
+      {UILanguage::system, "zh_TW", true},      {UILanguage::system, "zh-Hans", true},
+      {UILanguage::system, "zh_Hant_HK", true}, {UILanguage::system, "ja_JP", false},
+      {UILanguage::system, "yue_CN", false},    {UILanguage::system, "en_CN", false}};
+  for (const auto& [language, locale, chinese] : cases)
+    EXPECT_EQ(
+        Strings::forSetting(language, adapters::IcuLocale(locale), platform::DesktopFamily::freedesktop).zh,
+        chinese)
+        << locale;
+}
+
+TEST(Strings, VersionLineNamesTheProduct) {
+  EXPECT_EQ(detail::versionLine({.zh = true}, nullptr), "托维拉 —");
+  EXPECT_EQ(detail::versionLine({.zh = false}, ""), "Tolvera —");
+  EXPECT_EQ(detail::versionLine({.zh = false}, "1.2.3"), "Tolvera 1.2.3");
 }
 
 } // namespace
