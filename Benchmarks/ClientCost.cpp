@@ -80,7 +80,7 @@ int streamInRealTime(const std::string& terminal, int seconds, const Mode& mode)
 
   test::ChildProcess child({terminal}, graph.directory() + "/terminal.log");
   const auto frames = [&server] { return server.connection(0) ? server.connection(0)->frameCount() : 0; };
-  if (!server.waitFor([&] { return frames() >= 20; }, 20s)) {
+  if (!test::eventually([&] { return frames() >= 20; }, 20s)) {
     std::fputs("the terminal does not stream\n", stderr);
     return 1;
   }

@@ -1,248 +1,195 @@
 #include "Harness/LoopbackServer.h"
 
-#include <boost/asio/write.hpp>
-#include <openssl/evp.h>
-#include <openssl/sha.h>
+#include "Platform/Linux/Network/BeastAnyStream.h"
 
-#include <algorithm>
-#include <array>
-#include <cctype>
+#include <boost/asio/detached.hpp>
+#include <boost/asio/redirect_error.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <boost/asio/write.hpp>
+#include <boost/beast/http.hpp>
+#include <boost/beast/websocket.hpp>
+
+#include <linux/filter.h>
+#include <sys/socket.h>
+
+#include <deque>
 #include <sstream>
-#include <stdexcept>
 
 namespace tolvera::test {
 
 namespace asio = boost::asio;
+namespace http = boost::beast::http;
+namespace websocket = boost::beast::websocket;
+using adapters::AnyStream;
 using asio::ip::tcp;
 using boost::system::error_code;
 
-namespace {
+struct LoopbackServer::Connection::Transport {
+  Transport(AnyStream layer, asio::io_context& context) : stream(std::move(layer)), resumed(context) {
+    stream.auto_fragment(false);
+  }
 
-// The key of a web-socket handshake, as the server has to send it back.
-std::string acceptKey(const std::string& key) {
-  const std::string salted = key + "258EAFA5-E914-47DA-95CA-C5AB0DC85B11";
-  std::array<unsigned char, SHA_DIGEST_LENGTH> hash{};
-  SHA1(reinterpret_cast<const unsigned char*>(salted.data()), salted.size(), hash.data());
-  std::array<unsigned char, 32> text{};
-  const int length = EVP_EncodeBlock(text.data(), hash.data(), static_cast<int>(hash.size()));
-  return {text.begin(), text.begin() + length};
-}
-
-std::string bigEndian(std::uint64_t value, int bytes) {
-  std::string text;
-  for (int i = bytes - 1; i >= 0; --i) text += static_cast<char>(value >> (8 * i));
-  return text;
-}
-
-std::uint64_t fromBigEndian(const std::string& bytes) {
-  std::uint64_t value = 0;
-  for (const char byte : bytes) value = value << 8U | static_cast<unsigned char>(byte);
-  return value;
-}
-
-} // namespace
+  websocket::stream<AnyStream, false> stream;
+  std::deque<Frame> outgoing; // the first is on its way;
+  asio::steady_timer resumed;
+  bool paused = false;
+};
 
 LoopbackServer::Reply LoopbackServer::Reply::http(int status, const std::string& body) {
   return raw("HTTP/1.1 " + std::to_string(status) + " Reply\r\nConnection: close\r\nContent-Length: " +
              std::to_string(body.size()) + "\r\n\r\n" + body);
 }
 
-LoopbackServer::Connection::Connection(std::shared_ptr<State> state, tcp::socket socket,
-                                       std::shared_ptr<asio::ssl::context> tls)
-    : state_(std::move(state)), socket_(std::move(socket)), context_(std::move(tls)) {
-  socket_.set_option(tcp::no_delay(true));
-  if (context_) tls_.emplace(socket_, *context_);
-}
-
-void LoopbackServer::Connection::serve() {
-  try {
-    if (tls_) tls_->handshake(asio::ssl::stream_base::server);
-    converse();
-  } catch (const std::exception&) { // the peer went; what had arrived is recorded
-  }
-  drop(tcp::socket::shutdown_both); // ends a write under way
-  const std::scoped_lock lock(writing_);
-  state_->change([this] {
-    error_code ignored;
-    socket_.close(ignored);
-    state_->live.erase(shared_from_this());
-  });
-}
-
-void LoopbackServer::Connection::converse() {
-  auto request = readRequest();
-  const bool isUpgrade = request.headers["upgrade"] == "websocket";
-  state_->change([&] { state_->requests.push_back(request_ = request); });
-  const auto reply = state_->read(isUpgrade ? state_->onUpgrade : state_->onRequest)(request);
-  if (reply.kind == Reply::Kind::upgrade) {
-    put("HTTP/1.1 101 Switching Protocols\r\nUpgrade: websocket\r\nConnection: Upgrade\r\n"
-        "Sec-WebSocket-Accept: " +
-        acceptKey(request.headers["sec-websocket-key"]) + "\r\n\r\n");
-    readFrames();
-    return;
-  }
-  put(reply.bytes);
-  if (reply.kind == Reply::Kind::bytes) socket_.shutdown(tcp::socket::shutdown_send);
-  for (;;) fill(); // until the peer goes
-}
-
-LoopbackServer::Request LoopbackServer::Connection::readRequest() {
-  do {
-    fill();
-    if (std::isalpha(static_cast<unsigned char>(unread_[0])) == 0) throw std::runtime_error("not HTTP");
-  } while (unread_.find("\r\n\r\n") == std::string::npos);
-  std::istringstream head(take(unread_.find("\r\n\r\n") + 4));
-  Request request;
-  head >> request.method >> request.target;
-  head.ignore(64, '\n');
-  for (std::string line; std::getline(head, line) && line.size() > 1;) {
-    auto name = line.substr(0, line.find(':'));
-    std::ranges::transform(name, name.begin(), [](unsigned char c) { return std::tolower(c); });
-    request.headers[name] = line.substr(name.size() + 2, line.size() - name.size() - 3);
-  }
-  if (request.headers.contains("content-length"))
-    request.body = take(std::stoul(request.headers["content-length"]));
-  return request;
-}
-
-void LoopbackServer::Connection::readFrames() {
-  state_->change([this] { state_->opened.push_back(shared_from_this()); });
-  const auto onFrame = state_->read(state_->onFrame);
-  state_->read(state_->onOpen)(*this);
-  for (;;) { // the client neither splits messages nor sends pings
-    const auto head = take(2);
-    const unsigned opcode = static_cast<unsigned char>(head[0]) & 0x0FU;
-    std::uint64_t length = static_cast<unsigned char>(head[1]) & 0x7FU;
-    if (length >= 126) length = fromBigEndian(take(length == 126 ? 2 : 8));
-    const auto mask = take(4);
-    auto payload = take(length);
-    for (std::size_t i = 0; i < payload.size(); ++i) payload[i] ^= mask[i % 4];
-    if (opcode == 8) {
-      state_->change([&] {
-        closeCode_ = payload.empty() ? 1005 : static_cast<std::uint16_t>(fromBigEndian(payload.substr(0, 2)));
-        closeReason_ = payload.substr(std::min<std::size_t>(2, payload.size()));
-      });
-      if (!closing_) sendFrame(8, payload);
-      return;
-    }
-    const Frame frame{opcode == 1, std::move(payload), std::chrono::steady_clock::now()};
-    state_->change([&] {
-      frames_.push_back(frame);
-      ++frameCount_;
-    });
-    onFrame(*this, frame);
-  }
-}
-
-std::string LoopbackServer::Connection::take(std::size_t count) {
-  while (unread_.size() < count) fill();
-  auto taken = unread_.substr(0, count);
-  unread_.erase(0, count);
-  return taken;
-}
-
-void LoopbackServer::Connection::fill() {
-  {
-    std::unique_lock lock(state_->mutex);
-    state_->happened.wait(lock, [this] { return !paused_ || dropped_; });
-  }
-  std::array<char, 65536> bytes{};
-  const auto into = asio::buffer(bytes);
-  const auto count = tls_ ? tls_->read_some(into) : socket_.read_some(into);
-  unread_.append(bytes.data(), count);
-}
-
-void LoopbackServer::Connection::put(const std::string& bytes) {
-  const std::scoped_lock lock(writing_);
-  error_code ignored; // the reader notices too
-  const auto from = asio::buffer(bytes);
-  tls_ ? asio::write(*tls_, from, ignored) : asio::write(socket_, from, ignored);
-}
-
-void LoopbackServer::Connection::sendFrame(unsigned opcode, const std::string& payload) {
-  const auto size = payload.size();
-  const int extra = size < 126 ? 0 : size < 65536 ? 2 : 8;
-  const char length = static_cast<char>(extra == 0 ? size : extra == 2 ? 126 : 127);
-  put(std::string{static_cast<char>(0x80U | opcode), length} + bigEndian(size, extra) + payload);
-}
-
-void LoopbackServer::Connection::close(std::uint16_t code) {
-  closing_ = true;
-  sendFrame(8, bigEndian(code, 2));
-}
-
-void LoopbackServer::Connection::reset() {
-  error_code ignored;
-  socket_.set_option(asio::socket_base::linger(true, 0), ignored);
-  drop(tcp::socket::shutdown_receive);
-}
-
-void LoopbackServer::Connection::drop(tcp::socket::shutdown_type which) {
-  state_->change([this, which] {
-    error_code ignored;
-    if (!std::exchange(dropped_, true)) socket_.shutdown(which, ignored);
-  });
-}
-
-void LoopbackServer::Connection::pause(bool paused) {
-  state_->change([this, paused] { paused_ = paused; });
-}
-
-LoopbackServer::LoopbackServer(Options options)
-    : options_(std::move(options)), state_(std::make_shared<State>()), acceptor_(state_->context) {
-  if (!options_.certificateChainFile.empty()) {
+LoopbackServer::LoopbackServer(const Options& options)
+    : acceptor_(context_, tcp::endpoint(asio::ip::make_address(options.address), options.port)),
+      endpoint_(acceptor_.local_endpoint()) {
+  if (!options.certificateChainFile.empty()) {
     tls_ = std::make_shared<asio::ssl::context>(asio::ssl::context::tls_server);
-    tls_->use_certificate_chain_file(options_.certificateChainFile);
-    tls_->use_private_key_file(options_.privateKeyFile, asio::ssl::context::pem);
+    tls_->use_certificate_chain_file(options.certificateChainFile);
+    tls_->use_private_key_file(options.privateKeyFile, asio::ssl::context::pem);
   }
-  const tcp::endpoint at(asio::ip::make_address(options_.address), options_.port);
-  acceptor_ = tcp::acceptor(state_->context, at);
-  port_ = acceptor_.local_endpoint().port();
-  if (options_.acceptsConnections) accepting_ = std::thread([this] { acceptAll(); });
+  asio::co_spawn(context_, acceptAll(), asio::detached);
+  thread_ = std::thread([this] { context_.run(); });
 }
 
 LoopbackServer::~LoopbackServer() {
-  ::shutdown(acceptor_.native_handle(), SHUT_RDWR);
-  if (accepting_.joinable()) accepting_.join();
-  for (const auto& connection : state_->read(state_->live)) connection->drop(tcp::socket::shutdown_both);
-  std::unique_lock lock(state_->mutex);
-  state_->happened.wait(lock, [this] { return state_->live.empty(); });
-  const auto unlinked = std::exchange(state_->opened, {}); // connections and state held each other
-  lock.unlock();
+  asio::post(context_, [this] {
+    acceptor_.close();
+    for (Connection& connection : connections_) connection.drop();
+  });
+  thread_.join(); // nothing is left to do
 }
 
-void LoopbackServer::acceptAll() {
-  for (error_code error;;) {
-    auto socket = acceptor_.accept(error);
-    if (error) return;
-    auto connection = std::make_shared<Connection>(state_, std::move(socket), tls_);
-    state_->change([&] {
-      ++state_->accepted;
-      state_->live.insert(connection);
+asio::awaitable<void> LoopbackServer::acceptAll() {
+  for (;;) {
+    auto socket = co_await acceptor_.async_accept(asio::use_awaitable);
+    socket.set_option(tcp::no_delay(true));
+    locked([&] {
+      ++live_;
+      connections_.emplace_back(*this, std::move(socket));
     });
-    std::thread([connection] { connection->serve(); }).detach();
+    asio::co_spawn(context_, connections_.back().serve(), asio::detached);
   }
 }
 
 std::string LoopbackServer::url(const std::string& scheme, const std::string& pathAndQuery) const {
-  const bool six = options_.address.find(':') != std::string::npos;
-  return scheme + "://" + (six ? "[" + options_.address + "]" : options_.address) + ":" +
-         std::to_string(port_) + pathAndQuery;
+  std::ostringstream text;
+  text << scheme << "://" << endpoint_ << pathAndQuery;
+  return text.str();
 }
 
-LoopbackServer::ConnectionPointer LoopbackServer::connection(std::size_t index) const {
-  const auto opened = state_->read(state_->opened);
+LoopbackServer::Connection* LoopbackServer::connection(std::size_t index) const {
+  const auto opened = get(opened_);
   return index < opened.size() ? opened[index] : nullptr;
 }
 
-bool LoopbackServer::waitFor(const std::function<bool()>& condition, std::chrono::milliseconds limit) const {
-  const auto end = std::chrono::steady_clock::now() + limit;
-  while (!condition()) {
-    if (std::chrono::steady_clock::now() >= end) return false;
-    std::unique_lock lock(state_->mutex);
-    state_->happened.wait_for(lock, std::chrono::milliseconds(2));
+LoopbackServer::Connection::Connection(LoopbackServer& server, tcp::socket socket)
+    : server_(server),
+      transport_(std::make_unique<Transport>(server.tls_ ? AnyStream::secure(std::move(socket), server.tls_)
+                                                         : AnyStream::plain(std::move(socket)),
+                                             server.context_)) {}
+
+LoopbackServer::Connection::~Connection() = default;
+
+asio::awaitable<void> LoopbackServer::Connection::serve() {
+  try {
+    co_await converse();
+  } catch (const boost::system::system_error& end) { // the peer went; what had arrived is recorded
+    if (end.code() == websocket::error::closed) {
+      server_.locked([this] {
+        closeCode_ = transport_->stream.reason().code;
+        closeReason_ = transport_->stream.reason().reason.c_str();
+      });
+    }
   }
-  return true;
+  drop();
+  server_.locked([this] { --server_.live_; });
+}
+
+asio::awaitable<void> LoopbackServer::Connection::converse() {
+  auto& layer = transport_->stream.next_layer();
+  if (server_.tls_) co_await layer.handshake(asio::ssl::stream_base::server, asio::use_awaitable);
+  boost::beast::flat_buffer buffer;
+  http::request<http::string_body> message;
+  co_await http::async_read(layer, buffer, message, asio::use_awaitable);
+  Request request{std::string(message.method_string()), std::string(message.target()), message.body(), {}};
+  for (const auto& field : message) request.headers.emplace(field.name_string(), field.value());
+  const auto answer = server_.locked([&] {
+    server_.requests_.push_back(request);
+    return websocket::is_upgrade(message) ? server_.onUpgrade_ : server_.onRequest_;
+  });
+  const Reply reply = answer(request);
+  if (reply.kind == Reply::Kind::upgrade) {
+    co_await transport_->stream.async_accept(message, asio::use_awaitable);
+    co_await readFrames();
+  }
+  co_await asio::async_write(layer, asio::buffer(reply.bytes), asio::use_awaitable);
+  if (reply.kind == Reply::Kind::bytes) layer.socket().shutdown(tcp::socket::shutdown_send);
+  for (char rest = 0;;) co_await layer.async_read_some(asio::buffer(&rest, 1), asio::use_awaitable);
+}
+
+asio::awaitable<void> LoopbackServer::Connection::readFrames() {
+  auto& [stream, outgoing, resumed, paused] = *transport_;
+  server_.locked([this] { server_.opened_.push_back(this); });
+  const auto onFrame = server_.get(server_.onFrame_);
+  server_.get(server_.onOpen_)(*this);
+  for (;;) {
+    error_code ignored;
+    while (paused) co_await resumed.async_wait(asio::redirect_error(asio::use_awaitable, ignored));
+    Frame frame;
+    auto payload = asio::dynamic_buffer(frame.payload);
+    co_await stream.async_read(payload, asio::use_awaitable);
+    frame.isText = stream.got_text();
+    frame.arrival = std::chrono::steady_clock::now();
+    server_.locked([&] { frames_.push_back(frame); });
+    onFrame(*this, frame);
+  }
+}
+
+asio::awaitable<void> LoopbackServer::Connection::writeAll() {
+  for (auto& queue = transport_->outgoing; !queue.empty(); queue.pop_front()) {
+    transport_->stream.text(queue.front().isText);
+    co_await transport_->stream.async_write(asio::buffer(queue.front().payload), asio::use_awaitable);
+  }
+}
+
+void LoopbackServer::Connection::send(bool isText, const std::string& payload) {
+  asio::post(server_.context_, [this, frame = Frame{isText, payload, {}}] {
+    transport_->outgoing.push_back(frame);
+    if (transport_->outgoing.size() == 1) asio::co_spawn(server_.context_, writeAll(), asio::detached);
+  });
+}
+
+void LoopbackServer::Connection::close(std::uint16_t code) {
+  asio::post(server_.context_, [this, code] { transport_->stream.async_close(code, asio::detached); });
+}
+
+void LoopbackServer::Connection::reset() {
+  asio::post(server_.context_, [this] {
+    error_code ignored;
+    transport_->stream.next_layer().socket().set_option(asio::socket_base::linger(true, 0), ignored);
+    drop();
+  });
+}
+
+void LoopbackServer::Connection::vanish() {
+  sock_filter nothing{BPF_RET | BPF_K, 0, 0, 0};
+  const sock_fprog filter{1, &nothing};
+  ::setsockopt(transport_->stream.next_layer().socket().native_handle(), SOL_SOCKET, SO_ATTACH_FILTER,
+               &filter, sizeof filter);
+}
+
+void LoopbackServer::Connection::pause(bool paused) {
+  asio::post(server_.context_, [this, paused] {
+    transport_->paused = paused;
+    transport_->resumed.cancel();
+  });
+}
+
+void LoopbackServer::Connection::drop() {
+  transport_->stream.next_layer().close();
+  transport_->paused = false;
+  transport_->resumed.cancel();
 }
 
 } // namespace tolvera::test

@@ -67,19 +67,19 @@ class NetworkTest : public testing::Test {
     return socket;
   }
   std::shared_ptr<WebSocketTask> open(const std::string& url) { return open(session_, url); }
-  // Open for both sides; the server has one frame.
-  std::shared_ptr<WebSocketTask> connect(BeastURLSession& session) {
+  // Open for both sides, the server's `index`-th; the server has one frame.
+  std::shared_ptr<WebSocketTask> connect(BeastURLSession& session, std::size_t index = 0) {
     auto socket = open(session, server_.url("ws", "/?token=secret"));
     EXPECT_EQ(run(socket->send(bytes(1))), "sent");
-    EXPECT_TRUE(hasFrames(1));
+    EXPECT_TRUE(hasFrames(1, index));
     return socket;
   }
-  bool hasFrames(std::size_t count) {
-    return server_.waitFor(
-        [&] { return server_.connection(0) && server_.connection(0)->frameCount() == count; });
+  bool hasFrames(std::size_t count, std::size_t index = 0) {
+    return eventually(
+        [&] { return server_.connection(index) && server_.connection(index)->frameCount() == count; });
   }
   bool allClosed() {
-    return server_.waitFor([this] { return server_.liveCount() == 0; });
+    return eventually([this] { return server_.liveCount() == 0; });
   }
   static platform::HTTPRequest get(const std::string& url) { return {"GET", platform::URL(url), {}, {}}; }
 

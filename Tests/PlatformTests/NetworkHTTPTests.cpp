@@ -1,5 +1,4 @@
 #include "PlatformTests/NetworkFixture.h"
-#include "PlatformTests/NetworkHosts.h"
 
 namespace tolvera::test {
 namespace {
@@ -7,7 +6,6 @@ namespace {
 using NetworkHTTP = NetworkTest;
 
 TEST_F(NetworkHTTP, CarriesRequestWhole) {
-  hosts::define("service.test", {"127.0.0.1"});
   server_.onRequest([](const auto&) { return Reply::http(200, R"({"url":"x"})"); });
   const auto address = "service.test:" + std::to_string(server_.port());
   auto request = get("http://" + address + "/livetranslate/api/checkout?lang=zh#part");
@@ -55,10 +53,10 @@ TEST_F(NetworkHTTP, EndsAfterTimeoutOrWithCaller) {
     co_await session.data(std::move(what));
   };
   const auto waiting = spawn(main_.get_executor(), "caller", caller(session_, get(server_.url("http"))));
-  ASSERT_TRUE(server_.waitFor([&] { return server_.requests().size() == 2; }));
+  ASSERT_TRUE(eventually([&] { return server_.requests().size() == 2; }));
   EXPECT_FALSE(waiting.finished());
   waiting.cancel();
-  EXPECT_TRUE(server_.waitFor([&] { return waiting.finished(); }));
+  EXPECT_TRUE(eventually([&] { return waiting.finished(); }));
   EXPECT_TRUE(allClosed());
 }
 

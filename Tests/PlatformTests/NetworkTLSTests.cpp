@@ -1,7 +1,6 @@
 #include "Harness/TemporaryEnvironment.h"
 #include "Harness/TestCertificates.h"
 #include "PlatformTests/NetworkFixture.h"
-#include "PlatformTests/NetworkHosts.h"
 
 #include <gmock/gmock.h>
 
@@ -32,7 +31,6 @@ class NetworkTLS : public NetworkTest {
 };
 
 TEST_F(NetworkTLS, TrustsRightNameFromTrustedAuthority) {
-  hosts::define("service.test", {"127.0.0.1"});
   LoopbackServer server(trusted->serverFor("DNS:service.test,IP:127.0.0.1"));
   server.onRequest([](const auto&) { return Reply::http(200, "fine"); });
   for (const std::string host : {"service.test", "127.0.0.1"}) {
@@ -43,11 +41,10 @@ TEST_F(NetworkTLS, TrustsRightNameFromTrustedAuthority) {
   run(socket->send(bytes(100'000)));
   EXPECT_EQ(run(socket->receive()), std::string(100'000, '*'));
   socket->cancel(1000, "");
-  EXPECT_TRUE(server.waitFor([&] { return server.connection(0)->closeCode() == 1000; }));
+  EXPECT_TRUE(eventually([&] { return server.connection(0)->closeCode() == 1000; }));
 }
 
 TEST_F(NetworkTLS, RefusesWrongNameAuthorityOrTime) {
-  hosts::define("example.test", {"127.0.0.1"});
   TestAuthority unknown("Unknown Test Authority");
   const struct {
     std::string host;

@@ -18,7 +18,7 @@ TEST_F(NetworkWebSocket, SendsInOrderOfCalls) {
   for (std::size_t i = 0; i < 50; ++i) EXPECT_EQ(frames[i].payload.size(), i);
   EXPECT_FALSE(frames[49].isText);
   EXPECT_TRUE(frames[50].isText);
-  EXPECT_EQ(server_.connection(0)->request().target, "/live/ws?token=secret&target=es");
+  EXPECT_EQ(server_.requests().at(0).target, "/live/ws?token=secret&target=es");
 }
 
 TEST_F(NetworkWebSocket, ReceivesWholeMessagesInOrder) {
@@ -87,7 +87,7 @@ TEST_F(NetworkWebSocket, CancelsBeforeItIsOpen) {
     auto socket = open(server_.url("ws"));
     auto receiving = start(socket->receive());
     auto sending = start(socket->send(bytes(1)));
-    if (i == 0) ASSERT_TRUE(server_.waitFor([this] { return server_.requests().size() == 1; }));
+    if (i == 0) ASSERT_TRUE(eventually([this] { return server_.requests().size() == 1; }));
     socket->cancel(1000, "");
     EXPECT_TRUE(endsWithin(receiving, 2s)) << "a cancel does not wait for the time-out";
     EXPECT_EQ(end(receiving), closed);
@@ -107,7 +107,7 @@ TEST_F(NetworkWebSocket, KeepsReadWhenReaderIsCancelled) {
   run(socket->send(bytes(1)));
   EXPECT_FALSE(reading.finished());
   server_.connection(0)->sendText("for the cancelled reader");
-  EXPECT_TRUE(server_.waitFor([&] { return reading.finished(); }));
+  EXPECT_TRUE(eventually([&] { return reading.finished(); }));
   server_.connection(0)->sendText("for the next");
   EXPECT_EQ(run(socket->receive()), "\"for the next\"");
 }
