@@ -94,6 +94,8 @@ class Windows:
         for platform in ("wayland", "xcb") if screen.IS_WAYLAND else ("xcb",):
             print(f" beside a program that uses {platform}")
             self.launch_with_panel()
+            # Some window managers put a full-screen window above the panel. These do not, so it begins below.
+            screen.eye().lower(self.panel)
             other = self.start_other(platform)
             promise("the panel is above a full-screen window that comes later",
                     not is_other(screen.pixel(*self.ground())))

@@ -125,7 +125,7 @@ class Picture:
 
 
 class Eye:
-    """Looks at the screen of an X server, quickly."""
+    """Looks at the screen of an X server, quickly, and changes the order of windows."""
 
     class Image(ctypes.Structure):
         _fields_ = [*((name, ctypes.c_int) for name in ("width", "height", "offset", "format")),
@@ -153,6 +153,11 @@ class Eye:
         points = ctypes.string_at(image.contents.data, 4 * width * height)
         self._x.XDestroyImage(image)
         return Picture(width, height, points, 4)
+
+    def lower(self, window):
+        """Puts a window that the window manager does not manage below all others."""
+        self._x.XLowerWindow(ctypes.c_void_p(self._display), ctypes.c_ulong(window))
+        self._x.XSync(ctypes.c_void_p(self._display), 0)
 
 
 @functools.lru_cache
