@@ -21,19 +21,15 @@ using namespace std::chrono_literals;
 const auto watcherService = QStringLiteral("org.kde.StatusNotifierWatcher");
 const auto watcherPath = QStringLiteral("/StatusNotifierWatcher");
 
-// The older kind of tray sends no signal when it appears.
+// How late the icon may come to a tray that appears. The older kind sends no signal.
 constexpr auto pollInterval = 3s;
 
 } // namespace
 
 TrayHost::TrayHost(QObject* parent)
-    : QObject(parent), watcher_(watcherService, QDBusConnection::sessionBus()) {
-  connect(&watcher_, &QDBusServiceWatcher::serviceRegistered, this, &TrayHost::ask);
+    : QObject(parent),
+      watcher_(watcherService, QDBusConnection::sessionBus(), QDBusServiceWatcher::WatchForUnregistration) {
   connect(&watcher_, &QDBusServiceWatcher::serviceUnregistered, this, [this] { note(false); });
-  for (const auto* signal : {"StatusNotifierHostRegistered", "StatusNotifierHostUnregistered"}) {
-    QDBusConnection::sessionBus().connect(watcherService, watcherPath, watcherService,
-                                          QString::fromLatin1(signal), this, SLOT(ask()));
-  }
   poll_.setInterval(pollInterval);
   connect(&poll_, &QTimer::timeout, this, &TrayHost::ask);
   poll_.start();
@@ -63,7 +59,7 @@ void TrayHost::note(bool hasNotifierHost) {
   }
 }
 
-// A host of the newer kind signals its start and its end, so polling stops while it is there.
+// A host of the newer kind signals its end, so polling stops while it is there.
 void TrayHost::become(Kind kind) {
   if (kind == Kind::notifier) {
     poll_.stop();

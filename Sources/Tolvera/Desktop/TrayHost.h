@@ -26,10 +26,8 @@ class TrayHost final : public QObject {
   // Also when another host of the same kind took over, which does not have the icon yet.
   void changed();
 
- private Q_SLOTS:
-  void ask();
-
  private:
+  void ask();
   void note(bool hasNotifierHost);
   void become(Kind kind);
 
