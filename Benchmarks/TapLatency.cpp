@@ -246,7 +246,7 @@ void measureLatency(test::PrivateGraph& graph, Ear& ear, Ear& bare, std::size_t 
 void measureSwitches(test::PrivateGraph& graph, Ear& ear) {
   std::vector<double> changes;
   std::vector<double> losses;
-  const auto player = graph.application(graph.tone(500, 0.5, 60));
+  const auto player = test::ChildProcess({"pw-play", graph.tone(500, 0.5, 60)});
   std::this_thread::sleep_for(1s);
   for (int i = 0; i < 10; ++i) {
     ear.rest();
@@ -277,7 +277,7 @@ void measureStarts(test::PrivateGraph& graph, Ear& ear) {
   const std::string file = graph.tone(0.5, level, 0.5);
   for (int i = 0; i <= starts; ++i) { // the first flushes what the converter holds of another sound
     ear.rest();
-    auto player = graph.application(file);
+    auto player = test::ChildProcess({"pw-play", file});
     player.wait(5s);
     std::this_thread::sleep_for(100ms);
     if (i > 0) missed.push_back(ear.first() > 0 ? place(ear.first()) - place(audible) : 500);

@@ -2,13 +2,13 @@
 // all that the loudspeaker plays.
 
 #include "EndToEndTests/RealRun.h"
-
-#include <optional>
+#include "ServiceTests/RunningServer.h"
 
 namespace tolvera {
 namespace {
 
 using namespace std::chrono_literals;
+using test::ChildProcess;
 
 class DubLoop : public test::RealRun {
  protected:
@@ -16,21 +16,18 @@ class DubLoop : public test::RealRun {
     clock_.speed = 1;
     // What the speaker plays, the microphone hears.
     test::outputOf({"pw-link", "speaker:monitor_FL", "microphone:input_MONO"});
-    in_.userDefaults.setObject("dub", true);
-    service_.start("0");
-  }
-
-  // Speech, into the default output or into a node.
-  test::ChildProcess play(const std::string& target) {
-    const auto speech = graph_.directory() + "/speech.wav";
     test::outputOf({"flite", "-voice", "rms", "-t",
-                    "The children are playing in the garden behind the house.", "-o", speech});
-    return target.empty() ? test::ChildProcess({"pw-play", speech}) : graph_.play(speech, target);
+                    "The children are playing in the garden behind the house.", "-o", speech_});
+    in_.userDefaults.setObject("dub", true);
   }
 
-  // Plays English into `target` ("application" plays by itself) and waits until its dub has been over for
-  // long. Only the English may have been recognised.
-  void expectOneLine(const std::string& target) {
+  void launch() {
+    RealRun::launch("http://127.0.0.1:" + std::to_string(service_->port()) + "/livetranslate");
+  }
+  // Starts a run, plays English by `play`, and waits until its dub has been over for long. Only the English
+  // may have been recognised.
+  template<typename Play>
+  void expectOneLine(const Play& play) {
     std::vector<std::string> lines;
     QString line;
     const QObject observer;
@@ -41,8 +38,7 @@ class DubLoop : public test::RealRun {
     });
     run(model_->start());
     ASSERT_TRUE(reaches(Phase::Kind::live)) << model_->phase().message().toStdString();
-    std::optional<test::ChildProcess> player;
-    if (target != "application") player.emplace(play(target));
+    [[maybe_unused]] const auto player = play();
     ASSERT_TRUE(in_.loop.settleUntil([&] { return !lines.empty(); }, 30s));
     in_.loop.settleUntil([] { return false; }, 9s); // the dub takes about 3 s, and would be heard by then
     run(model_->stop());
@@ -50,36 +46,35 @@ class DubLoop : public test::RealRun {
     EXPECT_NE(lines[0].find("garden"), std::string::npos) << lines[0];
   }
 
-  test::ServiceProcess service_;
+  const std::string speech_ = graph_.directory() + "/speech.wav";
+  test::RunningServer service_;
 };
 
 TEST_F(DubLoop, CapturesOnlyOthersOfEverything) {
   in_.userDefaults.setObject("captureMode", "all");
-  launch(service_.url());
-  expectOneLine("");
+  launch();
+  expectOneLine([this] { return ChildProcess({"pw-play", speech_}); });
 }
 
 TEST_F(DubLoop, CapturesOnlyTheApplication) {
   // A player that is silent at first, so that it is there when the run begins.
-  play("").wait(20s);
   const auto film = graph_.directory() + "/film.wav";
-  test::outputOf(
-      {"python3", TOLVERA_STAGE "/sound", "join", film, "5", graph_.directory() + "/speech.wav", "15"});
-  const test::ChildProcess player({"pw-play", film});
+  test::outputOf({"python3", TOLVERA_STAGE "/sound", "join", film, "5", speech_, "15"});
+  const ChildProcess player({"pw-play", film});
   in_.runningApplications.addRegular(player.pid(), "org.player", "Player");
   in_.userDefaults.setObject("captureMode", "app");
   in_.userDefaults.setObject("captureBundle", "org.player");
-  launch(service_.url());
+  launch();
   ASSERT_TRUE(in_.loop.settleUntil([&] {
     model_->refreshApps();
     return !model_->apps().empty();
   }));
-  expectOneLine("application");
+  expectOneLine([] { return nullptr; });
 }
 
 TEST_F(DubLoop, HoldsTheMicrophoneBack) {
-  launch(service_.url());
-  expectOneLine("microphone");
+  launch();
+  expectOneLine([this] { return graph_.play(speech_, "microphone"); });
 }
 
 } // namespace

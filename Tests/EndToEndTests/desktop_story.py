@@ -57,7 +57,6 @@ class Story:
         self.greets()
         self.chooses()
         self.starts()
-        self.handles_the_panel()
         self.stops()
         self.switches_the_language()
         with Browser(self._stage.home / "browser") as browser:
@@ -108,26 +107,11 @@ class Story:
         caption = self._program.wait(is_spanish, "label", 40, under=self._panel)
         promise(f"captions in the panel: “{caption.get_name()}”")
 
-    def handles_the_panel(self):
-        seen = self._captions()
-        wait_for("new captions",
-                 lambda: any(is_spanish(text) and text not in seen for text in self._captions()), 30)
-        promise("captions go on in the panel")
-        x, y, width, height = screen.geometry(self._panel_window())
-        screen.point(x + width / 2, y + 14)
-        self._program.wait("Larger text", "push button")
-        promise("the pointer over the panel brings up its controls")
-        sizes = []
-        for _ in range(2):
-            self._program.click("Larger text", "push button")
-            sizes.append(wait_for("another size", lambda: self._other_font_size(sizes)))
-        promise(f"the text is enlarged, to {sizes[0]:g} and then to {sizes[1]:g}", sizes[1] > sizes[0])
-
     def stops(self):
         panel = self._panel_window()
         x, y, width, height = screen.geometry(panel)
         screen.point(x + width / 2, y + 14)
-        self._program.click("Stop translating", "push button")
+        self._program.click("Stop translating", "push button")  # shown under the pointer
         wait_for("the panel's end", lambda: not screen.is_viewable(panel))
         promise("stop is in the panel too, and takes it away")
         self._program.wait("Start translating", "push button")
@@ -186,10 +170,6 @@ class Story:
     def _preference(self, key):
         return self._stage.preferences().get(key)
 
-    def _other_font_size(self, sizes):
-        size = self._preference("overlayFontSize")
-        return None if size in sizes else size
-
     def _window(self, title, fits):
         frames = [frame for frame in self._program.windows() if frame.get_name() == title and fits(frame)]
         return frames[0] if frames else None
@@ -206,9 +186,6 @@ class Story:
 
     def dump(self):
         return self._program.dump()
-
-    def _captions(self):
-        return [name for _, role, name in self._program.elements(self._panel) if role == "label" and name]
 
     def _tray_icon(self):
         trays = subprocess.run(["xdotool", "search", "--onlyvisible", "--class", "trayer"],

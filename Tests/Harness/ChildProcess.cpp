@@ -1,11 +1,12 @@
 #include "Harness/ChildProcess.h"
 
+#include "Harness/Eventually.h"
+#include "Harness/TemporaryDirectory.h"
+
 #include <csignal>
-#include <cstdlib>
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
-#include <thread>
 
 #include <fcntl.h>
 #include <sys/prctl.h>
@@ -35,15 +36,6 @@ ChildProcess::ChildProcess(std::vector<std::string> command, const std::string& 
   ::_exit(127);
 }
 
-ChildProcess& ChildProcess::operator=(ChildProcess&& other) noexcept {
-  if (this != &other) {
-    kill();
-    pid_ = other.pid_;
-    other.pid_ = -1;
-  }
-  return *this;
-}
-
 bool ChildProcess::running() {
   if (pid_ < 0) return false;
   int status = 0;
@@ -54,12 +46,7 @@ bool ChildProcess::running() {
 }
 
 int ChildProcess::wait(std::chrono::milliseconds limit) {
-  const auto deadline = std::chrono::steady_clock::now() + limit;
-  while (running()) {
-    if (std::chrono::steady_clock::now() > deadline) return -1;
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  }
-  return status_;
+  return eventually([this] { return !running(); }, limit) ? status_ : -1;
 }
 
 void ChildProcess::kill() {
@@ -71,17 +58,12 @@ void ChildProcess::kill() {
 }
 
 std::string outputOf(std::vector<std::string> command) {
-  const char* base = std::getenv("TMPDIR");
-  std::string path = std::string(base != nullptr ? base : "/tmp") + "/tolvera-output.XXXXXX";
-  const int file = ::mkstemp(path.data());
-  if (file < 0) throw std::runtime_error("no temporary file");
-  ::close(file);
+  const TemporaryDirectory directory;
+  const std::string log = directory / "output";
   const std::string name = command.front();
-  ChildProcess process(std::move(command), path);
-  const int status = process.wait(std::chrono::seconds(10));
-  std::ifstream stream(path);
-  std::string output((std::istreambuf_iterator<char>(stream)), {});
-  ::unlink(path.c_str());
+  const int status = ChildProcess(std::move(command), log).wait(std::chrono::seconds(10));
+  std::ifstream file(log);
+  std::string output(std::istreambuf_iterator<char>(file), {});
   if (status != 0) throw std::runtime_error(name + " failed: " + output);
   return output;
 }

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <sys/types.h>
@@ -16,7 +17,10 @@ class ChildProcess {
   explicit ChildProcess(std::vector<std::string> command, const std::string& log = "/dev/null");
   ~ChildProcess() { kill(); }
   ChildProcess(ChildProcess&& other) noexcept : pid_(other.pid_) { other.pid_ = -1; }
-  ChildProcess& operator=(ChildProcess&& other) noexcept;
+  ChildProcess& operator=(ChildProcess other) noexcept {
+    std::swap(pid_, other.pid_);
+    return *this;
+  }
 
   [[nodiscard]] pid_t pid() const { return pid_; }
   [[nodiscard]] bool running();

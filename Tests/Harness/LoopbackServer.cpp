@@ -140,7 +140,6 @@ asio::awaitable<void> LoopbackServer::Connection::readFrames() {
     auto payload = asio::dynamic_buffer(frame.payload);
     co_await stream.async_read(payload, asio::use_awaitable);
     frame.isText = stream.got_text();
-    frame.arrival = std::chrono::steady_clock::now();
     server_.locked([&] { frames_.push_back(frame); });
     onFrame(*this, frame);
   }
@@ -154,7 +153,7 @@ asio::awaitable<void> LoopbackServer::Connection::writeAll() {
 }
 
 void LoopbackServer::Connection::send(bool isText, const std::string& payload) {
-  asio::post(server_.context_, [this, frame = Frame{isText, payload, {}}] {
+  asio::post(server_.context_, [this, frame = Frame{isText, payload}] {
     transport_->outgoing.push_back(frame);
     if (transport_->outgoing.size() == 1) asio::co_spawn(server_.context_, writeAll(), asio::detached);
   });
@@ -179,7 +178,7 @@ void LoopbackServer::Connection::vanish() {
                &filter, sizeof filter);
 }
 
-void LoopbackServer::Connection::pause(bool paused) {
+void LoopbackServer::Connection::pauseReading(bool paused) {
   asio::post(server_.context_, [this, paused] {
     transport_->paused = paused;
     transport_->resumed.cancel();

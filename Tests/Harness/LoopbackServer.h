@@ -32,7 +32,6 @@ class LoopbackServer {
   struct Frame {
     bool isText = false;
     std::string payload;
-    std::chrono::steady_clock::time_point arrival; // when its last byte had been read
   };
   struct Request {
     std::string method, target, body; // the target is path and query
@@ -132,8 +131,7 @@ class LoopbackServer::Connection {
   void reset();                   // ends the TCP connection by a reset
   void vanish();                  // from now on what arrives is lost, unacknowledged, as behind a cut wire
   // Leaves what arrives in the socket's buffers, a close frame too; one read under way still ends.
-  void stopReading() { pause(true); }
-  void resumeReading() { pause(false); }
+  void pauseReading(bool paused);
 
   [[nodiscard]] std::vector<Frame> frames() const { return server_.get(frames_); }
   [[nodiscard]] std::size_t frameCount() const {
@@ -151,7 +149,6 @@ class LoopbackServer::Connection {
   boost::asio::awaitable<void> readFrames();
   boost::asio::awaitable<void> writeAll();
   void send(bool isText, const std::string& payload);
-  void pause(bool paused);
   void drop();
 
   LoopbackServer& server_;

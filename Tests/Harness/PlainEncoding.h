@@ -10,7 +10,7 @@
 namespace tolvera::test {
 
 // The wire format of samples in its plainest form, with a branch for each case. Tests and the benchmark
-// compare the program's loops with it.
+// compare the program's loop with it.
 inline platform::Data plainEncode(std::span<const float> samples) {
   platform::Data bytes;
   bytes.reserve(2 * samples.size());
@@ -29,17 +29,6 @@ inline platform::Data plainEncode(std::span<const float> samples) {
     bytes.push_back(static_cast<std::byte>((value >> 8) & 0xFF));
   }
   return bytes;
-}
-
-inline std::vector<float> plainDecode(std::span<const std::byte> data) {
-  std::vector<float> samples;
-  samples.reserve(data.size() / 2);
-  for (std::size_t i = 0; i + 1 < data.size(); i += 2) {
-    int value = std::to_integer<int>(data[i]) | (std::to_integer<int>(data[i + 1]) << 8);
-    if (value >= 32768) value -= 65536;
-    samples.push_back(static_cast<float>(value) / 32768.0F);
-  }
-  return samples;
 }
 
 } // namespace tolvera::test

@@ -3,11 +3,9 @@
 #include "Harness/Spectrum.h"
 
 #include <cstdint>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <regex>
-#include <sstream>
 #include <stdexcept>
 #include <thread>
 
@@ -28,18 +26,7 @@ std::string listing(const std::string& what) {
   }
 }
 
-constexpr const char* serverNames[] = {"message bus", "sound server", "session manager", "PulseAudio server"};
-
 } // namespace
-
-bool eventually(const std::function<bool()>& condition, std::chrono::milliseconds limit) {
-  const auto deadline = std::chrono::steady_clock::now() + limit;
-  while (!condition()) {
-    if (std::chrono::steady_clock::now() > deadline) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
-  }
-  return true;
-}
 
 PrivateGraph::PrivateGraph() : directory_(temporary_.path()) {
   for (const char* name :
@@ -52,52 +39,49 @@ PrivateGraph::PrivateGraph() : directory_(temporary_.path()) {
   const std::string scripts = directory_ + "/wireplumber/scripts";
   std::filesystem::create_directories(scripts);
   std::filesystem::copy(TOLVERA_STAGE "/suspend-node.lua", scripts);
-  processes_.emplace_back(std::vector<std::string>{"dbus-daemon", "--session", "--nofork", "--nopidfile",
-                                                   "--address=unix:path=" + directory_ + "/bus"},
-                          log("bus"));
+  start("dbus-daemon --session --nofork --nopidfile --address=unix:path=" + directory_ + "/bus");
   require(eventually([this] { return std::filesystem::exists(directory_ + "/bus"); }), "no message bus");
   startServer();
 }
 
-PrivateGraph::~PrivateGraph() {
-  while (!processes_.empty()) processes_.pop_back();
+PrivateGraph::~PrivateGraph() { killServer(); }
+
+void PrivateGraph::start(const std::string& command) {
+  const std::string name = command.substr(0, command.find(' '));
+  servers_.insert_or_assign(name, ChildProcess({"sh", "-c", "exec " + command}, directory_ + "/log"));
 }
 
 void PrivateGraph::startServer() {
-  processes_.emplace_back(std::vector<std::string>{"pipewire"}, log("pipewire"));
+  start("pipewire");
   require(eventually([] { return !listing("Core").empty(); }), "the sound server does not answer");
-  processes_.push_back(sessionManager());
+  startSessionManager();
 }
 
-ChildProcess PrivateGraph::sessionManager() const {
-  ChildProcess process({"wireplumber"}, log("wireplumber"));
+void PrivateGraph::startSessionManager() {
+  start("wireplumber");
   require(eventually([] { return listing("Metadata").find("\"default\"") != std::string::npos; }),
           "the session manager does not start");
-  return process;
 }
 
 void PrivateGraph::restartSessionManager() {
-  processes_.at(2).kill();
+  servers_.erase("wireplumber");
   require(eventually([] { return listing("Metadata").find("\"default\"") == std::string::npos; }),
           "the session manager stays");
-  processes_.at(2) = sessionManager();
+  startSessionManager();
 }
 
 void PrivateGraph::checkServers() {
-  for (std::size_t i = 0; i < processes_.size(); ++i) {
-    require(processes_[i].running(), std::string("the ") + serverNames[i] + " has ended");
-  }
+  for (auto& [name, server] : servers_) require(server.running(), name + " has ended");
 }
 
 void PrivateGraph::startPulse() {
-  processes_.emplace_back(std::vector<std::string>{"pipewire-pulse"}, log("pulse"));
+  start("pipewire-pulse");
   require(eventually([this] { return std::filesystem::exists(directory_ + "/pulse/native"); }),
           "the PulseAudio server does not start");
 }
 
 void PrivateGraph::killServer() {
-  processes_.at(1).kill();
-  while (processes_.size() > 1) processes_.pop_back();
+  for (const char* name : {"pipewire", "pipewire-pulse", "wireplumber"}) servers_.erase(name);
 }
 
 void PrivateGraph::createNode(const std::string& name, const std::string& mediaClass,
@@ -110,14 +94,6 @@ void PrivateGraph::createNode(const std::string& name, const std::string& mediaC
     return ('\n' + outputOf({"pw-link", "-i"})).find(line) != std::string::npos;
   };
   require(eventually(isReady), "no node " + name);
-}
-
-void PrivateGraph::createSource(const std::string& name, const std::string& positions) {
-  createNode(name, "Audio/Source/Virtual", positions);
-}
-
-void PrivateGraph::createSink(const std::string& name, const std::string& positions) {
-  createNode(name, "Audio/Sink", positions);
 }
 
 void PrivateGraph::destroyNode(const std::string& name) {
@@ -138,38 +114,22 @@ void PrivateGraph::setDefault(const std::string& key, const std::string& name) {
           name + " does not become the default");
 }
 
-void PrivateGraph::setDefaultSource(const std::string& name) { setDefault("source", name); }
-
-void PrivateGraph::setDefaultSink(const std::string& name) { setDefault("sink", name); }
-
 ChildProcess PrivateGraph::play(const std::string& file, const std::string& target) const {
-  return ChildProcess({"python3", TOLVERA_STAGE "/sound", "play", target, file}, log("play"));
-}
-
-ChildProcess PrivateGraph::application(const std::string& file) const {
-  return ChildProcess({"pw-play", file}, log("application"));
-}
-
-ChildProcess PrivateGraph::pulseApplication(const std::string& file) const {
-  return ChildProcess({"paplay", file}, log("application"));
+  return ChildProcess({"python3", TOLVERA_STAGE "/sound", "play", target, file}, directory_ + "/log");
 }
 
 std::string PrivateGraph::tone(double frequency, double amplitude, double seconds) const {
   constexpr std::uint32_t rate = 48000;
   const std::vector<float> samples = sine(frequency, amplitude, rate, seconds);
   const auto bytes = static_cast<std::uint32_t>(samples.size() * sizeof(float));
-  // After "fmt " its size, then IEEE float in one channel, and so on.
-  const std::uint32_t format[] = {16, 3 | 1 << 16, rate, rate * 4, 4 | 32 << 16};
-  std::ostringstream name;
-  name << directory_ << "/tone-" << frequency << '-' << amplitude << '-' << seconds << ".wav";
-  std::ofstream file(name.str(), std::ios::binary);
-  const auto put = [&file](const void* data, std::size_t size) {
-    file.write(static_cast<const char*>(data), static_cast<std::streamsize>(size));
-  };
-  const std::uint32_t whole = 36 + bytes;
-  put("RIFF", 4), put(&whole, 4), put("WAVEfmt ", 8), put(format, sizeof format);
-  put("data", 4), put(&bytes, 4), put(samples.data(), bytes);
-  return name.str();
+  // "RIFF", the rest's size, "WAVE", "fmt ", its size, IEEE float in one channel, and so on, "data".
+  const std::uint32_t header[] = {0x46464952, 36 + bytes, 0x45564157,   0x20746d66, 16,   3 | 1 << 16,
+                                  rate,       rate * 4,   4 | 32 << 16, 0x61746164, bytes};
+  const std::string name = directory_ + "/tone-" + std::to_string(frequency) + "-" + std::to_string(seconds);
+  std::ofstream file(name + ".wav", std::ios::binary);
+  file.write(reinterpret_cast<const char*>(header), sizeof header);
+  file.write(reinterpret_cast<const char*>(samples.data()), bytes);
+  return name + ".wav";
 }
 
 std::map<std::string, int> PrivateGraph::objects() const {

@@ -3,8 +3,6 @@
 #include <boost/asio/this_coro.hpp>
 
 #include <algorithm>
-#include <stdexcept>
-#include <thread>
 #include <vector>
 
 namespace tolvera::test {
@@ -61,32 +59,6 @@ void TestLoop::advance(Duration duration) {
   }
   clock_.moveTo(end);
   settle();
-}
-
-void TestLoop::runUntil(const bool& ended) {
-  settle();
-  while (!ended) {
-    const auto due = clock_.nextDue();
-    if (!due) throw std::runtime_error("the task waits for something that will not come");
-    clock_.moveTo(*due);
-    settle();
-  }
-}
-
-bool TestLoop::settleUntil(const std::function<bool()>& condition, std::chrono::milliseconds limit) {
-  const auto deadline = std::chrono::steady_clock::now() + limit;
-  for (;;) {
-    settle();
-    if (condition()) return true;
-    if (std::chrono::steady_clock::now() > deadline) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  }
-}
-
-bool TestLoop::drain(std::chrono::milliseconds limit) {
-  context_.restart();
-  context_.run_for(limit);
-  return context_.stopped();
 }
 
 } // namespace tolvera::test

@@ -4,13 +4,17 @@
 #include "Async/On.h"
 #include "Async/Spawn.h"
 #include "Async/Suspension.h"
+#include "Harness/Eventually.h"
 
+#include <boost/asio/co_spawn.hpp>
 #include <boost/asio/io_context.hpp>
+#include <boost/asio/use_future.hpp>
 
-#include <functional>
+#include <future>
 #include <map>
 #include <mutex>
 #include <optional>
+#include <stdexcept>
 
 namespace tolvera::test {
 
@@ -40,7 +44,6 @@ class TestLoop {
   ~TestLoop();
 
   [[nodiscard]] Executor executor() { return context_.get_executor(); }
-  boost::asio::io_context& context() { return context_; }
   VirtualClock& clock() { return clock_; }
 
   // Runs the handlers that are ready, until none is.
@@ -53,31 +56,36 @@ class TestLoop {
   T run(Task<T> task);
   // Settles repeatedly for up to `limit` of real time until `condition` holds; true if it did. For tests
   // with real sockets or threads.
-  bool settleUntil(const std::function<bool()>& condition,
-                   std::chrono::milliseconds limit = std::chrono::seconds(10));
-  // Runs in real time until no coroutine is left on this loop, for up to `limit`; true if none is left. For
-  // use before a context that they wait for is destroyed.
-  bool drain(std::chrono::milliseconds limit = std::chrono::seconds(10));
+  template<typename Condition>
+  bool settleUntil(const Condition& condition, std::chrono::milliseconds limit = std::chrono::seconds(10)) {
+    const auto settled = [&] {
+      settle();
+      return condition();
+    };
+    return eventually(settled, limit);
+  }
+  // Settles in real time until no coroutine is left on this loop; true if none is left. For use before a
+  // context that they wait for is destroyed.
+  bool drain() {
+    return settleUntil([this] { return context_.stopped(); });
+  }
 
  private:
-  void runUntil(const bool& ended);
-
   boost::asio::io_context context_;
   VirtualClock clock_;
 };
 
 template<typename T>
 T TestLoop::run(Task<T> task) {
-  auto crossing = std::make_shared<detail::Crossing<T>>();
-  bool ended = false;
-  boost::asio::co_spawn(context_, detail::runInto<T>(crossing, std::move(task)),
-                        [&ended, crossing](std::exception_ptr failure) {
-                          crossing->failure = std::move(failure);
-                          ended = true;
-                        });
-  runUntil(ended);
-  if (crossing->failure) std::rethrow_exception(crossing->failure);
-  if constexpr (!std::is_void_v<T>) return std::move(*crossing->value);
+  auto result = boost::asio::co_spawn(context_, std::move(task), boost::asio::use_future);
+  settle();
+  while (result.wait_for(Duration::zero()) != std::future_status::ready) {
+    const auto due = clock_.nextDue();
+    if (!due) throw std::runtime_error("the task waits for something that will not come");
+    clock_.moveTo(*due);
+    settle();
+  }
+  return result.get();
 }
 
 } // namespace tolvera::test

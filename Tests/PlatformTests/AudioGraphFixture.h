@@ -18,7 +18,6 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <fstream>
 #include <string>
 #include <vector>
 
@@ -27,38 +26,6 @@ namespace tolvera::test {
 using platform::AudioObjectID;
 using platform::systemAudioObject;
 namespace selectors = platform::selectors;
-
-// The left channel of an output, recorded by another program.
-class Monitor {
- public:
-  Monitor(const PrivateGraph& graph, const std::string& sink)
-      : file_(graph.directory() + "/monitor-" + sink + ".raw"),
-        recorder_({"pw-record", "-P", "{ stream.capture.sink=true }", "--target", sink, "--rate", "16000",
-                   "--channels", "1", "--channel-map", "FL", "--format", "f32", file_}) {
-    EXPECT_TRUE(eventually([this] { return !samples().empty(); }));
-  }
-
-  [[nodiscard]] std::vector<float> samples() const {
-    std::ifstream file(file_, std::ios::binary | std::ios::ate);
-    std::vector<float> samples(file ? static_cast<std::size_t>(file.tellg()) / sizeof(float) : 0);
-    file.seekg(0);
-    file.read(reinterpret_cast<char*>(samples.data()),
-              static_cast<std::streamsize>(samples.size() * sizeof(float)));
-    return samples;
-  }
-  // In the last 200 ms.
-  [[nodiscard]] double level(double frequency) const {
-    const auto all = samples();
-    return all.size() < 3200 ? 0 : amplitudeAt(frequency, Recording::rate, std::span(all).last(3200));
-  }
-  bool hears(double frequency) const {
-    return eventually([this, frequency] { return level(frequency) > 0.15; });
-  }
-
- private:
-  std::string file_;
-  ChildProcess recorder_;
-};
 
 // A private sound server with an output, and the audio system under test.
 class AudioGraphTest : public testing::Test {
@@ -75,7 +42,10 @@ class AudioGraphTest : public testing::Test {
     graph_.setDefaultSource(microphone);
   }
   platform::AudioHardware& hardware() { return system_.audioHardware(); }
-  ChildProcess play(double frequency) { return graph_.application(graph_.tone(frequency, 0.4, 60)); }
+  // An application that plays to the default output.
+  ChildProcess play(double frequency, const std::string& player = "pw-play") {
+    return ChildProcess({player, graph_.tone(frequency, 0.4, 60)});
+  }
   ChildProcess sing(double frequency, const std::string& node) {
     return graph_.play(graph_.tone(frequency, 0.4, 60), node);
   }
@@ -93,6 +63,14 @@ class AudioGraphTest : public testing::Test {
   }
   CoreAudioTapBackend tap(const ChildProcess& process) {
     return {hardware(), system_, clock_, CoreAudioTapBackend::Processes{{playing(process.pid())}}};
+  }
+  // Records the left channel of an output as it arrives in a microphone.
+  std::unique_ptr<MicBackend> overhear(const std::string& sink, Recording& recording) {
+    plugIn("ear-" + sink);
+    outputOf({"pw-link", sink + ":monitor_FL", "ear-" + sink + ":input_MONO"});
+    auto ear = std::make_unique<MicBackend>(system_);
+    ear->start(recording.sink());
+    return ear;
   }
   bool hears(double frequency) {
     return eventually([this, frequency] { return recording_.hears(frequency, 0.2); });

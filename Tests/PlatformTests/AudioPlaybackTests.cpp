@@ -3,47 +3,46 @@
 namespace tolvera::test {
 namespace {
 
-using Playback = AudioGraphTest;
+class Playback : public AudioGraphTest {
+ protected:
+  std::unique_ptr<MicBackend> ear_ = overhear("speaker", recording_);
+  DubPlayer dub_{system_.playback(), clock_};
+};
 
 TEST_F(Playback, JoinsBuffersWithoutSeam) {
-  const Monitor monitor(graph_, "speaker");
-  DubPlayer dub(system_.playback(), clock_);
-  dub.start();
+  dub_.start();
   const auto whole = sine(1000, 4);
   for (std::size_t at = 0; at < whole.size(); at += 4001) {
     const auto part = std::span(whole).subspan(at, std::min<std::size_t>(4001, whole.size() - at));
-    dub.play({part.begin(), part.end()});
+    dub_.play({part.begin(), part.end()});
   }
-  ASSERT_TRUE(monitor.hears(1000));
-  ASSERT_TRUE(eventually([&monitor] { return monitor.level(1000) < 0.01; }));
-  const auto heard = purestStretch(1000, Recording::rate, monitor.samples());
+  ASSERT_TRUE(hears(1000));
+  ASSERT_TRUE(eventually([this] { return !recording_.hears(1000, 0.01); }));
+  const auto heard = purestStretch(1000, Recording::rate, recording_.samples());
   EXPECT_LT(heard.residual, -60);
   EXPECT_NEAR(heard.amplitude, 0.4, 0.01);
 }
 
 TEST_F(Playback, DropsQueueWhenStopped) {
-  const Monitor monitor(graph_, "speaker");
-  DubPlayer dub(system_.playback(), clock_);
-  dub.start();
-  dub.play(sine(1000, 30));
-  dub.setVolume(0.5F);
-  ASSERT_TRUE(eventually([&monitor] { return std::abs(monitor.level(1000) - 0.2) < 0.01; }));
-  dub.stop();
-  EXPECT_TRUE(eventually([&monitor] { return monitor.level(1000) < 1e-3; }, std::chrono::seconds(2)));
-  dub.start();
-  dub.play(sine(700, 30));
-  EXPECT_TRUE(eventually([&monitor] { return monitor.level(700) > 0.15 && monitor.level(1000) < 0.01; }));
+  dub_.start();
+  dub_.play(sine(1000, 30));
+  dub_.setVolume(0.5F);
+  ASSERT_TRUE(eventually([this] { return recording_.hears(1000, 0.19) && !recording_.hears(1000, 0.21); }));
+  dub_.stop();
+  EXPECT_TRUE(eventually([this] { return !recording_.hears(1000, 1e-3); }, std::chrono::seconds(2)));
+  dub_.start();
+  dub_.play(sine(700, 30));
+  EXPECT_TRUE(eventually([this] { return recording_.hears(700, 0.15) && !recording_.hears(1000, 0.01); }));
 }
 
 TEST_F(Playback, FollowsDefaultOutput) {
   graph_.createSink("other");
-  const Monitor other(graph_, "other");
-  DubPlayer dub(system_.playback(), clock_);
-  dub.start();
-  dub.play(sine(700, 60));
+  ear_ = overhear("other", recording_);
+  dub_.start();
+  dub_.play(sine(700, 60));
   const int before = outputChanges_;
   graph_.setDefaultSink("other");
-  EXPECT_TRUE(other.hears(700));
+  EXPECT_TRUE(hears(700));
   EXPECT_GT(outputChanges_, before);
 }
 

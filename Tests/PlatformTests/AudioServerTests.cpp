@@ -102,29 +102,5 @@ TEST_F(SoundServer, SleepsUnderSilentTaps) {
   EXPECT_TRUE(eventually([this, &before] { return graph_.objects() == before; }));
 }
 
-TEST_F(SoundServer, KeepsNothingOfStoppedRuns) {
-  const auto player = play(500);
-  playing(player.pid());
-  const auto run = [&](int i) {
-    recording_.clear();
-    auto backend = i % 2 == 0 ? tapEverything() : tap(player);
-    DubPlayer dub(system_.playback(), clock_);
-    backend.start(recording_.sink());
-    dub.start();
-    if (i % 3 == 0) dub.play(sine(1000, 0.1));
-    EXPECT_TRUE(i % 8 != 0 || eventually([this] { return !recording_.samples().empty(); }));
-  };
-  for (int i = 0; i < 4; ++i) run(i);
-  ASSERT_TRUE(
-      eventually([this] { return !graph_.hasNode("tolvera-tap") && !graph_.hasNode("tolvera-dub"); }));
-  const auto objects = graph_.objects();
-  const std::size_t threads = entries("/proc/self/task");
-  const std::size_t descriptors = entries("/proc/self/fd");
-  for (int i = 0; i < 60; ++i) run(i);
-  EXPECT_TRUE(eventually([&] { return entries("/proc/self/task") == threads; }));
-  EXPECT_TRUE(eventually([&] { return entries("/proc/self/fd") <= descriptors; }));
-  EXPECT_TRUE(eventually([&] { return graph_.objects() == objects; }));
-}
-
 } // namespace
 } // namespace tolvera::test

@@ -25,19 +25,22 @@ struct FullPort {
 
 class NetworkFault : public NetworkTest {
  protected:
+  NetworkFault() : NetworkTest(impatient()) {}
+
   static BeastOptions impatient() {
     BeastOptions options;
     options.resolveTimeout = options.connectTimeout = options.tlsTimeout = options.upgradeTimeout = 300ms;
     options.closeTimeout = 300ms;
+    options.unacknowledged = 2s;
+    options.keepAliveIdle = options.keepAliveInterval = 1s;
     options.maxMessageBytes = limit;
     return options;
   }
   static constexpr std::size_t limit = 1U << 20U;
-  BeastURLSession impatient_{network_.get_executor(), impatient()};
 
   // Receivers, senders and later callers get the same words.
   void expectFailure(const std::string& url, const std::string& text) {
-    auto socket = open(impatient_, url + "/ws?token=secret");
+    auto socket = open(url + "/ws?token=secret");
     auto receiving = start(socket->receive());
     EXPECT_EQ(run(socket->send(bytes(10))), text);
     EXPECT_EQ(end(receiving), text);
@@ -143,7 +146,7 @@ TEST_F(NetworkFault, DeliversMessagesBeforeTheEnd) {
       {[](Connection& server) { server.sendText("\xff\xfe"); }, where_ + " broke the web socket protocol"},
   };
   for (std::size_t i = 0; i < std::size(cases); ++i) {
-    auto socket = open(impatient_, server_.url("ws"));
+    auto socket = open(server_.url("ws"));
     ASSERT_TRUE(eventually([this, i] { return server_.connection(i) != nullptr; }));
     server_.connection(i)->sendBinary(std::string(limit, '*'));
     EXPECT_EQ(run(socket->receive()), std::string(limit, '*'));
@@ -155,41 +158,37 @@ TEST_F(NetworkFault, DeliversMessagesBeforeTheEnd) {
 }
 
 TEST_F(NetworkFault, HoldsSenderWhileServerDoesNotRead) {
-  auto socket = connect(impatient_);
-  server_.connection(0)->stopReading();
+  auto socket = connect();
+  server_.connection(0)->pauseReading(true);
   auto held = fill(*socket);
-  server_.connection(0)->resumeReading();
+  server_.connection(0)->pauseReading(false);
   EXPECT_EQ(end(held), "sent");
 
-  server_.connection(0)->stopReading();
+  server_.connection(0)->pauseReading(true);
   held = fill(*socket);
   auto pending = start(socket->receive());
   socket->cancel(1000, "");
   EXPECT_EQ(end(held), closed);
   EXPECT_EQ(end(pending), closed);
-  server_.connection(0)->resumeReading();
+  server_.connection(0)->pauseReading(false);
   EXPECT_TRUE(allClosed());
 }
 
 TEST_F(NetworkFault, LeavesServerThatNeverSaysGoodbye) {
-  auto socket = connect(impatient_);
-  server_.connection(0)->stopReading();
+  auto socket = connect();
+  server_.connection(0)->pauseReading(true);
   run(socket->send(bytes(1))); // ends a read that is under way, so that the close frame is not read
   eventually([this] { return server_.connection(0)->frameCount() == 2; }, 100ms);
   socket->cancel(1000, "");
   network_.join();
   EXPECT_FALSE(server_.connection(0)->closeCode());
-  server_.connection(0)->resumeReading();
+  server_.connection(0)->pauseReading(false);
   EXPECT_TRUE(allClosed());
 }
 
 TEST_F(NetworkFault, NoticesVanishedPeer) {
-  BeastOptions watchful;
-  watchful.unacknowledged = 2s;
-  watchful.keepAliveIdle = watchful.keepAliveInterval = 1s;
-  BeastURLSession session(network_.get_executor(), watchful);
   for (const std::size_t sends : {0U, 1U}) { // in silence too
-    auto socket = connect(session, sends);
+    auto socket = connect(sends);
     auto pending = start(socket->receive());
     server_.connection(sends)->vanish();
     if (sends > 0) run(socket->send(bytes(3200)));

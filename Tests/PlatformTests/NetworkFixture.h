@@ -36,6 +36,7 @@ class NetworkTest : public testing::Test {
  protected:
   using Pending = std::future<std::string>;
 
+  explicit NetworkTest(const BeastOptions& options = {}) : session_(network_.get_executor(), options) {}
   ~NetworkTest() override {
     network_.join(); // ends only when nothing of any connection is left
     main_.join();
@@ -58,18 +59,17 @@ class NetworkTest : public testing::Test {
     return end(pending);
   }
 
-  std::shared_ptr<WebSocketTask> make(BeastURLSession& session, const std::string& url) {
-    return session.webSocketTask(platform::URL(url), boost::asio::make_strand(network_));
+  std::shared_ptr<WebSocketTask> make(const std::string& url) {
+    return session_.webSocketTask(platform::URL(url), boost::asio::make_strand(network_));
   }
-  std::shared_ptr<WebSocketTask> open(BeastURLSession& session, const std::string& url) {
-    auto socket = make(session, url);
+  std::shared_ptr<WebSocketTask> open(const std::string& url) {
+    auto socket = make(url);
     socket->resume();
     return socket;
   }
-  std::shared_ptr<WebSocketTask> open(const std::string& url) { return open(session_, url); }
   // Open for both sides, the server's `index`-th; the server has one frame.
-  std::shared_ptr<WebSocketTask> connect(BeastURLSession& session, std::size_t index = 0) {
-    auto socket = open(session, server_.url("ws", "/?token=secret"));
+  std::shared_ptr<WebSocketTask> connect(std::size_t index = 0) {
+    auto socket = open(server_.url("ws", "/?token=secret"));
     EXPECT_EQ(run(socket->send(bytes(1))), "sent");
     EXPECT_TRUE(hasFrames(1, index));
     return socket;
@@ -87,7 +87,7 @@ class NetworkTest : public testing::Test {
   std::string where_ = "127.0.0.1:" + std::to_string(server_.port());
   boost::asio::thread_pool main_{1};
   boost::asio::thread_pool network_{2}; // one thread more than the program has
-  BeastURLSession session_{network_.get_executor()};
+  BeastURLSession session_;
 
  private:
   static std::string told(const platform::HTTPResponse& reply) {
