@@ -8,12 +8,12 @@
 #include <boost/asio/write.hpp>
 #include <boost/beast/http.hpp>
 #include <boost/beast/websocket.hpp>
+#include <boost/lexical_cast.hpp>
 
 #include <linux/filter.h>
 #include <sys/socket.h>
 
 #include <deque>
-#include <sstream>
 
 namespace tolvera::test {
 
@@ -42,7 +42,7 @@ LoopbackServer::Reply LoopbackServer::Reply::http(int status, const std::string&
 
 LoopbackServer::LoopbackServer(const Options& options)
     : acceptor_(context_, tcp::endpoint(asio::ip::make_address(options.address), options.port)),
-      endpoint_(acceptor_.local_endpoint()) {
+      endpoint_(acceptor_.local_endpoint()), where_(boost::lexical_cast<std::string>(endpoint_)) {
   if (!options.certificateChainFile.empty()) {
     tls_ = std::make_shared<asio::ssl::context>(asio::ssl::context::tls_server);
     tls_->use_certificate_chain_file(options.certificateChainFile);
@@ -70,12 +70,6 @@ asio::awaitable<void> LoopbackServer::acceptAll() {
     });
     asio::co_spawn(context_, connections_.back().serve(), asio::detached);
   }
-}
-
-std::string LoopbackServer::url(const std::string& scheme, const std::string& pathAndQuery) const {
-  std::ostringstream text;
-  text << scheme << "://" << endpoint_ << pathAndQuery;
-  return text.str();
 }
 
 LoopbackServer::Connection* LoopbackServer::connection(std::size_t index) const {

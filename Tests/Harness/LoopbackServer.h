@@ -61,8 +61,10 @@ class LoopbackServer {
   LoopbackServer& operator=(const LoopbackServer&) = delete;
 
   [[nodiscard]] std::uint16_t port() const { return endpoint_.port(); }
-  // scheme://address:port followed by `pathAndQuery`.
-  [[nodiscard]] std::string url(const std::string& scheme, const std::string& pathAndQuery = "/") const;
+  [[nodiscard]] const std::string& where() const { return where_; } // "address:port"
+  [[nodiscard]] std::string url(const std::string& scheme, const std::string& pathAndQuery = "/") const {
+    return scheme + "://" + where_ + pathAndQuery;
+  }
 
   using Answer = std::function<Reply(const Request&)>;
   void onRequest(const Answer& answer) {
@@ -116,6 +118,7 @@ class LoopbackServer {
   std::shared_ptr<boost::asio::ssl::context> tls_;
   boost::asio::ip::tcp::acceptor acceptor_;
   const boost::asio::ip::tcp::endpoint endpoint_;
+  const std::string where_;
   std::thread thread_;
 };
 

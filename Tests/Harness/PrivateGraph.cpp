@@ -55,6 +55,9 @@ void PrivateGraph::startServer() {
   start("pipewire");
   require(eventually([] { return !listing("Core").empty(); }), "the sound server does not answer");
   startSessionManager();
+  start("pipewire-pulse");
+  require(eventually([this] { return std::filesystem::exists(directory_ + "/pulse/native"); }),
+          "the PulseAudio server does not start");
 }
 
 void PrivateGraph::startSessionManager() {
@@ -72,12 +75,6 @@ void PrivateGraph::restartSessionManager() {
 
 void PrivateGraph::checkServers() {
   for (auto& [name, server] : servers_) require(server.running(), name + " has ended");
-}
-
-void PrivateGraph::startPulse() {
-  start("pipewire-pulse");
-  require(eventually([this] { return std::filesystem::exists(directory_ + "/pulse/native"); }),
-          "the PulseAudio server does not start");
 }
 
 void PrivateGraph::killServer() {

@@ -11,10 +11,10 @@
 
 namespace tolvera::test {
 
-// A sound server for a test: message bus, PipeWire and its session manager in a directory of their own.
-// While it lives, the environment of this process leads PipeWire's clients there; make it before anything
-// that starts threads. Each operation waits until it has taken effect, and throws std::runtime_error if it
-// does not.
+// A sound server for a test: message bus, PipeWire, its session manager and its server for PulseAudio's
+// clients, in a directory of their own. While it lives, the environment of this process leads PipeWire's
+// clients there; make it before anything that starts threads. Each operation waits until it has taken effect,
+// and throws std::runtime_error if it does not.
 class PrivateGraph {
  public:
   PrivateGraph();
@@ -37,7 +37,6 @@ class PrivateGraph {
 
   void killServer();            // SIGKILL to PipeWire; the session manager ends with it
   void startServer();           // an empty graph again
-  void startPulse();            // the server for PulseAudio's clients, until `killServer`
   void restartSessionManager(); // SIGKILL, and a new one, which ignores the old nodes
   void checkServers();          // throws if one has ended by itself
 

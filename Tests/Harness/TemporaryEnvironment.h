@@ -14,24 +14,17 @@ class TemporaryEnvironment {
   TemporaryEnvironment(const TemporaryEnvironment&) = delete;
   TemporaryEnvironment& operator=(const TemporaryEnvironment&) = delete;
   ~TemporaryEnvironment() {
-    for (const auto& [name, value] : before_) put(name, value);
+    for (const auto& [name, value] : before_)
+      value ? ::setenv(name.c_str(), value->c_str(), 1) : ::unsetenv(name.c_str());
   }
 
-  // Nothing unsets the variable.
-  void set(const std::string& name, const std::optional<std::string>& value) {
+  void set(const std::string& name, const std::string& value) {
     const char* now = std::getenv(name.c_str());
     before_.try_emplace(name, now ? std::optional<std::string>(now) : std::nullopt);
-    put(name, value);
+    ::setenv(name.c_str(), value.c_str(), 1);
   }
 
  private:
-  static void put(const std::string& name, const std::optional<std::string>& value) {
-    if (value)
-      ::setenv(name.c_str(), value->c_str(), 1);
-    else
-      ::unsetenv(name.c_str());
-  }
-
   std::map<std::string, std::optional<std::string>> before_;
 };
 

@@ -47,10 +47,7 @@ TEST_F(Playback, FollowsDefaultOutput) {
 }
 
 TEST_F(Playback, NamesDefaultOutput) {
-  const struct {
-    const char* properties;
-    std::uint32_t transport;
-  } cases[] = {
+  const std::pair<const char*, std::uint32_t> cases[] = {
       {"device.api=alsa device.bus=pci", platform::transports::builtIn},
       {"device.api=alsa", platform::transports::builtIn},
       {"device.api=alsa device.bus=pci device.profile.name=hdmi-stereo", platform::transports::hdmi},
@@ -59,20 +56,20 @@ TEST_F(Playback, NamesDefaultOutput) {
       {"device.api=alsa device.bus=firewire", 0},
   };
   EXPECT_FALSE(AudioRoute::isBuiltInSpeaker(hardware()));
-  int number = 0;
+  const auto isNamed = [this](const std::string& name) {
+    return eventually([&] { return AudioRoute::outputName(hardware()) == name; });
+  };
   for (const auto& [properties, transport] : cases) {
-    const std::string name = "card" + std::to_string(++number);
-    addSink(name, std::string("[FL FR] ") + properties + " node.description=Card" + std::to_string(number));
-    ASSERT_TRUE(
-        eventually([&] { return AudioRoute::outputName(hardware()) == "Card" + std::to_string(number); }));
+    addSink("card", std::string("[FL FR] node.description=Card ") + properties);
+    ASSERT_TRUE(isNamed("Card"));
     const auto device =
         audioProperty<AudioObjectID>(hardware(), systemAudioObject, selectors::defaultOutputDevice);
     EXPECT_EQ(audioProperty<std::uint32_t>(hardware(), device.value(), selectors::transportType), transport);
-    graph_.destroyNode(name);
-    EXPECT_TRUE(eventually([this] { return AudioRoute::outputName(hardware()) == "speaker"; }));
+    graph_.destroyNode("card");
+    EXPECT_TRUE(isNamed("speaker"));
   }
   graph_.destroyNode("speaker");
-  EXPECT_TRUE(eventually([this] { return AudioRoute::outputName(hardware()).empty(); }));
+  EXPECT_TRUE(isNamed(""));
 }
 
 } // namespace

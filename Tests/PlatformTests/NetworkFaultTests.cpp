@@ -82,7 +82,7 @@ TEST_F(NetworkFault, NamesAnswerToRefusedUpgrade) {
 
 TEST_F(NetworkFault, NamesReasonForUnreachableAddress) {
   const auto at = [](std::uint16_t port) { return "127.0.0.1:" + std::to_string(port); };
-  const std::string gone = at(LoopbackServer().port());
+  const std::string gone = LoopbackServer().where();
   const FullPort full;
   boost::asio::io_context context;
   const tcp::acceptor silent(context, tcp::endpoint(boost::asio::ip::address_v4::loopback(), 0));
@@ -129,7 +129,7 @@ TEST_F(NetworkFault, ReachesFirstAddressThatAnswers) {
     expectReached(sixOnly, host);
   }
   expectReached(sixOnly, "[::1]");
-  EXPECT_EQ(sixOnly.requests().at(2).headers.at("host"), "[::1]:" + std::to_string(sixOnly.port()));
+  EXPECT_EQ(sixOnly.requests().at(2).headers.at("host"), sixOnly.where());
 
   // An address that swallows connects does not hold up the next.
   const FullPort full;

@@ -84,7 +84,7 @@ class NetworkTest : public testing::Test {
   static platform::HTTPRequest get(const std::string& url) { return {"GET", platform::URL(url), {}, {}}; }
 
   LoopbackServer server_;
-  std::string where_ = "127.0.0.1:" + std::to_string(server_.port());
+  const std::string where_ = server_.where();
   boost::asio::thread_pool main_{1};
   boost::asio::thread_pool network_{2}; // one thread more than the program has
   BeastURLSession session_;

@@ -1,8 +1,10 @@
+#include "Harness/TemporaryDirectory.h"
 #include "Harness/TemporaryEnvironment.h"
-#include "Harness/TestCertificates.h"
 #include "PlatformTests/NetworkFixture.h"
 
 #include <gmock/gmock.h>
+
+#include <cstdlib>
 
 namespace tolvera::test {
 namespace {
@@ -11,13 +13,33 @@ class NetworkTLS : public NetworkTest {
  protected:
   // Set before any thread begins, since a session reads the variable when it first speaks TLS.
   static void SetUpTestSuite() {
-    trusted = std::make_unique<TestAuthority>("Trusted Test Authority");
-    environment.set("SSL_CERT_FILE", trusted->certificate());
+    directory = std::make_unique<TemporaryDirectory>();
+    environment.set("SSL_CERT_FILE", *directory / "trusted.pem");
   }
-  static void TearDownTestSuite() { trusted.reset(); }
-  static inline std::unique_ptr<TestAuthority> trusted;
+  static void TearDownTestSuite() { directory.reset(); }
+  static inline std::unique_ptr<TemporaryDirectory> directory;
   static inline TemporaryEnvironment environment;
 
+  // Options of a server whose certificate, an authority of its own, names `alternatives`, such as
+  // "DNS:a.test,IP:127.0.0.1". It is valid from now on for `days` days; -1 makes one that has expired.
+  static LoopbackServer::Options serverFor(const std::string& alternatives, bool trusted = true,
+                                           int days = 30) {
+    static int issued = 0;
+    const std::string file = *directory / std::to_string(++issued);
+    const std::string commands =
+        "openssl req -new -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -subj /CN=${f##*/} -keyout "
+        "$f.key"
+        " -out $f.csr -addext subjectAltName=" +
+        alternatives +
+        " && openssl x509 -req -in $f.csr -copy_extensions copy -signkey $f.key -out $f.pem -days " +
+        std::to_string(days) + (trusted ? " && cat $f.pem >>$SSL_CERT_FILE" : "");
+    if (std::system(("f=" + file + "; { " + commands + "; } 2>$f.log").c_str()) != 0)
+      throw std::runtime_error("openssl failed: " + commands);
+    LoopbackServer::Options options;
+    options.certificateChainFile = file + ".pem";
+    options.privateKeyFile = file + ".key";
+    return options;
+  }
   static std::string at(const std::string& scheme, const std::string& host, const LoopbackServer& server) {
     return scheme + "://" + host + ":" + std::to_string(server.port()) + "/?token=secret";
   }
@@ -31,7 +53,7 @@ class NetworkTLS : public NetworkTest {
 };
 
 TEST_F(NetworkTLS, TrustsRightNameFromTrustedAuthority) {
-  LoopbackServer server(trusted->serverFor("DNS:service.test,IP:127.0.0.1"));
+  LoopbackServer server(serverFor("DNS:service.test,IP:127.0.0.1"));
   server.onRequest([](const auto&) { return Reply::http(200, "fine"); });
   for (const std::string host : {"service.test", "127.0.0.1"}) {
     EXPECT_EQ(run(session_.data(get(at("https", host, server)))), "200 fine");
@@ -45,16 +67,15 @@ TEST_F(NetworkTLS, TrustsRightNameFromTrustedAuthority) {
 }
 
 TEST_F(NetworkTLS, RefusesWrongNameAuthorityOrTime) {
-  TestAuthority unknown("Unknown Test Authority");
   const struct {
     std::string host;
     LoopbackServer::Options options;
     std::string text;
   } cases[] = {
-      {"127.0.0.1", trusted->serverFor("DNS:service.test,DNS:*.test"), "is not valid for 127.0.0.1"},
-      {"example.test", trusted->serverFor("DNS:service.test"), "is not valid for example.test"},
-      {"127.0.0.1", unknown.serverFor("IP:127.0.0.1"), "comes from an authority that is not trusted here"},
-      {"127.0.0.1", trusted->serverFor("IP:127.0.0.1", -1), "has expired"},
+      {"127.0.0.1", serverFor("DNS:service.test,DNS:*.test"), "is not valid for 127.0.0.1"},
+      {"example.test", serverFor("DNS:service.test"), "is not valid for example.test"},
+      {"127.0.0.1", serverFor("IP:127.0.0.1", false), "comes from an authority that is not trusted here"},
+      {"127.0.0.1", serverFor("IP:127.0.0.1", true, -1), "has expired"},
   };
   for (const auto& [host, options, text] : cases)
     EXPECT_THAT(refusal(host, LoopbackServer(options)), testing::HasSubstr(text));
