@@ -22,9 +22,9 @@ ChildProcess::ChildProcess(std::vector<std::string> command, const std::string& 
   const pid_t parent = ::getpid();
   pid_ = ::fork();
   if (pid_ < 0) throw std::runtime_error("fork failed");
+  ::setpgid(pid_, pid_); // on both sides, so that it holds at once
   if (pid_ > 0) return;
   // The child may only make calls that are safe after a fork of a process with several threads.
-  ::setpgid(0, 0);
   ::prctl(PR_SET_PDEATHSIG, SIGKILL);
   if (::getppid() != parent) ::_exit(127);
   const int input = ::open("/dev/null", O_RDONLY);
@@ -52,7 +52,6 @@ int ChildProcess::wait(std::chrono::milliseconds limit) {
 void ChildProcess::kill() {
   if (pid_ < 0) return;
   ::kill(-pid_, SIGKILL);
-  ::kill(pid_, SIGKILL); // the child may not have its own group yet
   ::waitpid(pid_, nullptr, 0);
   pid_ = -1;
 }

@@ -25,10 +25,6 @@ using asio::ip::tcp;
 using boost::system::error_code;
 
 struct LoopbackServer::Connection::Transport {
-  Transport(AnyStream layer, asio::io_context& context) : stream(std::move(layer)), resumed(context) {
-    stream.auto_fragment(false);
-  }
-
   websocket::stream<AnyStream, false> stream;
   std::deque<Frame> outgoing; // the first is on its way;
   asio::steady_timer resumed;
@@ -79,11 +75,13 @@ LoopbackServer::Connection* LoopbackServer::connection(std::size_t index) const 
 
 LoopbackServer::Connection::Connection(LoopbackServer& server, tcp::socket socket)
     : server_(server),
-      transport_(std::make_unique<Transport>(server.tls_ ? AnyStream::secure(std::move(socket), server.tls_)
-                                                         : AnyStream::plain(std::move(socket)),
-                                             server.context_)) {}
-
-LoopbackServer::Connection::~Connection() = default;
+      transport_(new Transport{
+          websocket::stream<AnyStream, false>(server.tls_ ? AnyStream::secure(std::move(socket), server.tls_)
+                                                          : AnyStream::plain(std::move(socket))),
+          {},
+          asio::steady_timer(server.context_)}) {
+  transport_->stream.auto_fragment(false);
+}
 
 asio::awaitable<void> LoopbackServer::Connection::serve() {
   try {

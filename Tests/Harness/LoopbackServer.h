@@ -126,7 +126,6 @@ class LoopbackServer {
 class LoopbackServer::Connection {
  public:
   Connection(LoopbackServer& server, boost::asio::ip::tcp::socket socket);
-  ~Connection();
 
   void sendText(const std::string& text) { send(true, text); }
   void sendBinary(const std::string& bytes) { send(false, bytes); }
@@ -155,7 +154,7 @@ class LoopbackServer::Connection {
   void drop();
 
   LoopbackServer& server_;
-  const std::unique_ptr<Transport> transport_; // used on the server's thread
+  const std::shared_ptr<Transport> transport_; // used on the server's thread
   std::vector<Frame> frames_;
   std::optional<std::uint16_t> closeCode_;
   std::string closeReason_;

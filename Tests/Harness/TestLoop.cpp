@@ -22,8 +22,7 @@ Task<void> VirtualClock::sleep(Duration duration) {
 
 std::optional<WallTime> VirtualClock::nextDue() const {
   std::scoped_lock lock(mutex_);
-  if (sleepers_.empty()) return std::nullopt;
-  return sleepers_.begin()->first;
+  return sleepers_.empty() ? std::nullopt : std::optional(sleepers_.begin()->first);
 }
 
 std::size_t VirtualClock::sleepers() const {
@@ -42,8 +41,6 @@ void VirtualClock::moveTo(WallTime time) {
   }
   for (auto& resume : due) resume();
 }
-
-TestLoop::~TestLoop() { settle(); }
 
 void TestLoop::settle() {
   context_.restart();

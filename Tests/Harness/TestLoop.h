@@ -41,7 +41,7 @@ class VirtualClock final : public Clock {
 // run here too, so a test is deterministic.
 class TestLoop {
  public:
-  ~TestLoop();
+  ~TestLoop() { settle(); }
 
   [[nodiscard]] Executor executor() { return context_.get_executor(); }
   VirtualClock& clock() { return clock_; }
