@@ -110,7 +110,7 @@ TEST_F(NetworkFault, NamesReasonForUnreachableAddress) {
 TEST_F(NetworkFault, WordsFailuresForPeople) {
   platform::InterfaceLanguage language;
   adapters::WordedURLSession worded(session_, language);
-  const std::string gone = "127.0.0.1:" + std::to_string(LoopbackServer().port());
+  const std::string gone = LoopbackServer().where();
   const auto socket = worded.webSocketTask(platform::URL("ws://" + gone + "/?token=secret"),
                                            boost::asio::make_strand(network_));
   socket->resume();
