@@ -47,7 +47,7 @@ class DubLoop : public test::RealRun {
   }
 
   const std::string speech_ = graph_.directory() + "/speech.wav";
-  test::RunningServer service_;
+  test::RunningServer service_{1};
 };
 
 TEST_F(DubLoop, CapturesOnlyOthersOfEverything) {
