@@ -1,4 +1,4 @@
-#include "Harness/PlainEncoding.h"
+#include "TolveraCore/PCMChunker.h"
 #include "TolveraTests/ModelFixture.h"
 
 namespace tolvera {
@@ -91,7 +91,7 @@ TEST_F(Run, StalledServerDropsOldSound) {
   settle();
   ASSERT_EQ(framesSent(), 401U) << "the chunk under way, and the newest 400 blocks";
   const auto level = [this](std::size_t chunk) {
-    return test::plainDecode(std::get<platform::Data>(connection().sent[chunk])).at(0);
+    return PCMChunker::decode(std::get<platform::Data>(connection().sent[chunk])).at(0);
   };
   EXPECT_LT(level(0), 0.6);
   EXPECT_NEAR(level(1), 0.601, 1e-3);
