@@ -38,7 +38,7 @@ TEST(DubStream, SoundIsPacedAndWhole) {
     say(4 * second, i);
     loop.advance(1s);
   }
-  const auto reading = spawn(loop.executor(), "reading", readInto(output, &sent));
+  auto reading = spawn(loop.executor(), "reading", readInto(output, &sent));
   loop.advance(60s);
   Samples sentences;
   std::unique_copy(sent.begin(), sent.end(), std::back_inserter(sentences));
@@ -58,6 +58,8 @@ TEST(DubStream, SoundIsPacedAndWhole) {
   say(second, 3);
   loop.advance(20s);
   EXPECT_EQ(sent.size(), before) << "dropped sound is sent";
+  reading.cancel();
+  loop.settle();
 }
 
 } // namespace

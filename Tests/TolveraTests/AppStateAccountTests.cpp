@@ -15,10 +15,10 @@ class Account : public test::ModelFixture {
 };
 
 TEST_F(Account, FirstUseSignsUp) {
-  auto& model = launch();
+  launch();
   EXPECT_EQ(stored(), "secret token");
   launch(); // the token outlives the program
-  EXPECT_EQ(model.secondsLeft(), 3600);
+  EXPECT_EQ(app_->secondsLeft(), 3600);
   EXPECT_EQ(in_.network.requestCount("/api/signup"), 1U);
 }
 

@@ -4,7 +4,7 @@
 #include "Tolvera/Views/LanguageNames.h"
 
 #include <QAccessible>
-#include <QGuiApplication>
+#include <QApplication>
 #include <QImage>
 #include <QQuickItem>
 #include <QQuickView>
@@ -27,7 +27,7 @@ class Offscreen {
  private:
   static void prepareEnvironment();
 
-  QGuiApplication application_;
+  QApplication application_; // as the program has it
 };
 
 // One view of the program in a window of its own, on a model. It is used as a person uses it: through the

@@ -32,6 +32,12 @@ class StreamConnection : public std::enable_shared_from_this<StreamConnection> {
                           std::shared_ptr<Services> services, std::shared_ptr<Connections::Entry> entry);
 
   StreamConnection(boost::beast::tcp_stream stream, std::shared_ptr<Services> services);
+  // A service that ends does not wait for the run; the dub's coroutine, which holds the dub, has to be told.
+  ~StreamConnection() {
+    if (dub_) dub_->drop();
+  }
+  StreamConnection(const StreamConnection&) = delete;
+  StreamConnection& operator=(const StreamConnection&) = delete;
 
   // Tells that another run on the account has begun, and closes.
   void replace();

@@ -221,7 +221,7 @@ T.ComboBox {
                 T.ScrollBar.vertical: ScrollIndicatorBar {}
 
                 footer: Label {
-                    visible: popupList.found.length === 0
+                    visible: list.count === 0
                     width: list.width
                     height: visible ? Math.round(Theme.body * 2) : 0
                     leftPadding: Theme.body + 14
