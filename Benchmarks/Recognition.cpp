@@ -7,8 +7,8 @@
 // recording falls below the level of speech for good. The processor's time and the memory are this process's:
 // the client that plays costs next to nothing.
 
+#include "ServiceTests/Clients.h"
 #include "ServiceTests/RunningServer.h"
-#include "ServiceTests/StreamClient.h"
 
 #include <sndfile.h>
 #include <soxr.h>

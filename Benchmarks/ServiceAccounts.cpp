@@ -1,8 +1,8 @@
 // Asks the service's REST interface for signups and accounts from clients on the loopback interface, each on
 // one connection that it keeps, and prints how many a second it answers and how soon.
 
+#include "ServiceTests/Clients.h"
 #include "ServiceTests/RunningServer.h"
-#include "ServiceTests/StreamClient.h"
 
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>

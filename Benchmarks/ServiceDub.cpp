@@ -3,8 +3,8 @@
 
 #include "SpokenSentences.h"
 
+#include "ServiceTests/Clients.h"
 #include "ServiceTests/RunningServer.h"
-#include "ServiceTests/StreamClient.h"
 
 #include <algorithm>
 #include <cmath>

@@ -9,8 +9,8 @@
 #include "SpokenSentences.h"
 #include "WordTimes.h"
 
+#include "ServiceTests/Clients.h"
 #include "ServiceTests/RunningServer.h"
-#include "ServiceTests/StreamClient.h"
 
 #include <algorithm>
 #include <cmath>

@@ -5,9 +5,6 @@
 
 namespace tolvera::platform {
 
-// Which desktop the program's texts speak of.
-enum class DesktopFamily { macOS, freedesktop };
-
 // The language of the program's texts, for the sentences that adapters write for people. The program sets it,
 // adapters read it. Any thread.
 class InterfaceLanguage {

@@ -6,6 +6,7 @@
 #include "Platform/AudioHardware.h"
 #include "Platform/AudioPlayback.h"
 #include "Platform/CaptureDevice.h"
+#include "Platform/DesktopFamily.h"
 #include "Platform/FileManager.h"
 #include "Platform/InterfaceLanguage.h"
 #include "Platform/Locale.h"

@@ -1,5 +1,5 @@
+#include "ServiceTests/Clients.h"
 #include "ServiceTests/RunningServer.h"
-#include "ServiceTests/StreamClient.h"
 
 #include <gtest/gtest.h>
 

@@ -2,7 +2,7 @@
 
 #include "Harness/ChildProcess.h"
 #include "Harness/TemporaryDirectory.h"
-#include "ServiceTests/StreamClient.h"
+#include "ServiceTests/Clients.h"
 
 #include <gtest/gtest.h>
 #include <signal.h>

@@ -3,7 +3,7 @@
 #include "TolveraService/Engine/SettledText.h"
 #include "TolveraService/Engine/SpeechEngines.h"
 
-#include "ServiceTests/StreamClient.h"
+#include "ServiceTests/Clients.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

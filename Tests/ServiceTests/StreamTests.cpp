@@ -1,7 +1,7 @@
 #include "TolveraService/Stream/SoundPace.h"
 
+#include "ServiceTests/Clients.h"
 #include "ServiceTests/RunningServer.h"
-#include "ServiceTests/StreamClient.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,7 +1,7 @@
 #include "TolveraService/Engine/ApertiumTranslator.h"
 
 #include "Harness/TemporaryDirectory.h"
-#include "ServiceTests/StreamClient.h"
+#include "ServiceTests/Clients.h"
 
 #include <gtest/gtest.h>
 #include <signal.h>

@@ -101,8 +101,8 @@ class AppState final : public QObject, public std::enable_shared_from_this<AppSt
   // One line of status for the caption views; every caption empties it.
   [[nodiscard]] const QString& overlayStatus() const { return overlayStatus_; }
 
-  // The account as the views read it: false and empty while `me` is absent.
-  // The service has told of the account at least once.
+  // The account as the views read it: false and empty while `me` is absent. It is known once the service has
+  // told of it.
   [[nodiscard]] bool knowsAccount() const { return me_.has_value(); }
   [[nodiscard]] bool isSignedIn() const { return me_ && me_->signedIn; }
   [[nodiscard]] QVariantList packs() const;

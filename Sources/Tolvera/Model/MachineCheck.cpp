@@ -51,7 +51,7 @@ CheckedThing recognition(const json::object& about) {
     return {"recognition", true, "the service does not say how it recognises"};
   std::string text = engine + ", " + std::to_string(languages->get_array().size()) + " languages";
   if (languages->get_array().size() == 1)
-    text += "; \"tolvera-service models install base\" makes it understand people, in many languages";
+    text += "; \"tolvera-service models install base-q8_0\" makes it understand people, in many languages";
   return {"recognition", true, std::move(text)};
 }
 
@@ -61,10 +61,9 @@ Task<CheckedThing> account(platform::Platform& platform, const API& api) {
     co_return CheckedThing{"account", true, "none yet; the first start makes one"};
   try {
     const auto me = co_await api.me(*token);
-    const auto minutes = static_cast<long>(std::floor(me.secondsLeft / 60));
-    co_return CheckedThing{"account", minutes > 0,
-                           std::to_string(minutes) + " min left" +
-                               (minutes > 0 ? "" : "; buy more in the program")};
+    const auto left = std::to_string(std::lround(me.secondsLeft / 60)) + " min left";
+    if (me.secondsLeft > 0) co_return CheckedThing{"account", true, left};
+    co_return CheckedThing{"account", false, left + "; buy more in the program"};
   } catch (const std::exception& error) {
     co_return CheckedThing{"account", false, error.what()};
   }

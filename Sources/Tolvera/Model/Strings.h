@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Platform/InterfaceLanguage.h"
+#include "Platform/DesktopFamily.h"
 #include "Platform/Locale.h"
 #include "Tolvera/Model/UILanguage.h"
 

@@ -40,9 +40,10 @@ std::string sentence(TransportError code, const InterfaceLanguage& language) {
     return language.pick(
         "%1 上的服务属于这台电脑的另一个用户，没有向它发送任何内容",
         "The service at %1 belongs to another user of this machine, so nothing is sent there");
+  case TransportError::tooLarge:
+    return language.pick("%1 的回答太长", "The answer of %1 is too long");
   case TransportError::cancelled:
   case TransportError::badRequest:
-  case TransportError::tooLarge:
     break;
   }
   return {};
