@@ -2,8 +2,7 @@
 
 #include "Async/Clock.h"
 #include "Async/Task.h"
-
-#include <boost/url/url.hpp>
+#include "Platform/URL.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -16,7 +15,6 @@
 
 namespace tolvera::platform {
 
-using URL = boost::urls::url;
 using Data = std::vector<std::byte>;
 
 // A failure of the transport (no network, refused, time-out, TLS, a closed socket) is thrown as a

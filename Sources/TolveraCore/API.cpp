@@ -10,7 +10,6 @@
 #include <boost/json/serialize.hpp>
 #include <boost/json/value.hpp>
 #include <boost/mp11/algorithm.hpp>
-#include <boost/url/parse.hpp>
 
 #include <cerrno>
 #include <cmath>
@@ -115,10 +114,9 @@ std::optional<std::string> refusal(const std::string& body) {
 }
 
 platform::URL address(const platform::URL& baseURL, const std::string& path) {
-  const auto text = std::string(baseURL.buffer()) + path;
-  const auto joined = boost::urls::parse_uri_reference(text); // a view of the text
+  auto joined = platform::parseURL(std::string(baseURL.buffer()) + path);
   if (!joined) throw platform::PlatformError(platform::transportErrorDomain, EINVAL, "地址无效");
-  return platform::URL(*joined);
+  return *std::move(joined);
 }
 
 } // namespace
@@ -133,7 +131,7 @@ API::API(const platform::URL& baseURL, platform::URLSession& session)
   std::string text(baseURL.buffer());
   if (!text.ends_with('/')) return;
   text.erase(text.find_last_not_of('/') + 1);
-  if (auto parsed = boost::urls::parse_uri_reference(text)) baseURL_ = *parsed;
+  if (auto parsed = platform::parseURL(text)) baseURL_ = *std::move(parsed);
 }
 
 template<typename Reply>

@@ -98,5 +98,27 @@ TEST_F(APIClient, RefusesRepliesOfWrongForm) {
   }
 }
 
+TEST(ParseURL, ReadsWhatBrowsersOpen) {
+  const std::pair<std::string_view, std::string_view> rows[] = {
+      {"http://h:1/base//", "http://h:1/base//"},
+      {" HTTPS://Host/Path%2f?a=%C3%A4&b#c \n", "https://Host/Path%2f?a=%C3%A4&b#c"},
+      {R"(http://h/{a}|[b]"c d"?q={x y}|"\"#a"#b)",
+       "http://h/%7Ba%7D%7C%5Bb%5D%22c%20d%22?q=%7Bx%20y%7D%7C%22%5C%22#a%22%23b"},
+      {"http://h/100%/%4", "http://h/100%25/%254"},
+      {"http://user:p@bücher.例え:81/ä?ö#ü",
+       "http://user:p@xn--bcher-kva.xn--r8jz45g:81/%C3%A4?%C3%B6#%C3%BC"},
+      {"http://[::1]:8/ä", "http://[::1]:8/%C3%A4"},
+      {"http://h:99999/x", "http://h:99999/x"},
+      {"relative/ä", "relative/%C3%A4"},
+      {"", ""}};
+  for (const auto& [text, address] : rows) {
+    const auto url = platform::parseURL(text);
+    EXPECT_EQ(url ? url->buffer() : "(none)", address) << text;
+  }
+  for (const auto* text :
+       {"http://a b/", "http://\xff/", "http://h:port/ä", "http://[::1/ä", "http://ä\xe2\x80\x8f.x/"})
+    EXPECT_FALSE(platform::parseURL(text)) << text;
+}
+
 } // namespace
 } // namespace tolvera

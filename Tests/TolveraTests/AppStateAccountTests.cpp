@@ -83,6 +83,12 @@ TEST_F(Account, PagesAreWatchedUntilAChange) {
   in_.loop.run(model.signOut());
   EXPECT_FALSE(model.isSignedIn());
   EXPECT_EQ(stored(), "secret token");
+
+  for (const auto* base : {"http://127.0.0.1:1", "HTTP://127.0.0.1:1/ "}) {
+    settings().setServerURL(base);
+    model.openPrivacy();
+    EXPECT_EQ(in_.workspace.opened.back(), "http://127.0.0.1:1/privacy");
+  }
 }
 
 TEST_F(Account, BalanceReadsAsText) {

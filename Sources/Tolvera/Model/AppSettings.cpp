@@ -3,7 +3,6 @@
 #include "TolveraCore/API.h"
 #include "TolveraCore/Languages.h"
 
-#include <boost/url/parse.hpp>
 
 #include <utility>
 
@@ -50,9 +49,8 @@ AppSettings::AppSettings(platform::Platform& platform, QObject* parent)
 }
 
 platform::URL AppSettings::baseURL() const {
-  const auto text = serverURL_.toStdString();
-  const auto parsed = boost::urls::parse_uri_reference(text);
-  return parsed && !text.empty() ? platform::URL(*parsed) : API::defaultBaseURL();
+  const auto parsed = platform::parseURL(serverURL_.toStdString());
+  return parsed && !parsed->empty() ? *parsed : API::defaultBaseURL();
 }
 
 QString AppSettings::text(const char* key, const QString& otherwise) const {

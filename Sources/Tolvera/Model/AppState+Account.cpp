@@ -5,7 +5,6 @@
 #include "Tolvera/Model/TokenStore.h"
 #include "TolveraCore/AudioRoute.h"
 
-#include <boost/url/parse.hpp>
 
 #include <cmath>
 #include <exception>
@@ -167,9 +166,10 @@ Task<void> AppState::openTopUp(std::string pack) {
 }
 
 bool AppState::openInBrowser(const std::string& address) {
-  const auto url = boost::urls::parse_uri(address);
-  if (url) platform_.workspace.openURL(*url);
-  return url.has_value();
+  const auto url = platform::parseURL(address);
+  if (!url || !url->has_scheme()) return false;
+  platform_.workspace.openURL(*url);
+  return true;
 }
 
 Task<void> AppState::pollForAccountChange() {
@@ -199,7 +199,9 @@ Task<void> AppState::signOut() {
 
 void AppState::openPrivacy() {
   auto page = serverURL();
-  page.segments().push_back("privacy");
+  auto segments = page.segments();
+  while (!segments.empty() && segments.back().empty()) segments.pop_back();
+  segments.push_back("privacy");
   platform_.workspace.openURL(page);
 }
 
