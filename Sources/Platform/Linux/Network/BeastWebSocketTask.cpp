@@ -4,6 +4,7 @@
 #include "Async/Spawn.h"
 #include "Async/Suspension.h"
 #include "Platform/Linux/Network/BeastErrors.h"
+#include "Platform/Linux/Network/BeastWebSocketWaiter.h"
 
 #include <boost/asio/dispatch.hpp>
 #include <boost/asio/redirect_error.hpp>
@@ -27,36 +28,6 @@ constexpr std::size_t maxInboxBytes = 4U << 20U;
 constexpr std::size_t maxInboxMessages = 4096;
 constexpr std::size_t keptReadBufferBytes = 256U << 10U;
 constexpr auto afterFailedWrite = std::chrono::milliseconds(500);
-
-// A PlatformError as a plain value. The copies of an exception share its text, and these go to callers on
-// other threads.
-struct Failure {
-  Failure(const PlatformError& error) : code(static_cast<TransportError>(error.code())), text(error.what()) {}
-
-  [[noreturn]] void raise() const { throw transportError(code, text); }
-
-  TransportError code;
-  std::string text;
-};
-
-// A suspended caller of `send` or `receive`. Used on the executor alone until the caller is resumed.
-struct Waiter {
-  std::optional<Resumption> resumption;
-  std::optional<Message> message; // to send, or received
-  std::optional<Failure> failure;
-
-  void succeed() { resume(); }
-  void fail(const Failure& why) {
-    if (resumption) failure = why;
-    resume();
-  }
-
- private:
-  void resume() {
-    if (auto once = std::exchange(resumption, std::nullopt)) (*once)();
-  }
-};
-using WaiterPointer = std::shared_ptr<Waiter>;
 
 std::size_t sizeOf(const Message& message) {
   return std::visit([](const auto& content) { return content.size(); }, message);
@@ -235,7 +206,7 @@ class WebSocketConnection : public std::enable_shared_from_this<WebSocketConnect
     }
     outbox_.push_front(std::move(waiter));
     writeFailure_ = error;
-    deadline_.emplace(executor_, afterFailedWrite, [self = shared_from_this()] { self->hangUp(); });
+    hangUpAfter(afterFailedWrite);
   }
 
   void deliverTo(WaiterPointer waiter) {
@@ -340,11 +311,18 @@ class WebSocketConnection : public std::enable_shared_from_this<WebSocketConnect
       hangUp();
     } else if (before == Phase::open) {
       phase_ = Phase::closing;
-      deadline_.emplace(executor_, environment_->options.closeTimeout,
-                        [self = shared_from_this()] { self->hangUp(); });
+      hangUpAfter(environment_->options.closeTimeout);
       socket_->async_close(closeReason(code, reason),
                            [self = shared_from_this()](ErrorCode) { self->hangUp(); });
     }
+  }
+
+  // The operation under way keeps the connection alive until then. The deadline must not: the connection owns
+  // it, and a program that ends earlier would free neither.
+  void hangUpAfter(Duration timeout) {
+    deadline_.emplace(executor_, timeout, [weak = weak_from_this()] {
+      if (const auto self = weak.lock()) self->hangUp();
+    });
   }
 
   // Drops the socket. Every operation under way on it ends.
