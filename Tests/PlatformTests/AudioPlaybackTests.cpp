@@ -50,7 +50,9 @@ TEST_F(Playback, NamesDefaultOutput) {
   const std::pair<const char*, std::uint32_t> cases[] = {
       {"device.api=alsa device.bus=pci", platform::transports::builtIn},
       {"device.api=alsa", platform::transports::builtIn},
-      {"device.api=alsa device.bus=pci device.profile.name=hdmi-stereo", platform::transports::hdmi},
+      {"device.api=alsa device.bus=pci device.profile.name=\"HiFi: HDMI1: sink\"",
+       platform::transports::hdmi},
+      {"device.api=alsa device.profile.description=DisplayPort-1", platform::transports::hdmi},
       {"device.api=alsa device.bus=usb", platform::transports::usb},
       {"device.api=bluez5", platform::transports::bluetooth},
       {"device.api=alsa device.bus=firewire", 0},

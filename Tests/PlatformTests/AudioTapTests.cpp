@@ -54,6 +54,24 @@ TEST_F(Tap, GivesEachProcessOneObject) {
   EXPECT_NE(playing(second.pid()), object);
 }
 
+TEST_F(Tap, FindsSandboxedApplication) {
+  const ChildProcess player({TOLVERA_SANDBOX, "org.example.Browser", "paplay", graph_.tone(500, 0.4, 60)});
+  AudioObjectID found = platform::noAudioObject;
+  ASSERT_TRUE(eventually([this, &found] {
+    const auto objects = audioProperty<std::vector<AudioObjectID>>(hardware(), systemAudioObject,
+                                                                   selectors::processObjectList);
+    for (const auto object : objects.value_or(std::vector<AudioObjectID>{}))
+      if (AudioProcesses::string(hardware(), object, selectors::bundleID) == "org.example.Browser")
+        found = object;
+    return found != platform::noAudioObject;
+  }));
+  const auto pid = audioProperty<std::int32_t>(hardware(), found, selectors::processID);
+  EXPECT_GT(pid, 1 << 22) << "the number may be another process's";
+  CoreAudioTapBackend backend{hardware(), system_, clock_, CoreAudioTapBackend::Processes{{found}}};
+  backend.start(recording_.sink());
+  EXPECT_TRUE(hears(500));
+}
+
 TEST_F(Tap, SurvivesChangesOfOutput) {
   graph_.createSink("other");
   const auto player = play(700);

@@ -93,7 +93,7 @@ OSResult<AudioPropertyValue> PipeWireAudioHardware::property(AudioObjectID objec
     value = systemProperty(address);
   } else if (const auto now = snapshot(); const auto* process = now->process(object)) {
     if (address.selector == selectors::processID) value = process->pid;
-    if (address.selector == selectors::bundleID) value = bundleIdentifier(object, process->pid);
+    if (address.selector == selectors::bundleID) value = bundleIdentifier(*process);
     if (address.selector == selectors::isRunningOutput) value = std::uint32_t{process->playing};
   } else if (const auto output = now->outputs.find(object); output != now->outputs.end()) {
     if (address.selector == selectors::transportType) value = output->second.transport;
@@ -130,16 +130,17 @@ PipeWireAudioHardware::systemProperty(const AudioPropertyAddress& address) const
 }
 
 // An identifier is kept once it is known: a process may have none yet.
-AudioPropertyValue PipeWireAudioHardware::bundleIdentifier(AudioObjectID process, std::int32_t pid) const {
+AudioPropertyValue PipeWireAudioHardware::bundleIdentifier(const PipeWireProcesses::Process& process) const {
+  if (!process.application.empty()) return process.application;
   {
     const std::lock_guard guard(mutex_);
-    const auto known = bundleIdentifiers_.find(process);
+    const auto known = bundleIdentifiers_.find(process.id);
     if (known != bundleIdentifiers_.end()) return known->second;
   }
-  const auto identifier = bundleIdentifier_ ? bundleIdentifier_(pid) : std::nullopt;
+  const auto identifier = bundleIdentifier_ ? bundleIdentifier_(process.pid) : std::nullopt;
   if (!identifier) return {};
   const std::lock_guard guard(mutex_);
-  bundleIdentifiers_.emplace(process, *identifier);
+  bundleIdentifiers_.emplace(process.id, *identifier);
   return *identifier;
 }
 

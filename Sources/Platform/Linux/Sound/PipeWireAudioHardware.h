@@ -2,6 +2,7 @@
 
 #include "Platform/AudioHardware.h"
 #include "Platform/Linux/Sound/Graph/PipeWireConnection.h"
+#include "Platform/Linux/Sound/Graph/PipeWireProcesses.h"
 
 #include <functional>
 #include <map>
@@ -65,8 +66,8 @@ class PipeWireAudioHardware final : public platform::AudioHardware, private Pipe
   void publish(std::shared_ptr<const Snapshot> snapshot);
   [[nodiscard]] std::shared_ptr<const Snapshot> snapshot() const;
   [[nodiscard]] Value systemProperty(const platform::AudioPropertyAddress& address) const;
-  [[nodiscard]] platform::AudioPropertyValue bundleIdentifier(platform::AudioObjectID process,
-                                                              std::int32_t pid) const;
+  [[nodiscard]] platform::AudioPropertyValue
+  bundleIdentifier(const PipeWireProcesses::Process& process) const;
   [[nodiscard]] std::map<platform::IOProcID, Proc>::iterator find(platform::AudioObjectID device,
                                                                   platform::IOProcID proc);
 

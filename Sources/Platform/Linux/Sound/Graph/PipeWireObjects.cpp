@@ -27,17 +27,30 @@ std::uint64_t startOf(std::int32_t pid) {
   return at == std::string::npos ? 0 : std::strtoull(text.c_str() + at + 1, nullptr, 10);
 }
 
-// The PulseAudio server connects its clients; each of them names its own process.
+// Above every number that the kernel gives to a process.
+constexpr std::int32_t firstSandboxedPid = 1 << 30;
+
+// The PulseAudio server connects its clients, and each of them names its own process. One in a sandbox names
+// it by a number that is another process's outside; the server then names its application.
+bool isPulse(const spa_dict* properties) {
+  return property(properties, PW_KEY_CLIENT_API) == "pipewire-pulse";
+}
+
+std::string sandboxedApplication(const spa_dict* properties) {
+  return std::string(isPulse(properties) ? property(properties, "pipewire.access.portal.app_id") : "");
+}
+
 std::int32_t pidIn(const spa_dict* properties) {
-  const bool pulse = property(properties, PW_KEY_CLIENT_API) == "pipewire-pulse";
-  return static_cast<std::int32_t>(numberIn(properties, pulse ? PW_KEY_APP_PROCESS_ID : PW_KEY_SEC_PID));
+  return static_cast<std::int32_t>(
+      numberIn(properties, isPulse(properties) ? PW_KEY_APP_PROCESS_ID : PW_KEY_SEC_PID));
 }
 
 } // namespace
 
 struct PipeWireObjects::ClientEntry : PipeWireServerObject<pw_client> {
   ClientEntry(PipeWireConnection& theConnection, const PipeWireConnection::Global& global)
-      : PipeWireServerObject(theConnection, global, PW_VERSION_CLIENT), id(global.id) {
+      : PipeWireServerObject(theConnection, global, PW_VERSION_CLIENT), id(global.id),
+        serial(numberIn(global.properties, PW_KEY_OBJECT_SERIAL)) {
     static const pw_client_events events = [] {
       pw_client_events made{};
       made.version = PW_VERSION_CLIENT_EVENTS;
@@ -51,6 +64,11 @@ struct PipeWireObjects::ClientEntry : PipeWireServerObject<pw_client> {
 
   void onInfo(const pw_client_info& info) {
     if ((info.change_mask & PW_CLIENT_CHANGE_MASK_PROPS) == 0) return;
+    if (auto application = sandboxedApplication(info.props); !application.empty()) {
+      client.process =
+          Process{firstSandboxedPid + static_cast<std::int32_t>(id), serial, std::move(application)};
+      return connection.changed();
+    }
     const std::int32_t pid = pidIn(info.props);
     const bool wasOurs = client.ours;
     const auto* self = reinterpret_cast<pw_proxy*>(pw_core_get_client(connection.core()));
@@ -58,11 +76,12 @@ struct PipeWireObjects::ClientEntry : PipeWireServerObject<pw_client> {
                   property(info.props, PW_KEY_APP_PROCESS_ID) == std::to_string(::getpid());
     const bool same = client.process && client.process->pid == pid;
     if (same && client.ours == wasOurs) return;
-    if (pid > 0) client.process = Process{pid, startOf(pid)};
+    if (pid > 0) client.process = Process{pid, startOf(pid), {}};
     connection.changed();
   }
 
   std::uint32_t id;
+  std::uint64_t serial;
   Client client;
 };
 

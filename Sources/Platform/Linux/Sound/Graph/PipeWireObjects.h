@@ -16,10 +16,14 @@ namespace tolvera::adapters {
 // now. The server uses an id again at once, a serial never while it runs. Under the loop lock.
 class PipeWireObjects {
  public:
-  // A process of the system. Its number may be used again after its end; its start tells it apart.
+  // A process of the system. Its number may be used again after its end; its start tells it apart. Of one in
+  // a sandbox that reaches the server through the PulseAudio socket the true number is not known: its
+  // connection stands for it, with a number that no process has.
   struct Process {
     std::int32_t pid = 0;
-    std::uint64_t started = 0; // clock ticks after the system's start; 0 if unknown
+    std::uint64_t started =
+        0;                   // clock ticks after the system's start, or the connection's serial; 0 if unknown
+    std::string application; // of one in a sandbox: the identifier of its application
     auto operator<=>(const Process&) const = default;
   };
 

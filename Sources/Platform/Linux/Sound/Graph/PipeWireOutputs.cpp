@@ -2,6 +2,8 @@
 
 #include "Async/Log.h"
 
+#include <boost/algorithm/string/predicate.hpp>
+
 #include <initializer_list>
 #include <string_view>
 #include <utility>
@@ -27,14 +29,24 @@ std::string_view first(const Properties& properties, std::initializer_list<std::
   return {};
 }
 
+// Sound that goes with a picture. Profiles say so in several ways ("hdmi-stereo", "HiFi: HDMI1: sink",
+// "HDMI / DisplayPort 1 Output").
+bool isMonitor(const Properties& properties) {
+  for (const char* key : {"device.profile.name", "device.profile.description", "api.alsa.path",
+                          PW_KEY_NODE_NAME, PW_KEY_NODE_DESCRIPTION}) {
+    const std::string_view text = first(properties, {key});
+    for (const char* word : {"hdmi", "displayport"})
+      if (boost::algorithm::icontains(text, word)) return true;
+  }
+  return false;
+}
+
 std::uint32_t transport(const Properties& properties) {
   const std::string_view api = first(properties, {PW_KEY_DEVICE_API});
   const std::string_view bus = first(properties, {PW_KEY_DEVICE_BUS});
   if (api.starts_with("bluez") || bus == "bluetooth") return transports::bluetooth;
   if (bus == "usb") return transports::usb;
-  for (const char* key : {"device.profile.name", "api.alsa.path", "node.name"}) {
-    if (first(properties, {key}).find("hdmi") != std::string_view::npos) return transports::hdmi;
-  }
+  if (isMonitor(properties)) return transports::hdmi;
   // A card on the board itself is on a PCI bus, or on no bus in a system on a chip.
   const bool onBoard = bus.empty() || bus == "pci" || bus == "isa" || bus == "platform";
   return api == "alsa" && onBoard ? transports::builtIn : 0;

@@ -17,7 +17,7 @@ void PipeWireProcesses::update() {
     auto found = known_.find(process);
     if (found == known_.end()) {
       found = known_.emplace(process, ids_.next()).first;
-      pids_.emplace(found->second, process.pid);
+      processes_.emplace(found->second, process);
     }
     if (playback.running) playing.insert(found->second);
   }
@@ -28,7 +28,8 @@ void PipeWireProcesses::update() {
   }
   list_.clear();
   for (const AudioObjectID object : connected) {
-    list_.push_back({object, pids_.at(object), playing.contains(object)});
+    const auto& process = processes_.at(object);
+    list_.push_back({object, process.pid, process.application, playing.contains(object)});
   }
 }
 

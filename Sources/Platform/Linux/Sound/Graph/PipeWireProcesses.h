@@ -7,6 +7,7 @@
 #include <map>
 #include <optional>
 #include <set>
+#include <string>
 #include <vector>
 
 namespace tolvera::adapters {
@@ -28,6 +29,7 @@ class PipeWireProcesses {
   struct Process {
     platform::AudioObjectID id = platform::noAudioObject;
     std::int32_t pid = 0;
+    std::string application; // its identifier, of one in a sandbox
     bool playing = false;
   };
 
@@ -42,7 +44,7 @@ class PipeWireProcesses {
   // In the order in which they were first seen to play.
   [[nodiscard]] const std::vector<Process>& list() const { return list_; }
   // True for every process that has an object, connected or not.
-  [[nodiscard]] bool has(platform::AudioObjectID object) const { return pids_.contains(object); }
+  [[nodiscard]] bool has(platform::AudioObjectID object) const { return processes_.contains(object); }
   // Node ids of the streams of the listed processes, or, for `allOthers`, of all streams but theirs and this
   // program's. Streams that play other streams' sound again are left out.
   [[nodiscard]] std::set<std::uint32_t> playbacks(const std::set<platform::AudioObjectID>& processes,
@@ -52,7 +54,7 @@ class PipeWireProcesses {
   const PipeWireObjects& objects_;
   PipeWireObjectIDs& ids_;
   std::map<PipeWireObjects::Process, platform::AudioObjectID> known_;
-  std::map<platform::AudioObjectID, std::int32_t> pids_;
+  std::map<platform::AudioObjectID, PipeWireObjects::Process> processes_;
   std::vector<Process> list_;
 };
 
