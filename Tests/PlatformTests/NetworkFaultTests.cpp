@@ -33,7 +33,7 @@ class NetworkFault : public NetworkTest {
     options.closeTimeout = 300ms;
     options.unacknowledged = 2s;
     options.keepAliveIdle = options.keepAliveInterval = 1s;
-    options.maxMessageBytes = limit;
+    options.maxBinaryBytes = limit;
     return options;
   }
   static constexpr std::size_t limit = 1U << 20U;
@@ -142,7 +142,9 @@ TEST_F(NetworkFault, DeliversMessagesBeforeTheEnd) {
       {[](Connection& server) { server.close(1011); }, "The server closed the connection (1011)"},
       {[](Connection& server) { server.reset(); }, "The connection to " + where_ + " was reset"},
       {[](Connection& server) { server.sendBinary(std::string(limit + 1, 42)); },
-       where_ + " sent a message of more than 1 MiB"},
+       where_ + " sent a message of more than 1024 KiB"},
+      {[](Connection& server) { server.sendText(std::string(65'537, 'a')); },
+       where_ + " sent a text of more than 64 KiB"},
       {[](Connection& server) { server.sendText("\xff\xfe"); }, where_ + " broke the web socket protocol"},
   };
   for (std::size_t i = 0; i < std::size(cases); ++i) {

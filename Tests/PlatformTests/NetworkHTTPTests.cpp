@@ -23,7 +23,11 @@ TEST_F(NetworkHTTP, CarriesRequestWhole) {
 
 TEST_F(NetworkHTTP, TakesWholeRepliesOfAnyStatus) {
   const std::string elsewhere = "Location: " + server_.url("http", "/elsewhere") + "\r\n";
-  const std::string tooLarge = "The reply of " + where_ + " is over 8 MiB";
+  const std::string tooLarge = "The reply of " + where_ + " is over 256 KiB";
+  const std::string chunked = "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n";
+  const std::string endless(300'000, '0');
+  std::string small = chunked; // each chunk is small, and all together are not
+  for (int i = 0; i < 3'000; ++i) small += "1;" + std::string(100, 'a') + "\r\nx\r\n";
   const std::pair<std::string, std::string> cases[] = {
       {"HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n2\r\nsa\r\n2\r\nid\r\n0\r\n\r\n", "200 said"},
       {"HTTP/1.1 100 Continue\r\n\r\nHTTP/1.1 401 No\r\nContent-Length: 4\r\n\r\nsaid", "401 said"},
@@ -33,12 +37,16 @@ TEST_F(NetworkHTTP, TakesWholeRepliesOfAnyStatus) {
       {"\x01\x02 garbage \xff\r\n\r\n", where_ + " did not answer in HTTP"},
       {"HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\nshort", where_ + " ended the connection"},
       {"HTTP/1.1 200 OK\r\nContent-Length: 99999999\r\n\r\n", tooLarge},
-      {"HTTP/1.1 200 OK\r\nA: " + std::string(70'000, 'a'), tooLarge},
+      {"HTTP/1.1 200 OK\r\nA: " + endless, tooLarge},
+      {chunked + "1;" + endless, tooLarge},
+      {chunked + "0\r\nA: " + endless, tooLarge},
+      {chunked + endless, tooLarge},
+      {small, tooLarge},
       {"", where_ + " ended the connection"},
   };
   for (const auto& [reply, expected] : cases) {
     server_.onRequest([&reply](const auto&) { return Reply::raw(reply); });
-    EXPECT_EQ(run(session_.data(get(server_.url("http")))), expected);
+    EXPECT_EQ(run(session_.data(get(server_.url("http")))), expected) << reply.substr(0, 60);
   }
   EXPECT_EQ(server_.requests().size(), std::size(cases)) << "no redirect is followed";
 }

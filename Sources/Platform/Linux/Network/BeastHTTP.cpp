@@ -6,7 +6,7 @@
 #include <boost/asio/redirect_error.hpp>
 #include <boost/beast/core/flat_buffer.hpp>
 #include <boost/beast/http/empty_body.hpp>
-#include <boost/beast/http/read.hpp>
+#include <boost/beast/http/parser.hpp>
 #include <boost/beast/http/string_body.hpp>
 #include <boost/beast/http/write.hpp>
 
@@ -20,8 +20,6 @@ namespace http = boost::beast::http;
 using ErrorCode = boost::system::error_code;
 using Request = http::request<http::string_body>;
 using Parser = http::response_parser<http::string_body>;
-
-constexpr std::uint32_t maxHeaderBytes = 64U << 10U;
 
 bool isToken(std::string_view text) {
   constexpr std::string_view marks = "!#$%&'*+-.^_`|~";
@@ -61,9 +59,10 @@ Request compose(const platform::HTTPRequest& from, const Endpoint& endpoint, con
 }
 
 platform::PlatformError readFailure(const Endpoint& endpoint, ErrorCode error, std::size_t limit) {
-  if (error == http::error::body_limit || error == http::error::header_limit) {
+  if (error == http::error::body_limit || error == http::error::header_limit ||
+      error == http::error::buffer_overflow) {
     return transportError(TransportError::tooLarge, "The reply of " + endpoint.where() + " is over " +
-                                                        std::to_string(limit >> 20U) + " MiB");
+                                                        std::to_string(limit >> 10U) + " KiB");
   }
   const bool cutShort = error == http::error::end_of_stream || error == http::error::partial_message;
   if (!cutShort && error.category() == make_error_code(http::error::bad_version).category()) {
@@ -72,26 +71,58 @@ platform::PlatformError readFailure(const Endpoint& endpoint, ErrorCode error, s
   return connectionLost(endpoint.where(), error);
 }
 
-// Reads up to the final reply, past informational ones such as 100.
-Task<ErrorCode> readReply(AnyStream& stream, std::optional<Parser>& parser, bool bodiless,
-                          std::size_t limit) {
-  boost::beast::flat_buffer buffer;
-  ErrorCode error;
-  auto token = boost::asio::redirect_error(boost::asio::use_awaitable, error);
-  for (int informational = 0; informational < 8; ++informational) {
-    parser.emplace();
-    parser->body_limit(limit);
-    parser->header_limit(maxHeaderBytes);
-    parser->skip(bodiless);
-    co_await http::async_read_header(stream, buffer, *parser, token);
-    if (error) co_return error;
-    if (http::to_status_class(parser->get().result()) != http::status_class::informational) {
-      co_await http::async_read(stream, buffer, *parser, token);
-      co_return error;
-    }
+// A reply on its way. All that is read counts towards the limit: headers, extensions of chunks and trailers
+// too, which the parser itself takes without end.
+class ReplyReader {
+ public:
+  ReplyReader(AnyStream& stream, std::size_t limit) : stream_(stream), limit_(limit), buffer_(limit + 1) {}
+
+  // Reads up to the final reply, past informational ones such as 100.
+  Task<ErrorCode> read(std::optional<Parser>& parser, bool bodiless) {
+    do {
+      parser.emplace();
+      parser->eager(true);
+      parser->body_limit(limit_);
+      parser->header_limit(static_cast<std::uint32_t>(limit_));
+      parser->skip(bodiless);
+      while (!parser->is_done()) {
+        ErrorCode error = parse(*parser);
+        if (!error && !parser->is_done()) error = co_await readMore(*parser);
+        if (error) co_return error;
+      }
+    } while (http::to_status_class(parser->get().result()) == http::status_class::informational);
+    co_return ErrorCode();
   }
-  co_return make_error_code(http::error::bad_status);
-}
+
+ private:
+  ErrorCode parse(Parser& parser) {
+    ErrorCode error;
+    while (buffer_.size() > 0 && !error && !parser.is_done())
+      buffer_.consume(parser.put(buffer_.cdata(), error));
+    return error == http::error::need_more ? ErrorCode() : error;
+  }
+
+  Task<ErrorCode> readMore(Parser& parser) {
+    constexpr std::size_t block = 16384;
+    ErrorCode error;
+    auto token = boost::asio::redirect_error(boost::asio::use_awaitable, error);
+    const auto room = buffer_.prepare(std::min(block, limit_ + 1 - read_));
+    const std::size_t count = co_await stream_.async_read_some(room, token);
+    buffer_.commit(count);
+    read_ += count;
+    if (error == boost::asio::error::eof && parser.got_some()) {
+      error = {};
+      parser.put_eof(error);
+    }
+    if (!error && read_ > limit_) error = http::error::body_limit;
+    co_return error;
+  }
+
+  AnyStream& stream_;
+  const std::size_t limit_;
+  std::size_t read_ = 0;
+  boost::beast::flat_buffer buffer_;
+};
 
 Task<platform::HTTPResponse> exchangeUntraced(platform::HTTPRequest request,
                                               std::shared_ptr<BeastEnvironment> environment) {
@@ -109,11 +140,12 @@ Task<platform::HTTPResponse> exchangeUntraced(platform::HTTPRequest request,
     // A server may refuse a body half way and say so. Its answer then tells more than the failed write.
     const auto unsent = error;
     std::optional<Parser> parser;
-    error = co_await readReply(stream, parser, request.method == "HEAD", options.maxBodyBytes);
+    ReplyReader reader(stream, options.maxReplyBytes);
+    error = co_await reader.read(parser, request.method == "HEAD");
     if (deadline.expired()) throw noAnswer(endpoint.where(), request.timeout);
     if (error && unsent) throw connectionLost(endpoint.where(), unsent);
     if (error == boost::asio::error::operation_aborted) throw boost::system::system_error(error);
-    if (error) throw readFailure(endpoint, error, options.maxBodyBytes);
+    if (error) throw readFailure(endpoint, error, options.maxReplyBytes);
     auto reply = parser->release();
     platform::HTTPResponse response;
     response.status = static_cast<int>(reply.result_int());

@@ -36,9 +36,14 @@ struct BeastOptions {
   std::chrono::seconds keepAliveInterval{5};
   int keepAliveProbes = 2;
 
-  std::size_t maxMessageBytes = 16U << 20U; // of a web socket message received
-  std::size_t maxBodyBytes = 8U << 20U;     // of an HTTP reply
-  std::string userAgent = "Tolvera";        // of HTTP requests; a web socket sends none
+  // What a broken or hostile service may send; beyond it the connection ends with an error.
+  std::size_t maxTextBytes = 64U << 10U;   // a text is a caption, hundreds of times longer than one is spoken
+  std::size_t maxBinaryBytes = 4U << 20U;  // a binary message is sound of the dub, a minute and a half of it
+  std::size_t maxReplyBytes = 256U << 10U; // an HTTP reply, header and framing included, is an account
+  // How fast messages are read; the rest waits in the socket. Captions come a few times a second.
+  double messagesPerSecond = 1000;
+  double bytesPerSecond = 4e6;
+  std::string userAgent = "Tolvera"; // of HTTP requests; a web socket sends none
 };
 
 struct BeastEnvironment;
@@ -51,9 +56,9 @@ struct BeastEnvironment;
 // answer that is not HTTP is a PlatformError (`notHTTP`), so `status` is never absent. Cancelling the caller
 // of `data` ends the exchange.
 //
-// A web socket keeps reading while it is open, and holds up to a few MiB of messages until they are
-// received; beyond that it stops reading. Dropping the last reference to an open connection closes it with
-// code 1001 in the background.
+// A web socket keeps reading while it is open, at the pace of the options, and holds up to a few MiB of
+// messages until they are received; beyond that it stops reading. Dropping the last reference to an open
+// connection closes it with code 1001 in the background.
 class BeastURLSession final : public platform::URLSession {
  public:
   // `background` runs the HTTP exchanges. Its context outlives this object and all exchanges.

@@ -4,7 +4,9 @@
 #include "Async/Spawn.h"
 #include "Async/Suspension.h"
 #include "Platform/Linux/Network/BeastErrors.h"
+#include "Platform/Linux/Network/BeastWebSocketErrors.h"
 #include "Platform/Linux/Network/BeastWebSocketWaiter.h"
+#include "Platform/Linux/Network/ReadingPace.h"
 
 #include <boost/asio/dispatch.hpp>
 #include <boost/asio/redirect_error.hpp>
@@ -51,8 +53,8 @@ platform::PlatformError closedHere() {
 } // namespace
 
 // One web socket, on its executor. Sends and receives wait in queues, so that a caller's cancellation does
-// not reach the socket. While the connection is open a read is under way. It is never cancelled: it ends
-// with the close handshake or with the socket.
+// not reach the socket. While the connection is open a read is under way, but for the rests that its pace
+// asks for. It is never cancelled: it ends with the close handshake or with the socket.
 class WebSocketConnection : public std::enable_shared_from_this<WebSocketConnection> {
  public:
   WebSocketConnection(std::shared_ptr<BeastEnvironment> environment, Executor serial, platform::URL url)
@@ -138,7 +140,7 @@ class WebSocketConnection : public std::enable_shared_from_this<WebSocketConnect
     const auto& options = self->environment_->options;
     auto& socket = *self->socket_;
     socket.auto_fragment(false);
-    socket.read_message_max(options.maxMessageBytes);
+    socket.read_message_max(std::max(options.maxTextBytes, options.maxBinaryBytes));
     const auto target = requestTarget(self->url_);
 
     websocket::response_type response;
@@ -147,28 +149,10 @@ class WebSocketConnection : public std::enable_shared_from_this<WebSocketConnect
     auto token = boost::asio::redirect_error(boost::asio::use_awaitable, error);
     co_await socket.async_handshake(response, endpoint.hostHeader(), target, token);
     if (deadline.expired()) throw noAnswer(self->where_, options.upgradeTimeout);
-    if (error) throw self->upgradeFailure(error, response);
+    if (error) throw upgradeFailure(self->where_, error, response);
     // From here on this limits how long a closing handshake of the peer may take.
     socket.set_option(
         websocket::stream_base::timeout{options.closeTimeout, websocket::stream_base::none(), false});
-  }
-
-  [[nodiscard]] PlatformError upgradeFailure(ErrorCode error,
-                                             const websocket::response_type& response) const {
-    if (error == websocket::error::upgrade_declined) {
-      return transportError(TransportError::upgradeRefused, "The server answered " +
-                                                                std::to_string(response.result_int()) +
-                                                                " to the web socket request");
-    }
-    const bool cutShort =
-        error == beast::http::error::end_of_stream || error == beast::http::error::partial_message;
-    const bool isHTTP = error.category() == make_error_code(beast::http::error::bad_version).category();
-    const bool isUpgrade = error.category() == make_error_code(websocket::error::closed).category();
-    if ((isHTTP && !cutShort) || isUpgrade || error == beast::error::timeout) {
-      return transportError(TransportError::notHTTP,
-                            where_ + " gave no valid answer to the web socket request");
-    }
-    return connectionLost(where_, error);
   }
 
   void enqueue(WaiterPointer waiter) {
@@ -224,7 +208,7 @@ class WebSocketConnection : public std::enable_shared_from_this<WebSocketConnect
   }
 
   void readNext() {
-    if (phase_ != Phase::open || reading_ || inboxBytes_ >= maxInboxBytes ||
+    if (phase_ != Phase::open || reading_ || resting_ || inboxBytes_ >= maxInboxBytes ||
         inbox_.size() >= maxInboxMessages) {
       return;
     }
@@ -237,13 +221,30 @@ class WebSocketConnection : public std::enable_shared_from_this<WebSocketConnect
     reading_ = false;
     if (error) {
       hangUp();
-      if (phase_ == Phase::open) fail(readFailure(error));
+      if (phase_ == Phase::open) fail(failureOfRead(error));
       return;
     }
-    if (phase_ == Phase::open) take(message());
+    if (phase_ == Phase::open) {
+      if (socket_->got_text() && buffer_.size() > environment_->options.maxTextBytes) {
+        hangUp();
+        return fail(tooLarge(where_, true, environment_->options));
+      }
+      rest(pace_.pauseAfter(buffer_.size(), environment_->options));
+      take(message());
+    }
     buffer_.consume(buffer_.size());
     if (buffer_.capacity() > keptReadBufferBytes) buffer_.shrink_to_fit();
     readNext(); // while closing, the close handshake reads on
+  }
+
+  void rest(Duration pause) {
+    if (pause == Duration::zero()) return;
+    resting_.emplace(executor_, pause, [weak = weak_from_this()] {
+      const auto self = weak.lock();
+      if (!self) return;
+      self->resting_.reset();
+      self->readNext();
+    });
   }
 
   [[nodiscard]] Message message() const {
@@ -265,25 +266,10 @@ class WebSocketConnection : public std::enable_shared_from_this<WebSocketConnect
     waiter->succeed();
   }
 
-  [[nodiscard]] PlatformError readFailure(ErrorCode error) const {
-    // After a goodbye the connection may end with any error. (A control callback would tell a goodbye for
-    // sure, but with one, a close from both sides can block Beast's two operations for ever.)
-    const auto reason = socket_->reason();
-    if (error == websocket::error::closed || reason.code != websocket::close_code::none) {
-      const auto code = reason.code == websocket::close_code::none ? std::string("without a code")
-                                                                   : std::to_string(reason.code);
-      return transportError(TransportError::closedByPeer, "The server closed the connection (" + code + ")");
-    }
-    if (error == websocket::error::message_too_big || error == websocket::error::buffer_overflow) {
-      const auto limit = environment_->options.maxMessageBytes >> 20U;
-      return transportError(TransportError::tooLarge,
-                            where_ + " sent a message of more than " + std::to_string(limit) + " MiB");
-    }
-    if (error.category() == make_error_code(websocket::error::closed).category()) {
-      return transportError(TransportError::notHTTP, where_ + " broke the web socket protocol");
-    }
+  [[nodiscard]] PlatformError failureOfRead(ErrorCode error) const {
     const bool endedByUs = error == boost::asio::error::operation_aborted;
-    return connectionLost(where_, endedByUs && writeFailure_ ? *writeFailure_ : error);
+    return readFailure(where_, endedByUs && writeFailure_ ? *writeFailure_ : error,
+                       {socket_->reason(), socket_->got_text()}, environment_->options);
   }
 
   // All waiting callers fail, and later ones will. The first reason stays.
@@ -329,6 +315,7 @@ class WebSocketConnection : public std::enable_shared_from_this<WebSocketConnect
   void hangUp() {
     if (socket_) socket_->next_layer().close();
     deadline_.reset();
+    resting_.reset();
   }
 
   const std::shared_ptr<BeastEnvironment> environment_;
@@ -349,6 +336,8 @@ class WebSocketConnection : public std::enable_shared_from_this<WebSocketConnect
   std::size_t inboxBytes_ = 0;
   beast::flat_buffer buffer_;
   bool reading_ = false;
+  ReadingPace pace_;
+  std::optional<Deadline> resting_;  // until the next read
   std::optional<Deadline> deadline_; // after which the socket is dropped
 };
 
