@@ -2,7 +2,9 @@
 
 #include "Platform/AudioFormat.h"
 
+#include <cstdint>
 #include <memory>
+#include <optional>
 
 namespace tolvera::platform {
 
@@ -16,6 +18,9 @@ class AudioPlayerNode {
   virtual void play() = 0;
   // Is silent at once: drops the queue and the buffer in progress.
   virtual void stop() = 0;
+  // A buffer for sound that is to be scheduled. Absent if there is no memory, or if with it more would wait
+  // than the system queues, a minute or so: sound that comes faster than it is heard is lost.
+  virtual std::optional<AudioPCMBuffer> makeBuffer(const AudioFormat& format, std::uint32_t frames) = 0;
   // Appends to the queue and returns at once. The buffer has the format of the node's connection.
   virtual void scheduleBuffer(AudioPCMBuffer buffer) = 0;
 

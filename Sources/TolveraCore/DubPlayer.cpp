@@ -21,10 +21,10 @@ Duration durationOf(std::size_t samples) {
   return std::chrono::duration_cast<Duration>(seconds);
 }
 
-std::optional<AudioPCMBuffer> bufferOf(const std::vector<float>& samples,
+std::optional<AudioPCMBuffer> bufferOf(const std::vector<float>& samples, platform::AudioPlayerNode& node,
                                        const platform::AudioFormat& format) {
   if (samples.size() > std::numeric_limits<std::uint32_t>::max()) return std::nullopt;
-  auto buffer = AudioPCMBuffer::make(format, static_cast<std::uint32_t>(samples.size()));
+  auto buffer = node.makeBuffer(format, static_cast<std::uint32_t>(samples.size()));
   float* channel = buffer ? buffer->channel(0) : nullptr;
   if (channel == nullptr) return std::nullopt;
   buffer->setFrameLength(buffer->frameCapacity());
@@ -57,7 +57,7 @@ void DubPlayer::start() {
 void DubPlayer::play(const std::vector<float>& samples) {
   const std::scoped_lock lock(lock_);
   if (!running_ || samples.empty()) return;
-  auto buffer = bufferOf(samples, format_);
+  auto buffer = bufferOf(samples, *node_, format_);
   if (!buffer) return;
   speakingUntil_ = std::max(speakingUntil_, clock_.now()) + durationOf(samples.size()) + margin;
   node_->scheduleBuffer(*std::move(buffer));

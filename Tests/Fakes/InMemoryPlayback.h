@@ -15,9 +15,10 @@ namespace tolvera::test {
 class InMemoryPlayback final : public platform::AudioPlayback {
  public:
   std::optional<platform::PlatformError> startFailure; // read on each start
-  std::vector<float> queued;    // what was scheduled where it would be heard, less what a stop dropped
-  double sampleRate = 0;        // of the node's connection, 0 without one
-  std::atomic<float> volume{1}; // of the node
+  std::vector<float> queued;          // what was scheduled where it would be heard, less what a stop dropped
+  std::size_t queueLimit = 1'000'000; // samples
+  double sampleRate = 0;              // of the node's connection, 0 without one
+  std::atomic<float> volume{1};       // of the node
 
   // An engine runs with a node that plays.
   [[nodiscard]] bool playing() const { return engineRuns_ && nodePlays_ && sampleRate > 0; }
@@ -52,6 +53,11 @@ class InMemoryPlayback final : public platform::AudioPlayback {
     void stop() override {
       system.nodePlays_ = false;
       system.queued.clear();
+    }
+    std::optional<platform::AudioPCMBuffer> makeBuffer(const platform::AudioFormat& format,
+                                                       std::uint32_t frames) override {
+      if (system.queued.size() + frames > system.queueLimit) return std::nullopt;
+      return platform::AudioPCMBuffer::make(format, frames);
     }
     void scheduleBuffer(platform::AudioPCMBuffer buffer) override {
       const float* samples = std::as_const(buffer).channel(0);

@@ -1,3 +1,4 @@
+#include "Platform/Linux/Sound/PipeWireSoundQueue.h"
 #include "PlatformTests/AudioGraphFixture.h"
 
 namespace tolvera::test {
@@ -33,6 +34,30 @@ TEST_F(Playback, DropsQueueWhenStopped) {
   dub_.start();
   dub_.play(sine(700, 30));
   EXPECT_TRUE(eventually([this] { return recording_.hears(700, 0.15) && !recording_.hears(1000, 0.01); }));
+}
+
+TEST_F(Playback, QueuesAMinuteAtMost) {
+  constexpr platform::AudioFormat format{24'000, 1};
+  const auto node = system_.playback().makePlayerNode();
+  const auto fits = [&](std::uint32_t frames) {
+    auto buffer = node->makeBuffer(format, frames);
+    if (buffer) buffer->setFrameLength(frames);
+    if (buffer) node->scheduleBuffer(*std::move(buffer));
+    return buffer.has_value();
+  };
+  for (int second = 0; second < 60; ++second) EXPECT_TRUE(fits(24'000));
+  EXPECT_FALSE(fits(1));
+  node->stop();
+  EXPECT_TRUE(fits(60 * 24'000));
+
+  adapters::PipeWireSoundQueue queue; // what was played makes room
+  std::vector<float> heard(150);
+  float* const plane = heard.data();
+  for (int i = 0; i < 2; ++i) queue.push(platform::AudioPCMBuffer::borrow(24'000, heard.data(), 100));
+  queue.read(&plane, 1, 150);
+  EXPECT_EQ(queue.waiting(), 50U);
+  queue.read(&plane, 1, 150);
+  EXPECT_EQ(queue.waiting(), 0U);
 }
 
 TEST_F(Playback, FollowsDefaultOutput) {

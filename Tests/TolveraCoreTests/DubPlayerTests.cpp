@@ -40,6 +40,15 @@ TEST_F(Dub, PlaysOnlyBetweenStartAndStop) {
   }
 }
 
+TEST_F(Dub, DropsWhatThePlatformDoesNotTake) {
+  playback.queueLimit = 24'000;
+  player.start();
+  player.play(std::vector<float>(24'000));
+  player.play(std::vector<float>(24'000)); // holds the microphone back no longer
+  clock.moveTo(clock.now() + 1400ms);
+  EXPECT_FALSE(player.isSpeaking());
+}
+
 TEST_F(Dub, AnswersCaptureThreadWhilePlaying) {
   player.start();
   std::atomic<int> spoken = 0;

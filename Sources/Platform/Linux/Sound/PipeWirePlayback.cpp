@@ -13,6 +13,9 @@ using platform::AudioPCMBuffer;
 
 namespace {
 
+// Speech that is heard a minute late is of no use, and a service that sends faster must not fill the memory.
+constexpr double longestQueue = 60; // s
+
 class PlayerNode final : public platform::AudioPlayerNode {
  public:
   void play() override {
@@ -22,6 +25,11 @@ class PlayerNode final : public platform::AudioPlayerNode {
   void stop() override {
     voice->playing.store(false, std::memory_order_release);
     voice->queue.drop();
+  }
+  std::optional<AudioPCMBuffer> makeBuffer(const AudioFormat& format, std::uint32_t frames) override {
+    const double waiting = static_cast<double>(voice->queue.waiting()) + frames;
+    if (waiting > format.sampleRate * longestQueue) return std::nullopt;
+    return AudioPCMBuffer::make(format, frames);
   }
   void scheduleBuffer(AudioPCMBuffer buffer) override {
     voice->queue.push(std::move(buffer));

@@ -10,7 +10,12 @@ namespace tolvera::adapters {
 struct PipeWireSoundQueue::Item {
   std::optional<platform::AudioPCMBuffer> buffer; // none in the very first
   std::uint64_t sequence = 0;
+  std::uint64_t framesBefore = 0; // of all items before it
   std::atomic<Item*> next{nullptr};
+
+  [[nodiscard]] std::uint64_t framesThrough() const {
+    return framesBefore + (buffer ? buffer->frameLength() : 0);
+  }
 };
 
 PipeWireSoundQueue::PipeWireSoundQueue() : first_(new Item), last_(first_), current_(first_) {}
@@ -30,6 +35,7 @@ void PipeWireSoundQueue::push(platform::AudioPCMBuffer buffer) noexcept {
   if (item == nullptr) return;
   item->buffer = std::move(buffer);
   item->sequence = last_->sequence + 1;
+  item->framesBefore = last_->framesThrough();
   pushed_.store(item->sequence, std::memory_order_release);
   last_->next.store(item, std::memory_order_release);
   last_ = item;
@@ -37,7 +43,12 @@ void PipeWireSoundQueue::push(platform::AudioPCMBuffer buffer) noexcept {
 
 void PipeWireSoundQueue::drop() noexcept {
   dropped_.store(last_->sequence, std::memory_order_release);
+  framesDropped_ = last_->framesThrough();
   free();
+}
+
+std::uint64_t PipeWireSoundQueue::waiting() const noexcept {
+  return last_->framesThrough() - std::max(framesRead_.load(std::memory_order_acquire), framesDropped_);
 }
 
 bool PipeWireSoundQueue::hasSound() const noexcept {
@@ -73,6 +84,7 @@ std::size_t PipeWireSoundQueue::read(float* const* planes, std::uint32_t channel
     position_ += static_cast<std::uint32_t>(count);
     done += count;
   }
+  framesRead_.store(item->framesBefore + position_, std::memory_order_release);
   for (std::uint32_t c = 0; c < channels; ++c) std::fill_n(planes[c] + done, frames - done, 0.0F);
   return done;
 }

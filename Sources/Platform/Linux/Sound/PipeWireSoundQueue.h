@@ -19,6 +19,8 @@ class PipeWireSoundQueue {
   // Writer. A buffer for which there is no memory is dropped.
   void push(platform::AudioPCMBuffer buffer) noexcept;
   void drop() noexcept; // all that was pushed, the buffer in progress included
+  // Writer. Frames that were pushed and are neither read nor dropped.
+  [[nodiscard]] std::uint64_t waiting() const noexcept;
   // Any thread: true if there is sound to read.
   [[nodiscard]] bool hasSound() const noexcept;
 
@@ -33,8 +35,10 @@ class PipeWireSoundQueue {
 
   Item* first_; // writer: the oldest item that is not freed
   Item* last_;
-  std::atomic<Item*> current_; // reader: the items before it may be freed
-  std::uint32_t position_ = 0; // reader: frames of the current item that were read
+  std::uint64_t framesDropped_ = 0; // writer: all that were pushed before the last drop
+  std::atomic<Item*> current_;      // reader: the items before it may be freed
+  std::uint32_t position_ = 0;      // reader: frames of the current item that were read
+  std::atomic<std::uint64_t> framesRead_{0};
   // Sequence numbers of the last item that was pushed, that was dropped, that was read to its end.
   std::atomic<std::uint64_t> pushed_{0};
   std::atomic<std::uint64_t> dropped_{0};
