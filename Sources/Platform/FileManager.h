@@ -17,7 +17,7 @@ class FileManager {
   // Makes `directory` and its parents. Only its owner can read it, from its first moment; an existing one is
   // closed to others. True if it exists afterwards.
   virtual bool createPrivateDirectory(const std::filesystem::path& directory) = 0;
-  // The whole file; nothing if it cannot be read.
+  // The whole file; nothing if it cannot be read. One that others could read is closed to them.
   [[nodiscard]] virtual std::optional<std::string> contents(const std::filesystem::path& file) const = 0;
   // Replaces `file` by one with this content, whole and on disk, or not at all. Only its owner can read it,
   // from its first moment. A symbolic link in its place is replaced. True on success.

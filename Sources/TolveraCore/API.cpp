@@ -11,6 +11,7 @@
 #include <boost/json/value.hpp>
 #include <boost/mp11/algorithm.hpp>
 
+#include <algorithm>
 #include <cerrno>
 #include <cmath>
 #include <utility>
@@ -92,6 +93,15 @@ void read(const json::value& from, std::string_view name, Record& into) {
   const auto& members = object(from, name);
   boost::mp11::mp_for_each<boost::describe::describe_members<Record, boost::describe::mod_public>>(
       [&](auto field) { readMember(members, field.name, into.*field.pointer); });
+}
+
+// A token travels in a header and an address, and lies in a file of one line. One that does not would lock
+// its user out at every later start.
+void read(const json::value& from, std::string_view name, API::Signup& into) {
+  read<API::Signup>(from, name, into);
+  const auto visible = [](char c) { return c > ' ' && c <= '~'; };
+  const bool fits = !into.token.empty() && into.token.size() <= API::longestToken;
+  if (!fits || !std::ranges::all_of(into.token, visible)) reject("token");
 }
 
 template<typename T>

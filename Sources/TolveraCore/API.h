@@ -3,6 +3,7 @@
 #include "Async/Task.h"
 #include "Platform/URLSession.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <optional>
@@ -19,8 +20,10 @@ namespace tolvera {
 // the transport's PlatformError if there was no reply.
 class API {
  public:
+  static constexpr std::size_t longestToken = 4096; // bytes; headers and addresses carry no more everywhere
+
   struct Signup {
-    std::string token;
+    std::string token; // 1 to `longestToken` visible ASCII characters
     double secondsLeft = 0;
     bool operator==(const Signup&) const = default;
   };

@@ -28,7 +28,7 @@ class InMemoryModel {
   InMemoryModel() {
     in_.userDefaults.values = {
         {"seenOnboarding", true}, {"uiLanguage", "english"}, {"captureMode", "mic"}, {"target", "es"}};
-    in_.network.reply("/api/signup", 200, R"({"token":"secret token","secondsLeft":3600})");
+    in_.network.reply("/api/signup", 200, R"({"token":"secret-token","secondsLeft":3600})");
     in_.network.reply("/api/me", 200, accountReply(3600));
     make();
   }

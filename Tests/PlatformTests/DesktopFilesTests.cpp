@@ -45,6 +45,9 @@ TEST_F(Files, StayPrivateUnderAnyMask) {
   for (const mode_t mask : {0000U, 0022U, 0777U}) {
     const fs::path directory = root / std::to_string(mask);
     put(file, "old");
+    fs::permissions(file, fs::perms(0644));
+    EXPECT_EQ(files.contents(file), "old");
+    EXPECT_EQ(modeOf(file), 0600U) << "others could read it";
     ::umask(mask);
     EXPECT_TRUE(files.createPrivateDirectory(directory / "leaf"));
     for (const auto& each : {file, directory / "leaf/file"}) {

@@ -120,5 +120,22 @@ TEST(ParseURL, ReadsWhatBrowsersOpen) {
     EXPECT_FALSE(platform::parseURL(text)) << text;
 }
 
+TEST_F(APIClient, TakesTokensOfVisibleCharacters) {
+  const std::pair<std::string, bool> tokens[] = {{std::string(4096, '~'), true},
+                                                 {"", false},
+                                                 {std::string(4097, '~'), false},
+                                                 {"a b", false},
+                                                 {"é", false},
+                                                 {"a\\u0000", false},
+                                                 {"a\\r\\nX-Other: 1", false}};
+  for (const auto& [token, fits] : tokens) {
+    network_.reply("/api/signup", 200, "{\"token\":\"" + token + "\",\"secondsLeft\":1}");
+    if (fits)
+      EXPECT_EQ(loop_.run(api_.signup()).token, token);
+    else
+      EXPECT_THROW(loop_.run(api_.signup()), API::DecodingError) << token;
+  }
+}
+
 } // namespace
 } // namespace tolvera

@@ -16,7 +16,7 @@ class Account : public test::ModelFixture {
 
 TEST_F(Account, FirstUseSignsUp) {
   launch();
-  EXPECT_EQ(stored(), "secret token");
+  EXPECT_EQ(stored(), "secret-token");
   launch(); // the token outlives the program
   EXPECT_EQ(app_->secondsLeft(), 3600);
   EXPECT_EQ(in_.network.requestCount("/api/signup"), 1U);
@@ -27,7 +27,7 @@ TEST_F(Account, UnknownTokenIsDropped) {
   in_.network.reply("/api/me", 401, R"({"error":"who?"})");
   auto& model = launch();
   EXPECT_FALSE(model.me());
-  EXPECT_EQ(stored(), "secret token") << "before the first reply it is replaced at once";
+  EXPECT_EQ(stored(), "secret-token") << "before the first reply it is replaced at once";
   EXPECT_EQ(model.secondsLeft(), 3600) << "as the signup granted";
   account(1000);
   loseToken();
@@ -40,7 +40,7 @@ TEST_F(Account, RefusalsChangeNothing) {
   for (const auto& [status, body] : {std::pair{500, "oops"}, {200, "{}"}}) {
     in_.network.reply("/api/me", status, body);
     in_.loop.run(model.refreshAccount());
-    EXPECT_EQ(stored(), "secret token");
+    EXPECT_EQ(stored(), "secret-token");
     EXPECT_EQ(model.secondsLeft(), 3600);
   }
   for (const auto& [status, body] :
@@ -82,7 +82,7 @@ TEST_F(Account, PagesAreWatchedUntilAChange) {
   in_.network.reply("/api/me", 200, test::accountReply(12));
   in_.loop.run(model.signOut());
   EXPECT_FALSE(model.isSignedIn());
-  EXPECT_EQ(stored(), "secret token");
+  EXPECT_EQ(stored(), "secret-token");
 
   for (const auto* base : {"http://127.0.0.1:1", "HTTP://127.0.0.1:1/ "}) {
     settings().setServerURL(base);

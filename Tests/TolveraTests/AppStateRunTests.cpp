@@ -26,7 +26,7 @@ TEST_F(Run, OpensTheSessionOfTheSettings) {
   ready(3000);
   EXPECT_EQ(phases, "starting connecting live ");
   EXPECT_EQ(connection().url.buffer(), "ws://127.0.0.1:18790/livetranslate/ws"
-                                       "?token=secret%20token&target=es&source=auto&dub=0&src=1&voice=Tina");
+                                       "?token=secret-token&target=es&source=auto&dub=0&src=1&voice=Tina");
   translation("hola");
   start(); // a second start changes nothing
   EXPECT_EQ(phase() + lines(), "live|hola[]|");

@@ -137,8 +137,15 @@ TEST(TokenStore, KeepsOneFileForEachServer) {
   EXPECT_EQ(TokenStore::load(files, "https://example.org"), "second");
   TokenStore::clear(files, "https://example.org");
   EXPECT_FALSE(TokenStore::load(files, "https://example.org"));
-  const std::pair<const char*, std::optional<std::string>> contents[] = {
-      {" \t to ken\r\n\n", "to ken"}, {"", ""}, {"\n \n", ""}, {"\xff\xfe token", std::nullopt}};
+  const std::pair<std::string, std::optional<std::string>> contents[] = {
+      {" \t to ken\r\n\n", "to ken"},
+      {"", ""},
+      {"\n \n", ""},
+      {"\xff\xfe token", std::nullopt},
+      {"a\r\nb", std::nullopt},
+      {"a\x1b[b", std::nullopt},
+      {std::string(4096, 'a'), std::string(4096, 'a')},
+      {std::string(4097, 'a'), std::nullopt}};
   for (const auto& [content, token] : contents) {
     files.files[localFile] = content;
     EXPECT_EQ(TokenStore::load(files, local), token) << content;

@@ -1,5 +1,7 @@
 #include "Tolvera/Model/TokenStore.h"
 
+#include "TolveraCore/API.h"
+
 #include <QByteArrayView>
 #include <QString>
 #include <QStringDecoder>
@@ -26,11 +28,15 @@ std::filesystem::path file(const platform::FileManager& files, std::string_view 
 
 std::optional<std::string> TokenStore::load(const platform::FileManager& files, std::string_view server) {
   const auto content = files.contents(file(files, server));
-  if (!content) return std::nullopt;
+  if (!content || content->size() > API::longestToken) return std::nullopt;
   QStringDecoder utf8(QStringDecoder::Utf8);
   const QString text = utf8(QByteArrayView(content->data(), static_cast<qsizetype>(content->size())));
   if (utf8.hasError()) return std::nullopt;
-  return text.trimmed().toStdString();
+  const QString token = text.trimmed();
+  // No header would carry it, so it is as good as none.
+  const auto isControl = [](QChar c) { return c.category() == QChar::Other_Control; };
+  if (std::ranges::any_of(token, isControl)) return std::nullopt;
+  return token.toStdString();
 }
 
 void TokenStore::save(platform::FileManager& files, std::string_view token, std::string_view server) {

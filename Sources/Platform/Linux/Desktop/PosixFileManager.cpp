@@ -19,6 +19,7 @@ namespace {
 constexpr mode_t ownerOnlyFile = 0600;
 constexpr mode_t ownerOnlyDirectory = 0700;
 constexpr mode_t permissions = 07777;
+constexpr mode_t othersRights = 0077;
 
 // Gives a regular file its mode back: it may be an old one that others could read, or a new one from which
 // the process's mask took the owner's rights too.
@@ -55,6 +56,7 @@ std::optional<std::string> PosixFileManager::contents(const std::filesystem::pat
   const FileDescriptor fd(::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
   struct stat status{};
   if (!fd || ::fstat(fd.get(), &status) != 0 || !S_ISREG(status.st_mode)) return std::nullopt;
+  if ((status.st_mode & othersRights) != 0) restrictToOwner(file);
   return fd.readAll();
 }
 
