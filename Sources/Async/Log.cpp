@@ -1,5 +1,7 @@
 #include "Async/Log.h"
 
+#include "Async/Printable.h"
+
 #include <unistd.h>
 
 #include <array>
@@ -52,10 +54,7 @@ void write(Category category, Level level, std::string_view text) {
   line += ": ";
   detail::append(line, secondsSinceStart());
   line += ' ';
-  for (const char byte : text) {
-    const auto code = static_cast<unsigned char>(byte);
-    line += code < 0x20 || code == 0x7F ? '?' : byte;
-  }
+  line += printable(text);
   line += '\n';
   // One call, so that lines of several threads do not mix. A line that cannot be written is lost.
   [[maybe_unused]] const auto written = ::write(STDERR_FILENO, line.data(), line.size());

@@ -1,5 +1,7 @@
 #include "Async/Spawn.h"
 
+#include "Async/Printable.h"
+
 #include <boost/asio/cancellation_signal.hpp>
 #include <boost/asio/co_spawn.hpp>
 #include <boost/asio/dispatch.hpp>
@@ -30,7 +32,7 @@ struct SpawnedTask {
 namespace {
 
 void report(const std::string& name, const char* what) {
-  const auto line = "[tolvera] task " + name + " failed: " + what + "\n";
+  const auto line = "[tolvera] task " + name + " failed: " + printableOnStandardError(what) + "\n";
   std::fwrite(line.data(), 1, line.size(), stderr);
 }
 

@@ -1,5 +1,7 @@
 #include "Terminal/CaptionPrinter.h"
 
+#include "Async/Printable.h"
+
 #include <QPointer>
 #include <boost/asio/post.hpp>
 
@@ -34,8 +36,8 @@ void CaptionPrinter::printTranslation() {
 void CaptionPrinter::print(const char* label, const QString& text) {
   // A line that was emptied has nothing to print.
   if (text.isEmpty()) return;
-  auto line = QString(text).replace('\n', ' ').toUtf8();
-  std::fprintf(output_, "%s: %s\n", label, line.constData());
+  const auto line = printable(QString(text).replace('\n', ' ').toStdString());
+  std::fprintf(output_, "%s: %s\n", label, line.c_str());
   std::fflush(output_);
 }
 

@@ -1,6 +1,7 @@
 #include "Tolvera/Model/AppState.h"
 
 #include "Async/Log.h"
+#include "Async/Printable.h"
 #include "TolveraCore/Languages.h"
 
 #include <boost/asio/post.hpp>
@@ -89,8 +90,8 @@ void AppState::clearLines() {
 
 void AppState::log(const QString& message) const {
   if (!verbose_) return;
-  const auto line = QByteArray("[tolvera] ") + message.toUtf8() + '\n';
-  std::fwrite(line.constData(), 1, static_cast<std::size_t>(line.size()), stderr);
+  const auto line = "[tolvera] " + printableOnStandardError(message.toStdString()) + '\n';
+  std::fwrite(line.data(), 1, line.size(), stderr);
 }
 
 } // namespace tolvera
