@@ -1,4 +1,5 @@
 #include "Async/Log.h"
+#include "Async/Printable.h"
 #include "Platform/Linux/LinuxPlatform.h"
 #include "Terminal/CaptionPrinter.h"
 #include "Tolvera/Model/MachineCheck.h"
@@ -21,6 +22,8 @@ using namespace std::chrono_literals;
 // How long a failure may stand before the terminal gives the run up. A session that survives a failure
 // changes the phase sooner.
 constexpr auto failureGrace = 10s;
+// How long the end of a run may take that was never live: it has no captions to wait for.
+constexpr auto endGrace = 1500ms;
 
 // Starts one run and prints it until it is over. The main loop ends by itself when no work is left.
 class TerminalRun {
@@ -63,6 +66,7 @@ class TerminalRun {
   void handlePhase() {
     failureTimer_.cancel();
     if (model_->phase().is(Phase::Kind::idle)) end();
+    if (model_->phase().is(Phase::Kind::live)) wasLive_ = true;
     if (model_->phase().is(Phase::Kind::failed)) {
       failureTimer_ = spawn(main_.get_executor(), "failure", giveUp());
     }
@@ -76,8 +80,15 @@ class TerminalRun {
   void quit(int status) {
     quitting_ = true;
     exitStatus_ = status;
+    if (!wasLive_) hurryTask_ = spawn(main_.get_executor(), "hurry", leave());
     if (model_->phase().is(Phase::Kind::idle)) return end();
     stopTask_ = spawn(main_.get_executor(), "stop", model_, model_->stop());
+  }
+
+  Task<void> leave() {
+    co_await clock_.sleep(endGrace);
+    std::fflush(stdout);
+    std::_Exit(exitStatus_);
   }
 
   // The run is over. The last read of the account is not waited for.
@@ -86,6 +97,7 @@ class TerminalRun {
     checkTask_.cancel();
     startTask_.cancel();
     stopTask_.cancel();
+    hurryTask_.cancel();
   }
 
   adapters::LinuxPlatform& system_;
@@ -97,7 +109,9 @@ class TerminalRun {
   TaskHandle checkTask_;
   TaskHandle startTask_;
   TaskHandle stopTask_;
+  TaskHandle hurryTask_;
   TaskHandle failureTimer_;
+  bool wasLive_ = false;
   bool quitting_ = false;
   int exitStatus_ = EXIT_SUCCESS;
 };
@@ -105,7 +119,8 @@ class TerminalRun {
 // Prints what works on this machine. Fails if a run could not.
 Task<void> printCheck(platform::Platform& platform, platform::MachineFacts facts, int& status) {
   for (const CheckedThing& thing : co_await checkMachine(platform, std::move(facts))) {
-    std::printf("%-8s %-15s %s\n", thing.works ? "ok" : "missing", thing.name.c_str(), thing.text.c_str());
+    std::printf("%-8s %-15s %s\n", thing.works ? "ok" : "missing", thing.name.c_str(),
+                printable(thing.text).c_str());
     if (!thing.works) status = EXIT_FAILURE;
   }
 }
