@@ -70,13 +70,17 @@ TEST_F(QtMainExecutorRun, KeepsTheOrderOfPosting) {
 
 TEST_F(QtMainExecutorRun, LeavesTurnsToTheEventLoop) {
   bool ended = false;
+  int handlers = 0;
   std::function<void()> again = [&] {
+    std::this_thread::sleep_for(1ms);
+    ++handlers;
     if (!ended) boost::asio::post(executor_, again);
   };
   again();
   // A timer of the event loop has its turn although there is always a handler to run.
   QTimer::singleShot(0, [&] { ended = true; });
   EXPECT_TRUE(runUntil([&] { return ended; }));
+  EXPECT_LT(handlers, 20) << "a turn ends after some milliseconds";
   QCoreApplication::processEvents();
 }
 

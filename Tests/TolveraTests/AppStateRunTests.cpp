@@ -194,6 +194,20 @@ TEST_F(Run, FailedRunSharesNothingWithTheNext) {
   EXPECT_TRUE(connection().closes.empty());
 }
 
+TEST_F(Run, ManyEventsLeaveTurnsToTheLoop) {
+  live();
+  int lines = 0;
+  int linesBeforeTurn = 0;
+  QObject::connect(app_.get(), &AppState::previousLineChanged, app_.get(), [&] {
+    if (++lines == 1) boost::asio::post(in_.loop.executor(), [&] { linesBeforeTurn = lines; });
+  });
+  for (int i = 0; i < 1000; ++i)
+    connection().deliver(R"({"type":"tr","final":true,"text":")" + std::to_string(i) + R"("})");
+  settle();
+  EXPECT_EQ(lines, 1000);
+  EXPECT_LE(linesBeforeTurn, 64);
+}
+
 TEST_F(Run, CaptionsMoveThroughTheLines) {
   live();
   const std::pair<boost::json::value, const char*> captions[] = {

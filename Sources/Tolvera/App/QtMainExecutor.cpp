@@ -1,6 +1,7 @@
 #include "Tolvera/App/QtMainExecutor.h"
 
 #include <QCoreApplication>
+#include <QDeadlineTimer>
 #include <QEvent>
 
 namespace tolvera {
@@ -53,7 +54,8 @@ std::unique_ptr<QtMainExecutor::Handler> QtMainExecutor::pop() {
 }
 
 void QtMainExecutor::runTurn() {
-  for (int i = 0; i < handlersPerTurn; ++i) {
+  const QDeadlineTimer end(longestTurn);
+  for (int i = 0; i == 0 || (i < handlersPerTurn && !end.hasExpired()); ++i) {
     const auto handler = pop();
     if (!handler) return;
     ++running_;

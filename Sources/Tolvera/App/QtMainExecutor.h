@@ -6,6 +6,7 @@
 
 #include <QObject>
 
+#include <chrono>
 #include <deque>
 #include <memory>
 #include <mutex>
@@ -36,8 +37,9 @@ class QtMainExecutor final : public boost::asio::execution_context {
   void discard();
 
  private:
-  // Handlers a turn of the event loop runs at most.
+  // Handlers that a turn of the event loop runs at most, and for how long at most.
   static constexpr int handlersPerTurn = 64;
+  static constexpr std::chrono::milliseconds longestTurn{4};
 
   struct Handler {
     Handler() = default;

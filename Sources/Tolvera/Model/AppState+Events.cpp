@@ -1,5 +1,10 @@
 #include "Tolvera/Model/AppState.h"
 
+#include <boost/asio/post.hpp>
+#include <boost/asio/this_coro.hpp>
+#include <boost/asio/use_awaitable.hpp>
+
+#include <chrono>
 #include <variant>
 
 namespace tolvera {
@@ -11,11 +16,23 @@ struct Overloaded : Cases... {
   using Cases::operator()...;
 };
 
+// After so many events, or so much time, everything else on the main thread has its turn: the windows and the
+// desktop are answered however fast the service sends.
+constexpr int eventsInATurn = 64;
+constexpr auto longestTurn = std::chrono::milliseconds(4);
+
 } // namespace
 
 Task<void> AppState::deliver(std::weak_ptr<AppState> model, AsyncStream<TranslateSession::Event> events) {
+  using SteadyClock = std::chrono::steady_clock;
+  int handled = 0;
+  auto begin = SteadyClock::now();
   while (auto event = co_await events.next()) {
     if (auto state = model.lock()) state->handle(*event);
+    if (++handled < eventsInATurn && SteadyClock::now() - begin < longestTurn) continue;
+    co_await boost::asio::post(co_await boost::asio::this_coro::executor, boost::asio::use_awaitable);
+    handled = 0;
+    begin = SteadyClock::now();
   }
 }
 
