@@ -179,15 +179,14 @@ def flood(name, run_of):
     yield f"less than {MEMORY} MB, {run.memory():.0f}", run.memory() < MEMORY
     if program == "window":
         yield f"a call is answered at once, in {run.slowest * 1000:.0f} ms at most", run.slowest < ANSWER
-    status, seconds = run.end(signal.SIGTERM)
-    yield f"ends politely, after {seconds:.1f} s", status == 0 and seconds < 10
+        status, seconds = run.end(signal.SIGTERM)
+        yield f"ends politely, after {seconds:.1f} s", status == 0 and seconds < 10
 
 
 def reply(name, run_of):
     run = run_of("terminal", Service(me=REPLIES[name]))
     yield "the reply is refused in words", run.waits_for("is over 256 KiB")
     yield f"less than {MEMORY} MB, {run.memory():.0f}", run.memory() < MEMORY
-    run.end()
 
 
 def token(_, run_of):
@@ -204,7 +203,6 @@ def escapes(_, run_of):
     kept = run.waits_for("phase: failed(") and run.waits_for("finished: \ufffd]0;title\ufffd \ufffdback \ufffd31m")
     printed = "".join(line for line in run.said().splitlines() if not line.startswith("[tolvera]"))
     yield "no escape sequence reaches a terminal", kept and not set(bad[0] + "\x07\u202e\x9b") & set(printed)
-    run.end()
 
 
 def goodbye(_, run_of):
