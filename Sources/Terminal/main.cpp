@@ -1,3 +1,4 @@
+#include "Async/CoreDumps.h"
 #include "Async/Log.h"
 #include "Async/Printable.h"
 #include "Platform/Linux/LinuxPlatform.h"
@@ -147,6 +148,7 @@ int usage(std::FILE* to, int status) {
 } // namespace tolvera
 
 int main(int argc, char** argv) {
+  tolvera::writeNoCoreDumps();
   if (argc == 2 && std::string_view(argv[1]) == "--help") return tolvera::usage(stdout, EXIT_SUCCESS);
   const bool checks = argc == 2 && std::string_view(argv[1]) == "--check";
   if (argc > 1 && !checks) return tolvera::usage(stderr, 2);

@@ -1,3 +1,4 @@
+#include "Async/CoreDumps.h"
 #include "Async/Log.h"
 #include "Platform/Linux/LinuxPlatform.h"
 #include "Tolvera/App/QtMainExecutor.h"
@@ -43,6 +44,7 @@ int run(SingleInstance& instance) {
 } // namespace tolvera
 
 int main(int argc, char** argv) {
+  tolvera::writeNoCoreDumps();
   tolvera::TolveraApp::prepareProcess();
   const QApplication application(argc, argv);
   tolvera::TolveraApp::prepareApplication();

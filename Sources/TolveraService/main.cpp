@@ -3,6 +3,8 @@
 #include "TolveraService/Options.h"
 #include "TolveraService/Server.h"
 
+#include "Async/CoreDumps.h"
+
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/signal_set.hpp>
 
@@ -47,6 +49,7 @@ void serve(const service::Options& options) {
 } // namespace
 
 int main(int count, char** values) {
+  tolvera::writeNoCoreDumps();
   if (count > 1 && std::string_view(values[1]) == "models")
     return service::runModelCommand({values + 2, values + count});
   try {

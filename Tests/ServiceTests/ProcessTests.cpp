@@ -50,6 +50,8 @@ TEST(Program, EndsPolitelyAtASignal) {
     auto run = program.run(HTTPClient(program.port()).signUp());
     run.sendAudio(spoken("we need more time"));
     ASSERT_TRUE(run.waitForType("tr"));
+    const auto limits = contentsOf("/proc/" + std::to_string(program.process.pid()) + "/limits");
+    EXPECT_NE(limits.find("Max core file size        1 "), std::string::npos) << "its memory may be dumped";
     ::kill(program.process.pid(), signal);
     EXPECT_EQ(program.process.wait(10s), 0);
     EXPECT_TRUE(run.waitUntilClosed());
