@@ -34,6 +34,8 @@ class PocketSphinxListener : public Listener {
     if ((*recognizer_)->inUtterance()) tell((*recognizer_)->finish());
   }
 
+  void spoil() noexcept override { recognizer_->spoil(); }
+
  private:
   void tell(const Recognizer::Look& look) {
     Heard heard{language, {}, {}, {}, look.final};

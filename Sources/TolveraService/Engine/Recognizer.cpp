@@ -68,7 +68,8 @@ std::string Recognizer::hypothesis() const {
 }
 
 Recognizer::Look Recognizer::hear(std::span<const std::int16_t> samples) {
-  ps_process_raw(decoder_.get(), samples.data(), samples.size(), FALSE, FALSE);
+  if (ps_process_raw(decoder_.get(), samples.data(), samples.size(), FALSE, FALSE) < 0)
+    throw std::runtime_error("the speech decoder failed");
   const bool speech = ps_get_in_speech(decoder_.get()) != 0;
   if (speaking_ && !speech) return finish();
   if (!speech) return {};
@@ -81,7 +82,7 @@ Recognizer::Look Recognizer::hear(std::span<const std::int16_t> samples) {
 Recognizer::Look Recognizer::finish() {
   ps_end_utt(decoder_.get());
   Look look{hypothesis(), true};
-  ps_start_utt(decoder_.get());
+  if (ps_start_utt(decoder_.get()) < 0) throw std::runtime_error("the speech decoder failed");
   speaking_ = false;
   looksInUtterance_ = 0;
   looksUnchanged_ = 0;

@@ -35,7 +35,7 @@ class Recognizer {
 
   // Forgets what was heard: the next samples are of another speaker.
   void begin();
-  // Takes at most `samplesPerLook` samples.
+  // Takes at most `samplesPerLook` samples. Throws std::runtime_error if the decoder fails, like `finish`.
   Look hear(std::span<const std::int16_t> samples);
   // Ends the utterance under way; its words may be empty.
   Look finish();

@@ -5,6 +5,7 @@
 namespace tolvera::service {
 
 RecognizerPool::RecognizerPool(std::size_t size, const std::filesystem::path& model) : size_(size) {
+  state_->model = model;
   std::vector<std::future<std::unique_ptr<Recognizer>>> others;
   const auto make = [model] { return std::make_unique<Recognizer>(model); };
   if (size > 0) state_->idle.push_back(make()); // alone: a missing model is told once
@@ -22,6 +23,14 @@ std::unique_ptr<RecognizerPool::Lease> RecognizerPool::lease() {
 
 RecognizerPool::Lease::Lease(std::shared_ptr<State> state, std::unique_ptr<Recognizer> recognizer)
     : state_(std::move(state)), recognizer_(std::move(recognizer)) {}
+
+void RecognizerPool::Lease::spoil() noexcept {
+  try {
+    recognizer_ = std::make_unique<Recognizer>(state_->model);
+  } catch (const std::exception&) {
+    // The next run fails like this one, and tries again.
+  }
+}
 
 RecognizerPool::Lease::~Lease() {
   if (!recognizer_) return;

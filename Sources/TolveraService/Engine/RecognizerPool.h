@@ -2,6 +2,7 @@
 
 #include "TolveraService/Engine/Recognizer.h"
 
+#include <filesystem>
 #include <memory>
 #include <mutex>
 #include <vector>
@@ -14,6 +15,7 @@ class RecognizerPool {
   struct State {
     std::mutex mutex;
     std::vector<std::unique_ptr<Recognizer>> idle;
+    std::filesystem::path model;
   };
 
  public:
@@ -25,6 +27,8 @@ class RecognizerPool {
     ~Lease();
     Recognizer& operator*() const { return *recognizer_; }
     Recognizer* operator->() const { return recognizer_.get(); }
+    // A new decoder goes back in place of this one. Making it takes most of a second.
+    void spoil() noexcept;
 
    private:
     friend RecognizerPool;

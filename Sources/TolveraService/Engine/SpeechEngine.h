@@ -20,7 +20,8 @@ struct Heard {
   bool final = false;      // a final without words ends an utterance that was none
 };
 
-// One run's ears. One thread at a time calls it. Destroying it makes room for another run.
+// One run's ears. One thread at a time calls it. Destroying it makes room for another run. All but `spoil`
+// throw std::runtime_error if the engine cannot go on.
 class Listener {
  public:
   struct Request {
@@ -34,13 +35,15 @@ class Listener {
   };
 
   virtual ~Listener() = default;
-  // Called once, before any sound. It may take a second. Throws std::runtime_error if the engine cannot work.
+  // Called once, before any sound. It may take a second.
   virtual void begin(Request request) = 0;
   // Takes the next samples, at 16,000 Hz, all that have come so far: an engine that has fallen behind gets
   // more of them at once. It may take as long as it needs.
   virtual void hear(std::span<const std::int16_t> samples) = 0;
   // Ends the utterance under way, if there is one. Another may follow.
   virtual void finish() = 0;
+  // Called after a failure: what it listened with is made anew for later runs.
+  virtual void spoil() noexcept = 0;
 };
 
 // A way to turn speech into text. Owned by the server; any thread.

@@ -55,6 +55,11 @@ void WhisperEngine::release() {
   released_.notify_all();
 }
 
+void WhisperEngine::forgetModel() {
+  std::scoped_lock lock(mutex_);
+  model_.reset();
+}
+
 std::shared_ptr<const WhisperModel> WhisperEngine::model() {
   std::scoped_lock lock(mutex_);
   if (!model_) {

@@ -48,6 +48,7 @@ class WhisperEngine : public SpeechEngine {
   [[nodiscard]] const Settings& settings() const { return settings_; }
   [[nodiscard]] int threads() const { return threads_; }
   void release();
+  void forgetModel(); // the next run loads it again
 
  private:
   void freeWhenUnused(const std::stop_token& stop);

@@ -23,6 +23,7 @@ class WhisperListener : public Listener {
   void begin(Request request) override;
   void hear(std::span<const std::int16_t> samples) override;
   void finish() override;
+  void spoil() noexcept override { engine_.forgetModel(); }
 
  private:
   struct Decoded {

@@ -113,7 +113,8 @@ WhisperDecoder::Text WhisperDecoder::decode(std::span<const float> samples, cons
   parameters.abort_callback = [](void* self) { return static_cast<WhisperDecoder*>(self)->abandoned_(); };
   parameters.abort_callback_user_data = this;
   const auto count = static_cast<int>(samples.size());
-  if (whisper_full_with_state(model_->get(), state_.get(), parameters, samples.data(), count) != 0) return {};
+  if (!works(whisper_full_with_state(model_->get(), state_.get(), parameters, samples.data(), count)))
+    return {};
   Text text;
   double sum = 0;
   int tokens = 0;
@@ -127,6 +128,13 @@ WhisperDecoder::Text WhisperDecoder::decode(std::span<const float> samples, cons
   text.words = trimmed(std::move(text.words));
   text.certainty = static_cast<float>(sum / std::max(tokens, 1));
   return text;
+}
+
+// False if the run was abandoned half way.
+bool WhisperDecoder::works(int result) const {
+  if (result == 0) return true;
+  if (abandoned_()) return false;
+  throw std::runtime_error("the speech model failed with " + std::to_string(result));
 }
 
 WhisperDecoder::Text WhisperDecoder::transcribe(std::span<const float> samples, const std::string& language,
@@ -152,7 +160,7 @@ WhisperDecoder::Text WhisperDecoder::translateAgain(const std::string& language)
   int made = 0;
   for (; made < tokensAtMost_ && !abandoned_(); ++made) {
     const auto count = static_cast<int>(next.size());
-    if (whisper_decode_with_state(context, state_.get(), next.data(), count, past, threads_) != 0) break;
+    if (!works(whisper_decode_with_state(context, state_.get(), next.data(), count, past, threads_))) break;
     past += count;
     // Of the text tokens and the end, which come before all other special ones.
     const float* logits = whisper_get_logits_from_state(state_.get()) +
@@ -176,7 +184,7 @@ WhisperDecoder::Guess WhisperDecoder::identify(std::span<const std::string> lang
   const Stopwatch stopwatch(busy_);
   whisper_context* const context = model_->get();
   const whisper_token start = whisper_token_sot(context);
-  if (whisper_decode_with_state(context, state_.get(), &start, 1, 0, threads_) != 0) return {};
+  if (!works(whisper_decode_with_state(context, state_.get(), &start, 1, 0, threads_))) return {};
   const float* logits = whisper_get_logits_from_state(state_.get());
   Guess guess;
   float best = 0;

@@ -38,7 +38,8 @@ class WhisperModel {
   std::unique_ptr<whisper_context, WhisperFree> context_;
 };
 
-// Turns one stretch of sound, up to 30 s, into text. One run's; one thread at a time.
+// Turns one stretch of sound, up to 30 s, into text. One run's; one thread at a time. Throws
+// std::runtime_error if the library fails.
 class WhisperDecoder {
  public:
   WhisperDecoder(std::shared_ptr<const WhisperModel> model, int threadsAtMost,
@@ -66,6 +67,7 @@ class WhisperDecoder {
   [[nodiscard]] std::chrono::nanoseconds busy() const { return busy_; }
 
  private:
+  [[nodiscard]] bool works(int result) const;
   Text decode(std::span<const float> samples, const std::string& language, Effort effort, bool translate);
 
   std::shared_ptr<const WhisperModel> model_;

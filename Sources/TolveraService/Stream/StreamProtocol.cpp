@@ -108,6 +108,11 @@ std::string tooSlow() {
          "with the speech, so the run ends. Close other busy programs and start again.";
 }
 
+std::string engineFailed() {
+  return "语音识别出了故障，这一路已停止，请重新开始。 / Speech recognition has failed, so this run ends. "
+         "Start again.";
+}
+
 std::string unknownToken() {
   return "本地服务不认识这个账户。请退出程序后重新打开，它会建立新账户。 / The local service does not know "
          "this "

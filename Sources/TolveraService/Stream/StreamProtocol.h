@@ -48,6 +48,7 @@ std::string cannotTranslate(std::string_view source, std::string_view target,
 std::string unknownToken();
 std::string busy(std::size_t streams);
 std::string tooSlow();
+std::string engineFailed();
 std::string outOfTime();
 std::string replaced();
 std::string storeFailed();

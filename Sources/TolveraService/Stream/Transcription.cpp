@@ -36,8 +36,9 @@ void Transcription::run() {
     // A code that ends the client's run: it would only fail again.
     job_.output->sendLast(errorFrame(errorCode::upstreamRejected, refusal::storeFailed()));
   } catch (const std::exception& error) {
-    std::fprintf(stderr, "tolvera-service: a stream ended: %s\n", error.what());
-    job_.output->sendLast({});
+    std::fprintf(stderr, "tolvera-service: a run ended: %s\n", error.what());
+    listener_->spoil();
+    job_.output->sendLast(errorFrame(errorCode::upstreamRejected, refusal::engineFailed()));
   }
   listener_.reset();
   job_.audio->abandon(); // what may still come is not heard
