@@ -43,8 +43,8 @@ std::filesystem::path defaultStateDirectory() {
 } // namespace
 
 const char* Options::usage() {
-  return "usage: tolvera-service [--port N] [--state DIR] [--engine NAME] [--streams N] [--help] "
-         "[--version]\n"
+  return "usage: tolvera-service [--port N] [--state DIR] [--engine NAME] [--streams N] [--all-users]\n"
+         "                       [--help] [--version]\n"
          "       tolvera-service models list | install NAME | verify [NAME] | remove NAME\n"
          "  --port N     listen on 127.0.0.1:N and nowhere else; 0 takes any free port. Without it the port "
          "is 18790 or\n"
@@ -52,7 +52,8 @@ const char* Options::usage() {
          "  --state DIR  keep accounts in DIR ($XDG_STATE_HOME/tolvera)\n"
          "  --engine NAME  hear with whisper or pocketsphinx; without it, with the best that is installed\n"
          "  --streams N  serve at most N runs at once, 1 to 64; without it, as many as this machine "
-         "carries\n";
+         "carries\n"
+         "  --all-users  serve every user of this machine, and not the one who started the service alone\n";
 }
 
 Options parseOptions(const std::vector<std::string_view>& arguments) {
@@ -71,6 +72,8 @@ Options parseOptions(const std::vector<std::string_view>& arguments) {
       options.engine.name = engineOf(value());
     } else if (argument == "--streams") {
       options.engine.runs = streamsOf(value());
+    } else if (argument == "--all-users") {
+      options.servesAllUsers = true;
     } else if (argument == "--help") {
       options.action = Options::Action::help;
       return options;

@@ -21,6 +21,7 @@ struct Options {
   std::optional<std::uint16_t> port; // absent: the usual one, or the next that is free
   std::filesystem::path stateDirectory;
   EngineChoice engine;
+  bool servesAllUsers = false; // of this machine, not the service's own alone
 
   static const char* usage();
 };

@@ -1,13 +1,17 @@
 #include "TolveraService/Server.h"
 
 #include "TolveraService/Http/HTTPConnection.h"
+#include "TolveraService/PeerUser.h"
 
+#include "Async/Log.h"
 #include "Async/Spawn.h"
 
 #include <boost/asio/executor_work_guard.hpp>
 #include <boost/asio/post.hpp>
 #include <boost/asio/redirect_error.hpp>
 #include <boost/asio/steady_timer.hpp>
+
+#include <unistd.h>
 
 #include <stdexcept>
 
@@ -20,6 +24,8 @@ using asio::ip::tcp;
 namespace {
 
 constexpr std::size_t connectionLimit = 256;
+// Of one user where several are served, so that none of them shuts the others out.
+constexpr std::size_t connectionLimitOfUser = 64;
 constexpr int mostNextPorts = 20; // as many users of one machine
 constexpr std::chrono::milliseconds farewell{1000};
 constexpr std::chrono::milliseconds afterAcceptFailure{100};
@@ -60,7 +66,8 @@ Server::Server(const Settings& settings)
                                                     {},
                                                     {},
                                                     {}})),
-      acceptor_(listenOn(context_, settings.port, settings.takesNextPort ? mostNextPorts : 0)) {
+      acceptor_(listenOn(context_, settings.port, settings.takesNextPort ? mostNextPorts : 0)),
+      servesAllUsers_(settings.servesAllUsers) {
   // Programs know it by the port that it was meant to have.
   for (const std::uint16_t known : {port(), settings.port})
     for (const char* name : {"127.0.0.1:", "localhost:", "[::1]:"})
@@ -112,10 +119,39 @@ Task<void> Server::accept() {
       continue;
     }
     if (services_->connections.count() >= connectionLimit) continue; // closes it
+    const auto user = admitted(socket);
+    if (!user) continue;
     boost::system::error_code ignored;
     socket.set_option(tcp::no_delay(true), ignored);
-    spawn(context_.get_executor(), "serving a connection", serveConnection(std::move(socket), services_));
+    spawn(context_.get_executor(), "serving a connection", serve(std::move(socket), *user));
   }
+}
+
+// Every user of the machine reaches a port of the loopback interface. Root can read everything anyway.
+std::optional<uid_t> Server::admitted(const tcp::socket& socket) const {
+  const auto user = userAtOtherEnd(socket);
+  const bool isMeant = user && (servesAllUsers_ || *user == ::geteuid() || *user == 0);
+  if (!isMeant) {
+    log::warn(log::Category::service, "a connection of another user is refused");
+    return std::nullopt;
+  }
+  const auto open = connectionsOf_.find(*user);
+  const bool isTooMany =
+      servesAllUsers_ && open != connectionsOf_.end() && open->second >= connectionLimitOfUser;
+  return isTooMany ? std::nullopt : user;
+}
+
+Task<void> Server::serve(tcp::socket socket, uid_t user) {
+  struct Count {
+    std::map<uid_t, std::size_t>& connections;
+    uid_t user;
+    ~Count() {
+      if (--connections[user] == 0) connections.erase(user);
+    }
+  };
+  ++connectionsOf_[user];
+  const Count count{connectionsOf_, user};
+  co_await serveConnection(std::move(socket), services_);
 }
 
 } // namespace tolvera::service

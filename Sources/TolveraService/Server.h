@@ -13,6 +13,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <map>
+#include <optional>
 
 namespace tolvera::service {
 
@@ -26,6 +28,7 @@ class Server {
     std::filesystem::path stateDirectory;
     std::filesystem::path translationModes = ApertiumTranslator::installedModes;
     EngineChoice engine;
+    bool servesAllUsers = false; // otherwise its own and root
   };
 
   // Makes the speech engine, opens the accounts and listens. Throws std::exception with a text for the person
@@ -45,6 +48,9 @@ class Server {
  private:
   static boost::json::object about(const SpeechEngine& engine);
   Task<void> accept();
+  // The user of a connection that is to be served; absent for one that is not.
+  [[nodiscard]] std::optional<uid_t> admitted(const boost::asio::ip::tcp::socket& socket) const;
+  Task<void> serve(boost::asio::ip::tcp::socket socket, uid_t user);
   Task<void> stopSoon();
 
   std::unique_ptr<SpeechEngine> engine_;
@@ -59,6 +65,8 @@ class Server {
   boost::asio::thread_pool listening_;
   std::shared_ptr<Services> services_;
   boost::asio::ip::tcp::acceptor acceptor_;
+  const bool servesAllUsers_;
+  std::map<uid_t, std::size_t> connectionsOf_; // network thread
 };
 
 } // namespace tolvera::service

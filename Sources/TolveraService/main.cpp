@@ -33,6 +33,7 @@ void serve(const service::Options& options) {
   }
   settings.stateDirectory = options.stateDirectory;
   settings.engine = options.engine;
+  settings.servesAllUsers = options.servesAllUsers;
   service::Server server(settings);
   if (address) address->write(server.port());
   signals.async_wait([&server](const boost::system::error_code& error, int) {

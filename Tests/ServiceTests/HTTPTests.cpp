@@ -2,6 +2,9 @@
 #include "ServiceTests/RunningServer.h"
 
 #include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <random>
 
@@ -23,6 +26,34 @@ class HTTP : public testing::Test {
     return all.first([](const auto& row) { return row.text(0); }).value();
   }
 };
+
+// Only the superuser can stand in for another user.
+TEST(HTTPUsers, StrangersAreServedOnPurposeOnly) {
+  constexpr uid_t stranger = 65534;
+  const auto connected = [](std::uint16_t port) {
+    const int socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const sockaddr_in to{AF_INET, htons(port), {htonl(INADDR_LOOPBACK)}, {}};
+    if (::fchown(socket, stranger, stranger) != 0) return -1;
+    EXPECT_EQ(::connect(socket, reinterpret_cast<const sockaddr*>(&to), sizeof to), 0);
+    return socket;
+  };
+  const auto isAnswered = [](int socket) {
+    const std::string request = "GET / HTTP/1.1\r\n\r\n";
+    char answer = 0;
+    return ::send(socket, request.data(), request.size(), MSG_NOSIGNAL) > 0 &&
+           ::recv(socket, &answer, 1, 0) == 1;
+  };
+  for (const bool all : {false, true}) {
+    RunningServer server(0, "pocketsphinx", all);
+    std::vector<int> sockets;
+    for (int i = 0; i < 65; ++i) sockets.push_back(connected(server->port()));
+    if (sockets.front() < 0) GTEST_SKIP() << "not the superuser";
+    EXPECT_FALSE(isAnswered(sockets.back())) << "one more than a user may have";
+    EXPECT_EQ(isAnswered(sockets.front()), all);
+    EXPECT_EQ(HTTPClient(server->port()).get("/livetranslate/api/about", "").status, 200U);
+    for (const int socket : sockets) ::close(socket);
+  }
+}
 
 TEST_F(HTTP, AnswersItsOwnNamesOnly) {
   const std::string port = ":" + std::to_string(server_->port());

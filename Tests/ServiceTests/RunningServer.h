@@ -13,8 +13,11 @@ namespace tolvera::test {
 // understands what the tests say.
 class RunningServer {
  public:
-  explicit RunningServer(std::size_t streams, const std::string& engine = "pocketsphinx")
-      : server_({.stateDirectory = stateDirectory(), .engine = {engine, streams}}) {}
+  explicit RunningServer(std::size_t streams, const std::string& engine = "pocketsphinx",
+                         bool servesAllUsers = false)
+      : server_({.stateDirectory = stateDirectory(),
+                 .engine = {engine, streams},
+                 .servesAllUsers = servesAllUsers}) {}
   ~RunningServer() {
     server_.stop();
     thread_.join();
