@@ -63,6 +63,7 @@ Server::Server(const Settings& settings)
                                                     blocking_.get_executor(),
                                                     warming_.get_executor(),
                                                     listening_.get_executor(),
+                                                    settings.silence,
                                                     {},
                                                     {},
                                                     {}})),

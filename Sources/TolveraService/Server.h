@@ -10,6 +10,7 @@
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/thread_pool.hpp>
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
@@ -28,7 +29,8 @@ class Server {
     std::filesystem::path stateDirectory;
     std::filesystem::path translationModes = ApertiumTranslator::installedModes;
     EngineChoice engine;
-    bool servesAllUsers = false; // otherwise its own and root
+    bool servesAllUsers = false;                                  // otherwise its own and root
+    std::chrono::milliseconds silence = std::chrono::seconds(60); // after which a run lends its decoder
   };
 
   // Makes the speech engine, opens the accounts and listens. Throws std::exception with a text for the person
@@ -58,6 +60,7 @@ class Server {
   ApertiumTranslator translator_;
   Speech speech_;
   Routes routes_{accounts_, speech_.voices(), about(*engine_)};
+  std::map<uid_t, std::size_t> connectionsOf_; // network thread
   boost::asio::io_context context_{1};
   SystemClock clock_{context_.get_executor()};
   boost::asio::thread_pool blocking_{1};
@@ -66,7 +69,6 @@ class Server {
   std::shared_ptr<Services> services_;
   boost::asio::ip::tcp::acceptor acceptor_;
   const bool servesAllUsers_;
-  std::map<uid_t, std::size_t> connectionsOf_; // network thread
 };
 
 } // namespace tolvera::service

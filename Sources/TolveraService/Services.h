@@ -10,6 +10,7 @@
 #include "Async/Clock.h"
 #include "Async/Task.h"
 
+#include <chrono>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -31,6 +32,7 @@ struct Services {
   Executor blocking;                  // short calls that may wait for the disk
   Executor warming;                   // starts translation engines
   Executor listening;                 // one thread for each stream that can run
+  std::chrono::milliseconds silence;  // after which a run gives its decoder to one that waits
   std::vector<std::string> hostNames; // the only values of Host that are answered
   Connections connections;            // network thread
   // The run of each account, network thread.

@@ -14,10 +14,12 @@ namespace tolvera::test {
 class RunningServer {
  public:
   explicit RunningServer(std::size_t streams, const std::string& engine = "pocketsphinx",
-                         bool servesAllUsers = false)
+                         bool servesAllUsers = false,
+                         std::chrono::milliseconds silence = std::chrono::seconds(60))
       : server_({.stateDirectory = stateDirectory(),
                  .engine = {engine, streams},
-                 .servesAllUsers = servesAllUsers}) {}
+                 .servesAllUsers = servesAllUsers,
+                 .silence = silence}) {}
   ~RunningServer() {
     server_.stop();
     thread_.join();

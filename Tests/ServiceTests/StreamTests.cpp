@@ -99,6 +99,31 @@ TEST_F(Stream, RunBeyondTheDecodersIsRefused) {
   for (int run = 0; run < 5; ++run) open("es")->stop(); // a lone user's next run finds a decoder
 }
 
+TEST(SilentRun, LendsItsDecoder) {
+  RunningServer server(1, "pocketsphinx", false, std::chrono::seconds(1));
+  const auto run = [&] {
+    const std::string token = HTTPClient(server->port()).signUp();
+    return StreamClient(server->port(), "token=" + token + "&target=es&source=en&src=1&dub=0");
+  };
+  const auto isHeard = [](StreamClient& client) {
+    const std::size_t before = client.frames().size();
+    client.say("we need more time");
+    return client
+        .waitFor([&, seen = std::size_t{0}](const Frame& frame) mutable {
+          return ++seen > before && frame.isFinal("tr");
+        })
+        .has_value();
+  };
+  auto first = run();
+  EXPECT_TRUE(isHeard(first));
+  EXPECT_TRUE(run().waitForType("error")) << "it has not been silent for long";
+  std::this_thread::sleep_for(std::chrono::milliseconds(1200));
+  auto second = run();
+  EXPECT_TRUE(isHeard(second));
+  std::this_thread::sleep_for(std::chrono::milliseconds(1200));
+  EXPECT_TRUE(isHeard(first)) << "it does not get it back";
+}
+
 TEST_F(Stream, RefusalsNameTheirReason) {
   const std::pair<std::string, std::vector<const char*>> refusals[] = {
       {query(token_, "ja"), {"日语", "Japanese", "西班牙语", "Spanish"}},

@@ -46,7 +46,7 @@ TEST(Transcription, BrokenEngineEndsRunInWords) {
   job.audio = std::make_shared<AudioQueue>();
   const auto output = job.output = std::make_shared<StreamOutput>();
   job.audio->push(std::string(6400, '\1'));
-  Transcription(std::move(job), engine.listener(), accounts, engine, translator, speech).run();
+  Transcription(std::move(job), accounts, engine, translator, speech).run(engine.listener());
   test::TestLoop loop;
   const auto frame = loop.run(output->next());
   EXPECT_TRUE(frame->last);

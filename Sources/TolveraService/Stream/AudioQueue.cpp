@@ -46,17 +46,26 @@ void AudioQueue::abandon() {
   finish();
 }
 
+void AudioQueue::setPaused(bool paused) {
+  {
+    std::scoped_lock lock(mutex_);
+    paused_ = paused;
+  }
+  arrived_.notify_one();
+}
+
 AudioQueue::State AudioQueue::take(std::vector<std::int16_t>& samples, std::size_t least, std::size_t most,
                                    std::chrono::milliseconds patience) {
   std::unique_lock lock(mutex_);
   samples.clear();
   std::size_t before = count();
-  while (count() < least && !finished_) {
+  while (count() < least && !finished_ && !paused_) {
     arrived_.wait_for(lock, patience);
     if (count() == before) break;
     before = count();
   }
   if (abandoned_) return State::abandoned;
+  if (paused_) return State::paused;
   const std::size_t taken = std::min(most, count());
   const auto first = samples_.begin() + static_cast<std::ptrdiff_t>(start_);
   samples.assign(first, first + static_cast<std::ptrdiff_t>(taken));

@@ -29,7 +29,11 @@ class AudioQueue {
   // As `finish`, and what is queued is not heard either. Any thread.
   void abandon();
 
-  enum class State { more, starved, finished, abandoned };
+  // Between the two calls the worker is told to leave; what comes is kept. Any thread.
+  void pause() { setPaused(true); }
+  void resume() { setPaused(false); }
+
+  enum class State { more, starved, paused, finished, abandoned };
   // Worker thread. Replaces `samples` by the next ones, at most `most`, waiting until there are `least`.
   // `starved`: fewer came, and no more for `patience`; `finished`: the last ones, perhaps none.
   State take(std::vector<std::int16_t>& samples, std::size_t least, std::size_t most,
@@ -39,12 +43,14 @@ class AudioQueue {
 
  private:
   [[nodiscard]] bool isFull();
+  void setPaused(bool paused);
 
   std::mutex mutex_;
   std::condition_variable arrived_;
   std::vector<std::int16_t> samples_;
   std::size_t start_ = 0; // samples before it are taken
   bool finished_ = false;
+  bool paused_ = false;
   std::atomic<bool> abandoned_ = false;
   Gate room_;
 

@@ -11,6 +11,7 @@
 #include <boost/asio/steady_timer.hpp>
 
 #include <algorithm>
+#include <cstdlib>
 #include <utility>
 #include <vector>
 
@@ -32,6 +33,16 @@ constexpr std::chrono::milliseconds handOverStep{20};
 
 Task<std::optional<AccountStore::Account>> found(std::shared_ptr<Services> services, std::string token) {
   co_return services->accounts.find(token);
+}
+
+// True if every sample is below -42 dB, which speech is not.
+bool isSilence(std::string_view sound) {
+  constexpr int loud = 256;
+  for (std::size_t i = 0; i + 1 < sound.size(); i += 2) {
+    const auto bits = static_cast<std::uint8_t>(sound[i]) | static_cast<std::uint8_t>(sound[i + 1]) << 8;
+    if (std::abs(static_cast<std::int16_t>(bits)) >= loud) return false;
+  }
+  return true;
 }
 
 Task<void> pause(std::chrono::milliseconds duration) {
@@ -155,17 +166,66 @@ std::string StreamConnection::refusedLanguages() const {
   return refusal::cannotTranslate(source, parameters_.target, offered);
 }
 
-// A run that has ended needs a moment to give its ears back. There is such a run if the others are fewer than
-// the engine serves; then this one waits.
+// A run that has ended, or gives way, needs a moment to give its ears back.
 Task<std::unique_ptr<Listener>> StreamConnection::listener() {
-  const std::size_t others = services_->runs.size() - 1;
-  const bool oneEnds = others < services_->engine.runs();
   auto ears = services_->engine.listener();
-  for (auto waited = handOverStep; oneEnds && !ears && waited < handOverLimit; waited += handOverStep) {
+  if (ears || !canHope()) co_return ears;
+  for (auto waited = handOverStep; !ears && waited < handOverLimit; waited += handOverStep) {
     co_await pause(handOverStep);
     ears = services_->engine.listener();
   }
   co_return ears;
+}
+
+bool StreamConnection::canHope() {
+  std::size_t holders = 0;
+  for (const auto& [account, run] : services_->runs) {
+    const auto other = run.lock();
+    if (!other || other.get() == this || !other->holdsListener_) continue;
+    if (other->giveWay()) return true;
+    ++holders;
+  }
+  return holders < services_->engine.runs();
+}
+
+bool StreamConnection::giveWay() {
+  if (!holdsListener_ || std::chrono::steady_clock::now() - lastSound_ < services_->silence) return false;
+  log::trace(log::Category::service, "the silent run of account ", account_, " gives way");
+  holdsListener_ = false;
+  audio_->pause();
+  return true;
+}
+
+void StreamConnection::listen(std::unique_ptr<Listener> listener) {
+  holdsListener_ = works_ = true;
+  lastSound_ = std::chrono::steady_clock::now();
+  auto work = [services = services_, network = socket_.get_executor(), weak = weak_from_this(),
+               transcription = transcription_, ears = std::move(listener)]() mutable {
+    transcription->run(std::move(ears));
+    asio::post(network, [weak] {
+      if (auto alive = weak.lock()) alive->works_ = false;
+    });
+  };
+  asio::post(services_->listening, std::move(work));
+}
+
+// A run that gave its listener away gets one again when there is something to hear.
+Task<void> StreamConnection::take(std::string_view sound) {
+  const bool isSilent = isSilence(sound);
+  if (!isSilent) lastSound_ = std::chrono::steady_clock::now();
+  if (transcription_ && !holdsListener_) {
+    if (isSilent) co_return;
+    auto ears = co_await listener();
+    while (works_) co_await pause(handOverStep);
+    if (!ears) {
+      output_->sendLast(errorFrame(errorCode::upstreamRejected, refusal::busy(services_->engine.runs())));
+      audio_->abandon();
+    } else {
+      audio_->resume();
+      listen(std::move(ears));
+    }
+  }
+  audio_->push(sound);
 }
 
 void StreamConnection::begin(AccountStore::Account account, std::unique_ptr<Listener> listener) {
@@ -185,10 +245,9 @@ void StreamConnection::begin(AccountStore::Account account, std::unique_ptr<List
     spawn(socket_.get_executor(), "speaking to a stream", DubStream::send(dub_));
   }
   Transcription::Job job{parameters_, account.installation, audio_, output_, dub_};
-  auto transcription =
-      std::make_shared<Transcription>(std::move(job), std::move(listener), services->accounts,
-                                      services->engine, services->translator, services->speech);
-  asio::post(services->listening, [services, transcription] { transcription->run(); });
+  transcription_ = std::make_shared<Transcription>(std::move(job), services->accounts, services->engine,
+                                                   services->translator, services->speech);
+  listen(std::move(listener));
 }
 
 Task<void> StreamConnection::read() {
@@ -200,7 +259,7 @@ Task<void> StreamConnection::read() {
     const std::string_view frame(static_cast<const char*>(buffer.cdata().data()), buffer.size());
     if (output_->waiting() > unreadFrameLimit) co_return;
     if (!socket_.got_text()) {
-      audio_->push(frame);
+      co_await take(frame);
       const auto wait = pace_.pauseAfter(frame.size() / 2);
       if (wait > wait.zero()) co_await pause(wait);
     } else if (!stopped_ && isStopFrame(frame)) {

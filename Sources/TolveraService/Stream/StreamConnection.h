@@ -13,6 +13,7 @@
 #include <boost/beast/http/string_body.hpp>
 #include <boost/beast/websocket/stream.hpp>
 
+#include <chrono>
 #include <memory>
 #include <string>
 
@@ -20,6 +21,8 @@ namespace tolvera::service {
 
 // True for the path of the web socket.
 bool isStreamTarget(std::string_view target);
+
+class Transcription;
 
 // One run's web socket: admits or refuses it, hands its sound to a worker and writes the worker's frames.
 // Held by the coroutines that serve it. Network thread.
@@ -43,13 +46,19 @@ class StreamConnection : public std::enable_shared_from_this<StreamConnection> {
   void replace();
   // Closes because the service ends; the client may connect again.
   void end();
+  // Gives its listener back if it has been silent for long; another run waits for one. False if it does not.
+  bool giveWay();
 
  private:
   Task<void> run(Upgrade upgrade);
   // Admits the run, or gives the frame that refuses it.
   Task<std::string> admit();
   Task<std::unique_ptr<Listener>> listener();
+  // True if the engine has, or soon has, a listener that no run holds.
+  bool canHope();
   void begin(AccountStore::Account account, std::unique_ptr<Listener> listener);
+  void listen(std::unique_ptr<Listener> listener);
+  Task<void> take(std::string_view sound);
   // The account has no run any more.
   void leaveRuns();
   [[nodiscard]] std::string refusedLanguages() const;
@@ -63,7 +72,11 @@ class StreamConnection : public std::enable_shared_from_this<StreamConnection> {
   std::shared_ptr<AudioQueue> audio_ = std::make_shared<AudioQueue>();
   std::shared_ptr<StreamOutput> output_ = std::make_shared<StreamOutput>();
   SoundPace pace_;
-  std::shared_ptr<DubStream> dub_; // null if the translation is not spoken
+  std::shared_ptr<DubStream> dub_;               // null if the translation is not spoken
+  std::shared_ptr<Transcription> transcription_; // null if the run was refused
+  std::chrono::steady_clock::time_point lastSound_;
+  bool holdsListener_ = false;
+  bool works_ = false; // a worker has the transcription
   bool stopped_ = false;
   bool goingAway_ = false;
 };

@@ -21,16 +21,17 @@ constexpr std::size_t samplesToMeasure = 20 * SpeechEngine::sampleRate;
 
 } // namespace
 
-Transcription::Transcription(Job job, std::unique_ptr<Listener> listener, AccountStore& accounts,
-                             const SpeechEngine& engine, Translator& translator, const Speech& speech)
-    : job_(std::move(job)), listener_(std::move(listener)), accounts_(accounts), engine_(engine),
-      translator_(translator), speech_(speech), source_(engine.reportsToSettle()),
-      translation_(engine.reportsToSettle()) {}
+Transcription::Transcription(Job job, AccountStore& accounts, const SpeechEngine& engine,
+                             Translator& translator, const Speech& speech)
+    : job_(std::move(job)), accounts_(accounts), engine_(engine), translator_(translator), speech_(speech),
+      source_(engine.reportsToSettle()), translation_(engine.reportsToSettle()) {}
 
-void Transcription::run() {
+void Transcription::run(std::unique_ptr<Listener> listener) {
+  listener_ = std::move(listener);
+  bool goesOn = false;
   try {
     begin();
-    listen();
+    goesOn = listen();
   } catch (const DatabaseError& error) {
     std::fprintf(stderr, "tolvera-service: a run ended: %s\n", error.what());
     // A code that ends the client's run: it would only fail again.
@@ -41,7 +42,7 @@ void Transcription::run() {
     job_.output->sendLast(errorFrame(errorCode::upstreamRejected, refusal::engineFailed()));
   }
   listener_.reset();
-  job_.audio->abandon(); // what may still come is not heard
+  if (!goesOn) job_.audio->abandon(); // what may still come is not heard
 }
 
 void Transcription::begin() {
@@ -57,24 +58,30 @@ void Transcription::begin() {
   listener_->begin(std::move(request));
 }
 
-void Transcription::listen() {
+bool Transcription::listen() {
   std::vector<std::int16_t> samples;
   while (!ended_) {
     const auto state = job_.audio->take(samples, leastSamples, mostSamples, patience);
     if (state == AudioQueue::State::abandoned) {
       charge(0, true);
-      return;
+      return false;
+    }
+    if (state == AudioQueue::State::paused) {
+      listener_->finish();
+      charge(0, true);
+      return true;
     }
     const bool keepsUp = hear(samples);
     const bool over = state == AudioQueue::State::finished;
     if (over || state == AudioQueue::State::starved) listener_->finish();
     if (!charge(samples.size(), over)) {
       listener_->finish();
-      return endWith(errorCode::quotaExhausted, refusal::outOfTime());
+      endWith(errorCode::quotaExhausted, refusal::outOfTime());
     }
-    if (!keepsUp) return endWith(errorCode::upstreamRejected, refusal::tooSlow());
-    if (over) return;
+    if (!keepsUp) endWith(errorCode::upstreamRejected, refusal::tooSlow());
+    if (over) break;
   }
+  return false;
 }
 
 bool Transcription::hear(const std::vector<std::int16_t>& samples) {

@@ -17,9 +17,9 @@
 
 namespace tolvera::service {
 
-// The work of one run: sound from its queue becomes frames of captions and balance. Made and owned by the
-// job that runs it on a worker thread, which calls `run` once; it shares the queue and the output with the
-// connection and uses the store, the engine, the translator and the speech of the server, which outlive it.
+// The work of one run: sound from its queue becomes frames of captions and balance. A job on a worker thread
+// calls `run`, and again after a pause of the queue; it shares the queue and the output with the connection
+// and uses the store, the engine, the translator and the speech of the server, which outlive it.
 class Transcription {
  public:
   struct Job {
@@ -30,12 +30,12 @@ class Transcription {
     std::shared_ptr<DubStream> dub; // null if the translation is not spoken
   };
 
-  Transcription(Job job, std::unique_ptr<Listener> listener, AccountStore& accounts,
-                const SpeechEngine& engine, Translator& translator, const Speech& speech);
+  Transcription(Job job, AccountStore& accounts, const SpeechEngine& engine, Translator& translator,
+                const Speech& speech);
 
-  // Listens until the sound ends or the time on the account does, and sends what it still has. The socket
-  // stays open after the former and is closed after the latter. Never throws.
-  void run();
+  // Listens until the queue is paused, the sound ends or the time on the account does, sends what it still
+  // has, and gives the listener back. The socket is closed after the last alone. Never throws.
+  void run(std::unique_ptr<Listener> listener);
 
  private:
   // One caption line that is still growing.
@@ -46,7 +46,8 @@ class Transcription {
   };
 
   void begin();
-  void listen();
+  // True when the queue is paused, and more may come.
+  bool listen();
   // False when the run has to end, because hearing takes longer than speaking.
   bool hear(const std::vector<std::int16_t>& samples);
   void heard(const Heard& heard);
