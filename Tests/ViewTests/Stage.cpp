@@ -43,6 +43,12 @@ const std::map<QString, void (*)(S, W)> verbs{
     {"source", [](S s, W w) { s.model.source(w.toStdString()); }},
     {"finish", [](S s, W w) { s.model.finish(w.toStdString()); }},
     {"translation", [](S s, W w) { s.model.translation(left(w).toStdString(), right(w).toStdString()); }},
+    {"recite", // so many times these words
+     [](S s, W w) {
+       s.model.translation(QString(w.section(' ', 1)).repeated(w.section(' ', 0, 0).toInt()).toStdString());
+     }},
+    {"drag", // the only scroll bar, by so many pixels
+     [](S s, W w) { s.host->dragScrollBar(w.toInt()); }},
     {"app", [](S s, W w) { s.model.addApp(w.toStdString(), w.toStdString()); }},
     {"playing", [](S s, W w) { s.model.addApp(w.toStdString(), w.toStdString(), true); }},
     {"speaker", [](S s, W) { s.model.playThroughSpeaker(true); }},

@@ -135,6 +135,19 @@ void ViewHost::click(const QString& name) {
   grab();
 }
 
+void ViewHost::dragScrollBar(int pixels) {
+  QPointF handle;
+  forEachItem([&](QQuickItem& item) {
+    if (!item.inherits("QQuickScrollBar")) return;
+    auto* const grip = item.property("contentItem").value<QQuickItem*>();
+    handle = grip->mapToScene(QPointF(grip->width() / 2, grip->height() / 2));
+  });
+  QTest::mousePress(view_.get(), Qt::LeftButton, {}, handle.toPoint());
+  QTest::mouseMove(view_.get(), handle.toPoint() + QPoint(0, pixels));
+  QTest::mouseRelease(view_.get(), Qt::LeftButton, {}, handle.toPoint() + QPoint(0, pixels));
+  grab();
+}
+
 void ViewHost::press(Qt::Key key, const QString& letter) {
   // Keys like Escape come with a control character as their text.
   QTest::sendKeyEvent(QTest::Click, view_.get(), key,

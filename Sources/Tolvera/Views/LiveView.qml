@@ -97,8 +97,12 @@ Rectangle {
         Flickable {
             id: scroll
 
-            // Stays at the newest words until the reader scrolls away from them.
+            // Stays at the newest words until the reader scrolls away from them, by wheel, bar or touch.
             property bool follows: true
+
+            function toEnd() {
+                contentY = Math.max(0, contentHeight - height);
+            }
 
             Layout.fillWidth: true
             Layout.fillHeight: true
@@ -107,18 +111,42 @@ Rectangle {
             contentHeight: transcript.implicitHeight
             boundsBehavior: Flickable.StopAtBounds
             clip: true
-            onMovementEnded: follows = atYEnd
-            onContentHeightChanged: if (follows)
-                contentY = Math.max(0, contentHeight - height)
+            onContentYChanged: if (moving || bar.pressed)
+                follows = atYEnd
+            onFollowsChanged: if (follows)
+                toEnd()
+            onContentHeightChanged: {
+                follows = follows || contentHeight <= height;
+                if (follows)
+                    toEnd();
+            }
             onHeightChanged: if (follows)
-                contentY = Math.max(0, contentHeight - height)
-            T.ScrollBar.vertical: ScrollIndicatorBar {}
+                toEnd()
+            T.ScrollBar.vertical: ScrollIndicatorBar {
+                id: bar
+            }
 
             Transcript {
                 id: transcript
 
                 width: scroll.width
                 app: live.app
+            }
+
+            Shortcut {
+                sequence: "End"
+                onActivated: scroll.follows = true
+            }
+            PushButton {
+                parent: scroll
+                anchors.right: parent.right
+                anchors.bottom: parent.bottom
+                anchors.margins: 16
+                visible: !scroll.follows
+                symbol: "arrow.down"
+                tooltip: live.strings.pick("回到最新字幕", "Back to the newest captions")
+                cornerRadius: height / 2
+                onClicked: scroll.follows = true
             }
         }
 

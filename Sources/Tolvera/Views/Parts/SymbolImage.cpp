@@ -73,6 +73,12 @@ QPainterPath ear() {
   return path;
 }
 
+QPainterPath arrowDown() {
+  auto path = polyline({{12, 4.5}, {12, 19}});
+  path.addPath(polyline({{6, 13}, {12, 19}, {18, 13}}));
+  return path;
+}
+
 QPainterPath xmark() {
   auto path = polyline({{6, 6}, {18, 18}});
   path.addPath(polyline({{18, 6}, {6, 18}}));
@@ -102,6 +108,7 @@ QPainterPath chevrons() {
 
 QPainterPath symbol(const QString& name) {
   if (name == QLatin1String("arrow.clockwise")) return arrowClockwise();
+  if (name == QLatin1String("arrow.down")) return arrowDown();
   if (name == QLatin1String("pause.circle")) return pauseCircle();
   if (name == QLatin1String("headphones")) return headphones();
   if (name == QLatin1String("waveform")) return waveform();

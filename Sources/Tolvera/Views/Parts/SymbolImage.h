@@ -12,8 +12,8 @@ namespace tolvera {
 class SymbolImage : public QQuickPaintedItem {
   Q_OBJECT
   QML_ELEMENT
-  // "arrow.clockwise", "pause.circle", "headphones", "waveform", "ear", "xmark", "magnifyingglass",
-  // "checkmark", "chevron.down", "chevron.up.chevron.down", "exclamationmark.circle"
+  // "arrow.clockwise", "arrow.down", "pause.circle", "headphones", "waveform", "ear", "xmark",
+  // "magnifyingglass", "checkmark", "chevron.down", "chevron.up.chevron.down", "exclamationmark.circle"
   Q_PROPERTY(QString name READ name WRITE setName NOTIFY nameChanged)
   Q_PROPERTY(QColor color READ color WRITE setColor NOTIFY colorChanged)
   // Side of the square that the symbol is drawn in; it is centred in the element.
