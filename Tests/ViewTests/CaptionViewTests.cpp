@@ -15,9 +15,9 @@ namespace {
 
 class CaptionView : public testing::Test {
  protected:
-  test::ViewHost& open(QSize size = {780, 132}) {
+  test::ViewHost& open(QSize size = {780, 132}, const char* view = Views::captionView) {
     model_.live();
-    return host_.emplace(model_, locale_, Views::captionView, size);
+    return host_.emplace(model_, locale_, view, size);
   }
   SelectableText& line(const QString& text) {
     SelectableText* found = nullptr;
@@ -106,6 +106,34 @@ TEST_F(CaptionView, ArabicRunsFromTheRight) {
   view.grab();
   drag(line("قال لي."), 1, 5);
   EXPECT_EQ(line("قال لي.").selectedText(), ".") << "the full stop is left of the first word";
+}
+
+TEST_F(CaptionView, EndlessTextIsLaidOutAsSeen) {
+  for (const auto* view : {Views::captionView, Views::mainView}) {
+    auto& host = open({660, 520}, view);
+    for (const auto& text : {QString("endless words ").repeated(75000), QString(1000000, 'x'),
+                             QString(10000, QChar(QChar::LineSeparator))}) {
+      model_.finish(text.toStdString());
+      model_.translation("short ", text.toStdString());
+      host.grab();
+      int lines = 0;
+      double tallest = 0;
+      host.forEachItem([&](QQuickItem& item) {
+        if (const auto* shown = qobject_cast<SelectableText*>(&item)) lines += shown->lineCount();
+        if (item.inherits("QQuickPaintedItem")) tallest = std::max(tallest, item.height());
+      });
+      EXPECT_LE(lines, 300);
+      EXPECT_LE(tallest, 1000);
+      if (view == Views::captionView) continue;
+      line("short " + text).selectAll();
+      EXPECT_EQ(line("short " + text).selectedText().replace('\n', QChar(QChar::LineSeparator)),
+                "short " + text);
+    }
+  }
+  open();
+  model_.source("one\u2028two\u2029\u0085\v\f\rthree\nfour");
+  host_->grab();
+  EXPECT_EQ(line("one\u2028two\u2029\u0085\v\f\rthree\nfour").shownText(), "one two     three four");
 }
 
 TEST(BalanceRules, ChangeAtLimits) {

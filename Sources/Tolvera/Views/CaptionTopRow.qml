@@ -89,13 +89,13 @@ RowLayout {
         color: MainViewRules.hasFailed(row.app.phase) ? CaptionViewRules.alertColor() : CaptionViewRules.white(0.6)
         selectionColor: "#6679a7ff"
         font.pixelSize: 12
-        Accessible.description: row.app.phase.message
+        Accessible.description: MainViewRules.brief(row.app.phase.message)
 
         HoverHandler {
             id: statusHover
         }
         Hint {
-            text: row.app.phase.message
+            text: MainViewRules.brief(row.app.phase.message)
             shown: statusHover.hovered && text !== status.text
         }
     }

@@ -131,6 +131,8 @@ Rectangle {
 
                 width: scroll.width
                 app: live.app
+                seenTop: scroll.contentY
+                seenHeight: scroll.height
             }
 
             Shortcut {

@@ -45,7 +45,12 @@ QString MainViewRules::statusText(const Strings& strings, const Phase& phase) {
   case Phase::Kind::failed:
     break;
   }
-  return phase.message();
+  return brief(phase.message());
+}
+
+QString MainViewRules::brief(const QString& message) {
+  constexpr qsizetype longest = 1000;
+  return message.size() > longest ? message.left(longest) + QChar(0x2026) : message;
 }
 
 bool MainViewRules::offersSystemSettings(const QString& failure) {

@@ -3,6 +3,7 @@
 #include "Tolvera/Model/AppState.h"
 #include "Tolvera/Model/Phase.h"
 #include "Tolvera/Model/Strings.h"
+#include "Tolvera/Views/Parts/OneLine.h"
 
 #include <QObject>
 #include <QVariantMap>
@@ -34,6 +35,8 @@ class MainViewRules final : public QObject {
   Q_INVOKABLE static bool runsLow(double secondsLeft) { return secondsLeft < 300; }
   Q_INVOKABLE static QString packLabel(const tolvera::Strings& strings, const QVariantMap& pack);
   Q_INVOKABLE static QString statusText(const tolvera::Strings& strings, const tolvera::Phase& phase);
+  // A message of the service as a label can show it: what is far too long is cut.
+  Q_INVOKABLE static QString brief(const QString& message);
   Q_INVOKABLE static bool hasFailed(const tolvera::Phase& phase) {
     return phase.kind() == Phase::Kind::failed;
   }
@@ -45,7 +48,7 @@ class MainViewRules final : public QObject {
   }
   // An entry of the list of applications; the note marks one that plays.
   Q_INVOKABLE static QString appLabel(const QString& name, bool isPlaying) {
-    return isPlaying ? QStringLiteral("♪ ") + name : name;
+    return (isPlaying ? QStringLiteral("♪ ") : QString()) + oneLine(name);
   }
   // The language can be translated into and spoken. False for a code that is not in the catalog.
   Q_INVOKABLE static bool canSpeak(const QString& target);

@@ -6,12 +6,16 @@ Column {
     id: transcript
 
     required property AppState app
+    // What of the transcript its viewport shows, from its top.
+    required property real seenTop
+    required property real seenHeight
 
     padding: 20
     spacing: 14
 
     component Line: CopyableText {
         width: transcript.width - 2 * transcript.padding
+        seen: Qt.rect(0, transcript.seenTop - y, width, transcript.seenHeight)
         strings: transcript.app.settings.strings
         selectionColor: Theme.selection
         font.pixelSize: Theme.title3

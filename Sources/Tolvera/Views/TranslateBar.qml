@@ -30,7 +30,7 @@ BottomBar {
                 // Given outright: a layout asks for the height before it has settled the width.
                 Layout.preferredWidth: column.width
                 Layout.fillWidth: true
-                text: bar.app.phase.message
+                text: MainViewRules.brief(bar.app.phase.message)
                 color: Theme.failure
                 font.pixelSize: Theme.callout
                 Accessible.role: Accessible.AlertMessage

@@ -3,20 +3,21 @@ import Tolvera.Views
 
 // Text that a user selects with the pointer or the keyboard and copies by shortcut, middle click or menu.
 SelectableText {
-    id: control
+    id: copyable
 
     required property strings strings
 
     activeFocusOnTab: true
     Accessible.role: Accessible.StaticText
-    Accessible.name: text + tail
+    Accessible.name: spokenText
     onMenuRequested: point => {
         menu.active = true;
-        (menu.item as PopUpMenu).popup(control, point);
+        (menu.item as PopUpMenu).popup(copyable, point);
     }
 
     FocusRing {
-        shown: control.visualFocus
+        control: copyable.page
+        shown: copyable.visualFocus
         cornerRadius: 2
     }
 
@@ -26,11 +27,11 @@ SelectableText {
         active: false
         sourceComponent: PopUpMenu {
             MenuEntry {
-                text: control.strings.pick("拷贝", "Copy")
+                text: copyable.strings.pick("拷贝", "Copy")
                 onTriggered: {
-                    if (control.selectedText === "")
-                        control.selectAll();
-                    control.copy();
+                    if (copyable.selectedText === "")
+                        copyable.selectAll();
+                    copyable.copy();
                 }
             }
         }

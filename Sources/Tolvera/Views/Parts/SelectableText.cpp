@@ -1,72 +1,66 @@
 #include "Tolvera/Views/Parts/SelectableText.h"
 
+#include "Tolvera/Views/Parts/OneLine.h"
+
 #include <QClipboard>
 #include <QCursor>
 #include <QFontMetricsF>
-#include <QGlyphRun>
 #include <QGuiApplication>
 #include <QPainter>
-#include <QRawFont>
+#include <QQuickPaintedItem>
 #include <QTextBoundaryFinder>
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 namespace tolvera {
 
 namespace {
 
-// The distance of baselines as a share of the font's size. Fonts that cover many scripts ask for far more
-// than one script needs; lines whose ink needs more than this get it.
-constexpr double lineSpacing = 1.2;
+// What is read aloud of a text, and carried to other programs, at most.
+constexpr qsizetype longestSpeech = 4000;
 
-struct Extent {
-  double above = 0; // of the baseline
-  double below = 0;
-};
-
-Extent inkOf(const QTextLine& line) {
-  Extent ink;
-  for (const auto& run : line.glyphRuns()) {
-    const auto font = run.rawFont();
-    for (const auto glyph : run.glyphIndexes()) {
-      const auto box = font.boundingRect(glyph);
-      ink.above = std::max(ink.above, -box.top());
-      ink.below = std::max(ink.below, box.bottom());
-    }
-  }
-  return ink;
-}
-
-QTextOption wrapping() {
-  QTextOption option(Qt::AlignLeft | Qt::AlignAbsolute);
-  option.setTextDirection(Qt::LayoutDirectionAuto); // of each paragraph, by its first letter
-  option.setWrapMode(QTextOption::WrapAtWordBoundaryOrAnywhere);
-  return option;
-}
+// Up to this height a text is painted as a whole, so that scrolling paints nothing anew.
+constexpr double wholePage = 1000;
 
 } // namespace
 
-SelectableText::SelectableText(QQuickItem* parent) : QQuickPaintedItem(parent) {
+// An image of the part that is seen, since an image of all of it could be as large as the text.
+class SelectableText::Page final : public QQuickPaintedItem {
+ public:
+  explicit Page(SelectableText& owner) : QQuickPaintedItem(&owner), owner_(owner) {}
+  void paint(QPainter* painter) override {
+    painter->translate(-position());
+    owner_.paint(*painter, QRectF(position(), size()));
+  }
+
+ private:
+  const SelectableText& owner_;
+};
+
+SelectableText::SelectableText(QQuickItem* parent) : QQuickItem(parent), page_(new Page(*this)) {
   setAcceptedMouseButtons(Qt::LeftButton | Qt::RightButton);
   setAcceptHoverEvents(true);
-  layout_.setTextOption(wrapping());
-  layout_.setCacheEnabled(true);
+  connect(this, &SelectableText::textChanged, this, &SelectableText::spokenTextChanged);
+  connect(this, &SelectableText::tailChanged, this, &SelectableText::spokenTextChanged);
   polish();
 }
+
+QQuickItem* SelectableText::page() const { return page_; }
 
 void SelectableText::setColor(const QColor& color) {
   if (color_ == color) return;
   color_ = color;
   Q_EMIT colorChanged();
-  update();
+  page_->update();
 }
 
 void SelectableText::setSelectionColor(const QColor& color) {
   if (selectionColor_ == color) return;
   selectionColor_ = color;
   Q_EMIT selectionColorChanged();
-  update();
+  page_->update();
 }
 
 void SelectableText::setSelectable(bool selectable) {
@@ -77,146 +71,131 @@ void SelectableText::setSelectable(bool selectable) {
   Q_EMIT selectableChanged();
 }
 
-void SelectableText::geometryChange(const QRectF& newGeometry, const QRectF& oldGeometry) {
-  QQuickPaintedItem::geometryChange(newGeometry, oldGeometry);
-  if (newGeometry.width() != oldGeometry.width()) polish();
+void SelectableText::setSeen(const QRectF& seen) {
+  if (seen_ == seen) return;
+  seen_ = seen;
+  Q_EMIT seenChanged();
+  polish();
 }
 
-void SelectableText::updatePolish() { layOut(); }
+void SelectableText::geometryChange(const QRectF& newGeometry, const QRectF& oldGeometry) {
+  QQuickItem::geometryChange(newGeometry, oldGeometry);
+  if (newGeometry.width() != oldGeometry.width()) isStale_ = true;
+  if (newGeometry.size() != oldGeometry.size()) polish();
+}
+
+void SelectableText::updatePolish() {
+  if (std::exchange(isStale_, false)) {
+    layOut();
+  } else {
+    layOutSeen();
+  }
+}
 
 void SelectableText::layOut() {
-  auto full = text_ + tail_;
-  full.replace('\n', elidesHead_ ? QChar(' ') : QChar(QChar::LineSeparator));
-  const auto before = layout_.text();
-  layout_.setFont(font_);
-  breakLines(full);
-  const double height = placeLines();
-
+  const auto before = blocks_.text();
+  breakLines();
+  layOutSeen();
   // A selection stands as long as the text under it does.
-  const int end = std::max(anchor_, cursor_);
-  if (QStringView(layout_.text()).left(end) != QStringView(before).left(end)) select(0, 0);
+  if (!blocks_.text().beginsAs(before, std::max(anchor_, cursor_))) select(0, 0);
+  page_->update();
+}
 
-  // The implicit size is that of the whole text, also where it was cut.
-  const bool cut = layout_.text() != full;
-  setImplicitSize(std::ceil(cut ? QFontMetricsF(font_).horizontalAdvance(full) : layout_.maximumWidth()),
-                  std::ceil(height));
+void SelectableText::layOutSeen() {
+  const auto count = blocks_.lineCount();
+  const bool isDone =
+      seen_ ? blocks_.layOut(seen_->top(), seen_->bottom()) : blocks_.layOut(0, blocks_.height());
+  if (!isDone) QMetaObject::invokeMethod(this, [this] { polish(); }, Qt::QueuedConnection);
+  setImplicitSize(std::ceil(std::max(naturalWidth_, blocks_.widest())), std::ceil(blocks_.height()));
+
+  const QRectF whole(0, 0, width(), std::max(height(), blocks_.height()));
+  const auto part = !seen_ || whole.height() <= wholePage ? whole : whole & *seen_;
+  if (part != QRectF(page_->position(), page_->size()) || count != blocks_.lineCount()) page_->update();
+  page_->setPosition(part.topLeft());
+  page_->setSize(part.size());
   Q_EMIT laidOut();
-  update();
 }
 
-void SelectableText::breakLines(const QString& full) {
-  const double room = width();
-  if (elidesHead_) {
-    fill(room > 0 ? QFontMetricsF(font_).elidedText(full, Qt::ElideLeft, room) : full);
-    return;
-  }
-  fill(full);
-  if (maximumLineCount_ == 0 || layout_.lineCount() <= maximumLineCount_) return;
-
-  // Too long: the last line that may be shown takes what is left, cut at its end.
-  const int start = layout_.lineAt(maximumLineCount_ - 1).textStart();
-  fill(full.left(start) + QFontMetricsF(font_).elidedText(full.mid(start), Qt::ElideRight, room));
+void SelectableText::breakLines() {
+  naturalWidth_ = 0;
+  if (elidesHead_) return breakOneLine();
+  if (maximumLineCount_ == 0) return fill({text_, tail_});
+  auto shown = opening();
+  fill(shown);
+  blocks_.layOut(0, 0);
+  const bool isCut = shown.size() < text_.size() + tail_.size();
+  if (isCut || blocks_.lineCount() > maximumLineCount_) breakLastLine();
 }
 
-void SelectableText::fill(const QString& shown) {
-  const double room = width();
-  layout_.setText(shown);
-  layout_.setFormats(formats(shown));
-  layout_.beginLayout();
-  for (auto line = layout_.createLine(); line.isValid(); line = layout_.createLine()) {
-    line.setLineWidth(room > 0 ? room : 1e6);
-    if (maximumLineCount_ > 0 && layout_.lineCount() > maximumLineCount_) break;
+// The text without what no view has room for.
+JoinedText SelectableText::opening() const {
+  JoinedText shown{text_.left(TextBlocks::blockLength), {}};
+  shown.second = tail_.left(TextBlocks::blockLength - shown.first.size());
+  if (hasOneLine()) {
+    shown.first = oneLine(std::move(shown.first));
+    shown.second = oneLine(std::move(shown.second));
   }
-  layout_.endLayout();
+  return shown;
 }
 
-QList<QTextLayout::FormatRange> SelectableText::formats(const QString& shown) const {
-  QList<QTextLayout::FormatRange> formats;
-  if (!tail_.isEmpty() && shown.size() > text_.size()) {
-    auto& range = formats.emplaceBack();
-    range.start = static_cast<int>(text_.size());
-    range.length = static_cast<int>(shown.size() - text_.size());
-    range.format.setForeground(tailColor_);
-  }
-  if (!equalDigits_) return formats;
+void SelectableText::breakOneLine() {
+  constexpr auto longest = TextBlocks::blockLength;
+  const auto size = text_.size() + tail_.size();
+  auto ending = oneLine(JoinedText{text_, tail_}.mid(std::max(size - longest, qsizetype{0}), longest));
   const QFontMetricsF metrics(font_);
-  double widest = 0;
-  for (char digit = '0'; digit <= '9'; ++digit) {
-    widest = std::max(widest, metrics.horizontalAdvance(QLatin1Char(digit)));
-  }
-  for (int i = 0; i < shown.size(); ++i) {
-    const double missing = shown[i].isDigit() ? widest - metrics.horizontalAdvance(shown[i]) : 0;
-    if (missing <= 0) continue;
-    auto& range = formats.emplaceBack();
-    range.start = i;
-    range.length = 1;
-    range.format.setFontLetterSpacingType(QFont::AbsoluteSpacing);
-    range.format.setFontLetterSpacing(missing);
-  }
-  return formats;
+  if (size > longest) ending.prepend(QChar(0x2026));
+  naturalWidth_ = metrics.horizontalAdvance(ending);
+  fill({width() > 0 ? metrics.elidedText(ending, Qt::ElideLeft, width()) : ending, {}});
 }
 
-double SelectableText::placeLines() {
-  const double size = QFontInfo(font_).pixelSize();
-  double y = 0;
-  for (int i = 0; i < layout_.lineCount(); ++i) {
-    auto line = layout_.lineAt(i);
-    const double natural = line.ascent() + line.descent();
-    const auto ink = inkOf(line);
-    const double above = std::max(size * lineSpacing * line.ascent() / natural, ink.above);
-    const double below = std::max(size * lineSpacing * line.descent() / natural, ink.below);
-    const double baseline = std::ceil(y + above);
-    line.setPosition(QPointF(0, baseline - line.ascent()));
-    y = std::ceil(baseline + below);
-  }
-  return y;
+// The last line that may be shown takes what is left, cut at its end.
+void SelectableText::breakLastLine() {
+  const auto all = blocks_.text();
+  const QFontMetricsF metrics(font_);
+  const auto start = blocks_.startOfLine(maximumLineCount_ - 1);
+  // The implicit width is that of the text before it was cut.
+  naturalWidth_ = metrics.horizontalAdvance(all.mid(0, all.size()));
+  auto last = all.mid(start, all.size() - start);
+  const auto end = std::find_if(last.cbegin(), last.cend(), TextBlocks::endsLine);
+  const bool isCut = end != last.cend() || all.size() < text_.size() + tail_.size();
+  last.truncate(end - last.cbegin());
+  if (isCut) last += QChar(0x2026);
+  const auto shown = all.mid(0, start) + metrics.elidedText(last, Qt::ElideRight, width());
+  fill({shown.left(all.first.size()), shown.mid(all.first.size())});
 }
 
-void SelectableText::paint(QPainter* painter) {
-  QList<QTextLayout::FormatRange> selections;
-  if (anchor_ != cursor_) {
-    QTextLayout::FormatRange range;
-    range.start = std::min(anchor_, cursor_);
-    range.length = std::abs(anchor_ - cursor_);
-    range.format.setBackground(selectionColor_);
-    selections.append(range);
-  }
-  painter->setPen(color_);
-  layout_.draw(painter, QPointF(0, 0), selections);
+void SelectableText::fill(JoinedText shown) {
+  blocks_.setText(std::move(shown),
+                  {.font = font_, .tailColor = tailColor_, .equalDigits = equalDigits_, .room = width()});
 }
 
-bool SelectableText::isOverText(QPointF point) const {
-  for (int i = 0; i < layout_.lineCount(); ++i) {
-    if (layout_.lineAt(i).naturalTextRect().contains(point)) return true;
-  }
-  return false;
+QString SelectableText::spokenText() const {
+  const JoinedText all{text_, tail_};
+  if (all.size() <= longestSpeech) return text_ + tail_;
+  const bool isOpening = maximumLineCount_ > 0 && !elidesHead_;
+  return all.mid(isOpening ? 0 : all.size() - longestSpeech, longestSpeech);
 }
 
-int SelectableText::positionAt(QPointF point) const {
-  int nearest = 0;
-  for (int i = 0; i < layout_.lineCount(); ++i) {
-    const auto line = layout_.lineAt(i);
-    if (i > 0 && point.y() < line.y()) break;
-    nearest = line.xToCursor(point.x());
-  }
-  return nearest;
+void SelectableText::paint(QPainter& painter, const QRectF& part) const {
+  painter.setPen(color_);
+  blocks_.draw(painter, part, std::min(anchor_, cursor_), std::max(anchor_, cursor_), selectionColor_);
 }
 
-void SelectableText::select(int anchor, int cursor) {
+void SelectableText::select(qsizetype anchor, qsizetype cursor) {
   if (anchor == anchor_ && cursor == cursor_) return;
   anchor_ = anchor;
   cursor_ = cursor;
   Q_EMIT selectionChanged();
-  update();
+  page_->update();
 }
 
 QString SelectableText::selectedText() const {
-  return layout_.text()
+  return blocks_.text()
       .mid(std::min(anchor_, cursor_), std::abs(anchor_ - cursor_))
       .replace(QChar(QChar::LineSeparator), '\n');
 }
 
-void SelectableText::selectAll() { select(0, static_cast<int>(layout_.text().size())); }
+void SelectableText::selectAll() { select(0, blocks_.text().size()); }
 
 void SelectableText::copy() const {
   if (anchor_ != cursor_) QGuiApplication::clipboard()->setText(selectedText());
@@ -231,7 +210,7 @@ void SelectableText::offerSelection() const {
 }
 
 void SelectableText::hoverMoveEvent(QHoverEvent* event) {
-  if (isOverText(event->position())) {
+  if (blocks_.isOver(event->position())) {
     setCursor(Qt::IBeamCursor);
   } else {
     unsetCursor();
@@ -240,7 +219,7 @@ void SelectableText::hoverMoveEvent(QHoverEvent* event) {
 }
 
 void SelectableText::mousePressEvent(QMouseEvent* event) {
-  if (!isOverText(event->position())) {
+  if (!blocks_.isOver(event->position())) {
     select(0, 0);
     event->ignore();
     return;
@@ -251,12 +230,12 @@ void SelectableText::mousePressEvent(QMouseEvent* event) {
     return;
   }
   forceActiveFocus(Qt::MouseFocusReason);
-  const int position = positionAt(event->position());
+  const auto position = blocks_.positionAt(event->position());
   select(event->modifiers() & Qt::ShiftModifier ? anchor_ : position, position);
 }
 
 void SelectableText::mouseMoveEvent(QMouseEvent* event) {
-  if (event->buttons() & Qt::LeftButton) select(anchor_, positionAt(event->position()));
+  if (event->buttons() & Qt::LeftButton) select(anchor_, blocks_.positionAt(event->position()));
 }
 
 void SelectableText::mouseReleaseEvent(QMouseEvent*) {
@@ -265,13 +244,16 @@ void SelectableText::mouseReleaseEvent(QMouseEvent*) {
 }
 
 void SelectableText::mouseDoubleClickEvent(QMouseEvent* event) {
-  QTextBoundaryFinder finder(QTextBoundaryFinder::Word, layout_.text());
-  const auto position = positionAt(event->position());
-  finder.setPosition(position);
-  const auto begin = finder.isAtBoundary() ? position : finder.toPreviousBoundary();
-  finder.setPosition(position);
+  const auto position = blocks_.positionAt(event->position());
+  // A word is looked for near the pointer alone, since the text may be very long.
+  const auto from = std::max(position - TextBlocks::blockLength, qsizetype{0});
+  const auto near = blocks_.text().mid(from, 2 * TextBlocks::blockLength);
+  QTextBoundaryFinder finder(QTextBoundaryFinder::Word, near);
+  finder.setPosition(position - from);
+  const auto begin = finder.isAtBoundary() ? position - from : finder.toPreviousBoundary();
+  finder.setPosition(position - from);
   const auto end = finder.toNextBoundary();
-  select(static_cast<int>(begin), static_cast<int>(end < 0 ? layout_.text().size() : end));
+  select(from + begin, from + (end < 0 ? near.size() : end));
   offerSelection();
 }
 
@@ -287,12 +269,12 @@ void SelectableText::keyPressEvent(QKeyEvent* event) {
 }
 
 void SelectableText::focusInEvent(QFocusEvent* event) {
-  QQuickPaintedItem::focusInEvent(event);
+  QQuickItem::focusInEvent(event);
   setVisualFocus(event->reason() == Qt::TabFocusReason || event->reason() == Qt::BacktabFocusReason);
 }
 
 void SelectableText::focusOutEvent(QFocusEvent* event) {
-  QQuickPaintedItem::focusOutEvent(event);
+  QQuickItem::focusOutEvent(event);
   setVisualFocus(false);
 }
 

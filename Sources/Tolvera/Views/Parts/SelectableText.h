@@ -1,11 +1,15 @@
 #pragma once
 
+#include "Tolvera/Views/Parts/TextBlocks.h"
+
 #include <QColor>
 #include <QFont>
-#include <QQuickPaintedItem>
+#include <QQuickItem>
+#include <QRectF>
 #include <QString>
-#include <QTextLayout>
 #include <QtQml/qqmlregistration.h>
+
+#include <optional>
 
 namespace tolvera {
 
@@ -13,8 +17,11 @@ namespace tolvera {
 // of its properties between two frames cost one layout. It can be cut at the head, on
 // one line, or at the end, after a number of lines. An element of a view; main thread.
 //
+// A text may be of any length: only what is seen of it is laid out and painted. The height of one that is not
+// wholly seen is an estimate, which changes as more of it is seen.
+//
 // Only the text itself takes the pointer: the item below gets a press beside it.
-class SelectableText : public QQuickPaintedItem {
+class SelectableText : public QQuickItem {
   Q_OBJECT
   QML_ELEMENT
   Q_PROPERTY(QString text READ text WRITE setText NOTIFY textChanged)
@@ -29,10 +36,17 @@ class SelectableText : public QQuickPaintedItem {
       int maximumLineCount READ maximumLineCount WRITE setMaximumLineCount NOTIFY maximumLineCountChanged)
   Q_PROPERTY(bool equalDigits READ hasEqualDigits WRITE setEqualDigits NOTIFY equalDigitsChanged)
   Q_PROPERTY(bool selectable READ isSelectable WRITE setSelectable NOTIFY selectableChanged)
+  // The part of the element that its viewport shows; never set where all of it is seen.
+  Q_PROPERTY(QRectF seen READ seen WRITE setSeen NOTIFY seenChanged)
   Q_PROPERTY(bool visualFocus READ hasVisualFocus NOTIFY visualFocusChanged) // got by the keyboard
   Q_PROPERTY(QString selectedText READ selectedText NOTIFY selectionChanged)
   Q_PROPERTY(int lineCount READ lineCount NOTIFY laidOut)
-  Q_PROPERTY(QString shownText READ shownText NOTIFY laidOut) // as cut to the room there is
+  Q_PROPERTY(QString shownText READ shownText NOTIFY laidOut)             // as cut to the room there is
+  Q_PROPERTY(QString spokenText READ spokenText NOTIFY spokenTextChanged) // all of it, unless it is very long
+  Q_PROPERTY(QQuickItem* page READ page CONSTANT)                         // the part that is painted
+  // Of the last line, from the top of the element.
+  Q_PROPERTY(double lastLineTop READ lastLineTop NOTIFY laidOut)
+  Q_PROPERTY(double lastBaseline READ lastBaseline NOTIFY laidOut)
 
  public:
   explicit SelectableText(QQuickItem* parent = nullptr);
@@ -62,15 +76,19 @@ class SelectableText : public QQuickPaintedItem {
   // True at first. The item below text that is not selectable gets the pointer.
   [[nodiscard]] bool isSelectable() const { return selectable_; }
   void setSelectable(bool selectable);
+  [[nodiscard]] QRectF seen() const { return seen_.value_or(QRectF()); }
+  void setSeen(const QRectF& seen);
   [[nodiscard]] bool hasVisualFocus() const { return visualFocus_; }
   [[nodiscard]] QString selectedText() const;
-  [[nodiscard]] int lineCount() const { return layout_.lineCount(); }
-  [[nodiscard]] QString shownText() const { return layout_.text(); }
+  [[nodiscard]] int lineCount() const { return blocks_.lineCount(); }
+  [[nodiscard]] QString shownText() const { return blocks_.text().mid(0, blocks_.text().size()); }
+  [[nodiscard]] QString spokenText() const;
+  [[nodiscard]] QQuickItem* page() const;
+  [[nodiscard]] double lastLineTop() const { return blocks_.lastLineTop(); }
+  [[nodiscard]] double lastBaseline() const { return blocks_.lastBaseline(); }
 
   Q_INVOKABLE void selectAll();
   Q_INVOKABLE void copy() const; // what is selected, to the clipboard
-
-  void paint(QPainter* painter) override;
 
  Q_SIGNALS:
   void textChanged();
@@ -83,6 +101,8 @@ class SelectableText : public QQuickPaintedItem {
   void maximumLineCountChanged();
   void equalDigitsChanged();
   void selectableChanged();
+  void seenChanged();
+  void spokenTextChanged();
   void visualFocusChanged();
   void selectionChanged();
   void laidOut();
@@ -101,22 +121,27 @@ class SelectableText : public QQuickPaintedItem {
   void focusOutEvent(QFocusEvent* event) override;
 
  private:
+  class Page; // the child that is painted
+
   template<typename T>
   void assign(T& field, const T& value, void (SelectableText::*changed)()) {
     if (field == value) return;
     field = value;
     Q_EMIT(this->*changed)();
+    isStale_ = true;
     polish();
   }
 
+  void paint(QPainter& painter, const QRectF& part) const;
   void layOut();
-  void breakLines(const QString& full);
-  void fill(const QString& shown);
-  [[nodiscard]] QList<QTextLayout::FormatRange> formats(const QString& shown) const;
-  [[nodiscard]] double placeLines();
-  [[nodiscard]] bool isOverText(QPointF point) const;
-  [[nodiscard]] int positionAt(QPointF point) const;
-  void select(int anchor, int cursor);
+  void layOutSeen();
+  void breakLines();
+  void breakOneLine();
+  void breakLastLine();
+  void fill(JoinedText shown);
+  [[nodiscard]] JoinedText opening() const;
+  [[nodiscard]] bool hasOneLine() const { return elidesHead_ || maximumLineCount_ == 1; }
+  void select(qsizetype anchor, qsizetype cursor);
   void offerSelection() const;
   void setVisualFocus(bool visual);
 
@@ -130,10 +155,14 @@ class SelectableText : public QQuickPaintedItem {
   int maximumLineCount_ = 0;
   bool equalDigits_ = false;
   bool selectable_ = true;
+  std::optional<QRectF> seen_;
 
-  QTextLayout layout_;
-  int anchor_ = 0;
-  int cursor_ = 0;
+  TextBlocks blocks_;
+  bool isStale_ = true; // the blocks are of an older text or style
+  double naturalWidth_ = 0;
+  Page* const page_;
+  qsizetype anchor_ = 0;
+  qsizetype cursor_ = 0;
   bool visualFocus_ = false;
 };
 
