@@ -97,6 +97,11 @@ class InMemoryModel {
   void fail(const std::string& message, const std::string& code = "upstream") { // in a run, as the service
     say({{"type", "error"}, {"code", code}, {"message", message}});
   }
+  void beSilent() { // the sound that is captured, until the watchdog says so
+    in_.loop.advance(std::chrono::seconds(1));
+    in_.audioHardware.deliver(std::vector<float>(9600, 0));
+    in_.loop.advance(std::chrono::seconds(14));
+  }
   // What the service says in a run.
   void source(const std::string& text) { say({{"type", "src"}, {"text", text}}); }
   void translation(const std::string& text, const std::string& stash = "") {

@@ -1,10 +1,13 @@
 #include "Fakes/InMemoryModel.h"
 #include "Tolvera/App/AppDelegate.h"
+#include "Tolvera/App/QuickCaptionWindow.h"
 #include "Tolvera/Views/LanguageNames.h"
 #include "Tolvera/Views/Views.h"
 
 #include <QCoreApplication>
 #include <QQmlEngine>
+#include <QQuickItem>
+#include <QTest>
 #include <QTimer>
 
 #include <gtest/gtest.h>
@@ -120,6 +123,18 @@ TEST_F(AppDelegateRun, ReopensAWindowAtItsFormerSize) {
   QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
   delegate_.openMainWindow();
   EXPECT_EQ(delegate_.mainWindow()->size(), QSize(900, 700));
+}
+
+TEST_F(AppDelegateRun, PanelKnowsThePointerAtItsEdges) {
+  QuickCaptionPanel panel(engine_, model_.app(), model_.in().userDefaults);
+  panel.setPosition(200, 200);
+  panel.show();
+  for (const QPoint at :
+       {QPoint(2, 60), QPoint(400, 3), QPoint(777, 129), QPoint(400, 60), QPoint(400, 129)}) {
+    QTest::mouseMove(&panel, at);
+    QCoreApplication::processEvents();
+    EXPECT_TRUE(panel.rootObject()->property("hovering").toBool()) << at.x() << ", " << at.y();
+  }
 }
 
 } // namespace

@@ -60,17 +60,50 @@ TEST_F(CaptionView, EarlierLinesLoseTheirHead) {
   EXPECT_EQ(shown.filter(QRegularExpression("^2the fi.*…$")).size(), 1) << shown.join('|').toStdString();
 }
 
-TEST_F(CaptionView, LowPanelDropsOldestLines) {
-  for (const auto size : {QSize(780, 132), QSize(360, 72)}) {
-    open(size);
+TEST_F(CaptionView, ShowsWholeLinesWithRoom) {
+  const auto show = [this](int height, double size) {
+    open({780, height});
+    model_.settings().setProperty("overlayFontSize", size);
     model_.source("spoken");
     model_.finish("Earlier.");
     model_.translation(longText.toStdString());
     host_->grab();
-    EXPECT_EQ(place(longText).y() + line(longText).height(), size.height() - 12);
-    EXPECT_EQ(line("spoken").color().alpha(), 0) << "no half of it is seen";
-    EXPECT_EQ(line("Earlier.").color().alpha() > 0, size.height() > 100);
+  };
+  // The height of the panel, and what is seen of the source, the earlier sentence and the one under way: its
+  // lines, or the part of one line in percent.
+  const std::tuple<int, double, int, int, int> rows[] = {
+      {153, 22, 1, 1, 2}, {152, 22, 1, 0, 2}, {120, 22, 0, 0, 2}, {98, 22, 0, 0, 1}, {72, 48, 0, 0, 44}};
+  for (const auto& [height, size, source, earlier, current] : rows) {
+    show(height, size);
+    const double top = 34;
+    const auto isSeen = [this, top](const QString& text) { return place(text).y() >= top ? 1 : 0; };
+    const auto& newest = line(longText);
+    const double y = place(longText).y();
+    const double lineHeight = newest.height() / 2;
+    const double shown = std::min(y + newest.height(), height - 12.0) - std::max(y, top);
+    const int part = static_cast<int>(std::round(shown / lineHeight * 100));
+    EXPECT_EQ(std::tuple(height, size, isSeen("spoken"), isSeen("Earlier."), part >= 100 ? part / 100 : part),
+              std::tuple(height, size, source, earlier, current));
+    EXPECT_LE(y + newest.lastBaseline(), height - 12) << "the letters of the last line are seen";
   }
+  show(72, 22);
+  model_.finish("Earlier.");
+  host_->grab();
+  EXPECT_EQ(place("Earlier.").y(), 34) << "it takes the place of a sentence that is not there";
+}
+
+TEST_F(CaptionView, StatusWrapsWithoutCaptions) {
+  model_.settings().captureEverything();
+  auto& view = open({360, 132});
+  model_.beSilent();
+  view.grab();
+  const auto status = model_.app().overlayStatus();
+  EXPECT_EQ(line(status).lineCount(), 2);
+  EXPECT_EQ(line(status).shownText(), status);
+  model_.app().previewOverlay();
+  model_.beSilent();
+  view.grab();
+  EXPECT_EQ(line(status).lineCount(), 1) << "beside captions";
 }
 
 TEST_F(CaptionView, ControlsMoveNoCaptions) {

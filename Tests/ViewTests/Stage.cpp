@@ -39,6 +39,7 @@ const std::map<QString, void (*)(S, W)> verbs{
     {"live", [](S s, W) { s.model.live(); }},
     {"reconnecting", [](S s, W) { s.model.reconnecting(); }},
     {"fail", [](S s, W w) { s.model.fail(w.toStdString()); }},
+    {"silence", [](S s, W) { s.model.beSilent(); }},
     {"goodbye", [](S s, W) { s.model.in().loop.advance(std::chrono::seconds(10)); }},
     {"source", [](S s, W w) { s.model.source(w.toStdString()); }},
     {"finish", [](S s, W w) { s.model.finish(w.toStdString()); }},

@@ -43,6 +43,11 @@ void CaptionGrip::hoverMoveEvent(QHoverEvent* event) {
   event->ignore(); // what lies below is hovered over as well
 }
 
+void CaptionGrip::hoverLeaveEvent(QHoverEvent* event) {
+  Q_EMIT left();
+  event->ignore();
+}
+
 void CaptionGrip::mousePressEvent(QMouseEvent* event) {
   Q_EMIT pressed(edgesAt(event->position()), event->globalPosition());
 }

@@ -24,13 +24,17 @@ class CaptionGrip final : public QQuickItem {
  Q_SIGNALS:
   // The pointer, not pressed, is at an edge.
   void hovered();
+  // It is there no longer.
+  void left();
   // Points are those of the desktop. Without edges the press drags the whole panel.
   void pressed(Qt::Edges edges, QPointF pointer);
   void moved(QPointF pointer);
   void released();
 
  protected:
+  void hoverEnterEvent(QHoverEvent* event) override { hoverMoveEvent(event); }
   void hoverMoveEvent(QHoverEvent* event) override;
+  void hoverLeaveEvent(QHoverEvent* event) override;
   void mousePressEvent(QMouseEvent* event) override;
   void mouseMoveEvent(QMouseEvent* event) override;
   void mouseReleaseEvent(QMouseEvent* event) override;

@@ -98,8 +98,18 @@ void QuickCaptionPanel::orderOut() {
 
 void QuickCaptionPanel::addGrip(CaptionGrip::Part part) {
   auto* const grip = new CaptionGrip(part, *contentItem());
-  connect(grip, &CaptionGrip::hovered, this, &QuickCaptionPanel::coverDesktop);
+  connect(grip, &CaptionGrip::hovered, this, [this] {
+    notePointerAtEdge(true);
+    coverDesktop();
+  });
+  connect(grip, &CaptionGrip::left, this, [this] { notePointerAtEdge(false); });
   takeGestures(*grip);
+}
+
+void QuickCaptionPanel::notePointerAtEdge(bool isThere) {
+  // The window that covers the desktop is there as long as the pointer is.
+  const bool isCovered = grabWindow_ && grabWindow_->isVisible();
+  rootObject()->setProperty("atEdge", isThere || isCovered);
 }
 
 void QuickCaptionPanel::coverDesktop() {
@@ -108,6 +118,7 @@ void QuickCaptionPanel::coverDesktop() {
     grabWindow_.emplace(
         [this](QPointF point) { return CaptionGeometry::edgesAt(size(), point - position()); });
     takeGestures(*grabWindow_);
+    connect(&*grabWindow_, &QWindow::visibleChanged, this, [this] { notePointerAtEdge(false); });
   }
   grabWindow_->cover();
 }

@@ -51,6 +51,8 @@ class QuickCaptionPanel final : public QQuickView, public CaptionPanel {
 
   void addGrip(CaptionGrip::Part part);
   void coverDesktop();
+  // Tells the view, which lies below the edges, whether the pointer is there.
+  void notePointerAtEdge(bool isThere);
   // `source` has the signals of a grip.
   template<typename Source>
   void takeGestures(Source& source);

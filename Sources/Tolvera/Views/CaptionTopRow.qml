@@ -3,12 +3,14 @@ import QtQuick.Layouts
 import QtQuick.Templates as T
 import Tolvera.Views
 
-// The first row of the caption card. Its height never changes, so that the captions below stand still.
+// The first row of the caption card. Its height never changes, so that the captions below stand still; while
+// there are none, the status goes on below it.
 RowLayout {
     id: row
 
     required property AppState app
     required property bool controlsShown
+    required property real statusRoom // for more lines of the status than one; 0 for one line
 
     signal fontStep(real step)
 
@@ -77,26 +79,37 @@ RowLayout {
         }
     }
 
-    CopyableText {
-        id: status
-
+    Item {
         Layout.fillWidth: true
-        Layout.maximumWidth: Math.ceil(implicitWidth) + 1
-        visible: text !== ""
-        strings: row.strings
-        text: row.app.overlayStatus
-        maximumLineCount: 1
-        color: MainViewRules.hasFailed(row.app.phase) ? CaptionViewRules.alertColor() : CaptionViewRules.white(0.6)
-        selectionColor: "#6679a7ff"
-        font.pixelSize: 12
-        Accessible.description: MainViewRules.brief(row.app.phase.message)
+        Layout.maximumWidth: Math.ceil(status.implicitWidth) + 1
+        Layout.fillHeight: true
+        implicitWidth: status.implicitWidth
+        visible: status.text !== ""
 
-        HoverHandler {
-            id: statusHover
-        }
-        Hint {
-            text: MainViewRules.brief(row.app.phase.message)
-            shown: statusHover.hovered && text !== status.text
+        CopyableText {
+            id: status
+
+            readonly property real lineHeight: Math.ceil(12 * 1.2)
+
+            y: Math.floor((parent.height - lineHeight) / 2)
+            width: parent.width
+            strings: row.strings
+            text: row.app.overlayStatus
+            maximumLineCount: Math.max(1, Math.floor(row.statusRoom / lineHeight))
+            color: MainViewRules.hasFailed(row.app.phase) ? CaptionViewRules.alertColor() : CaptionViewRules.white(0.6)
+            selectionColor: "#6679a7ff"
+            font.pixelSize: 12
+            Accessible.description: MainViewRules.brief(row.app.phase.message)
+
+            HoverHandler {
+                id: statusHover
+            }
+            Hint {
+                text: MainViewRules.brief(row.app.phase.message)
+                shown: statusHover.hovered && text !== status.text
+                // Over the status itself, so that the captions stay free.
+                y: (status.height - height) / 2
+            }
         }
     }
 

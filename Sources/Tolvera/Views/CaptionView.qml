@@ -8,8 +8,10 @@ Item {
     id: view
 
     required property AppState app
+    // The pointer is at the window's edges, which lie above the view.
+    property bool atEdge: false
     // The pointer is over the view.
-    property bool hovering: hover.hovered
+    property bool hovering: hover.hovered || atEdge
 
     readonly property strings strings: app.settings.strings
     readonly property real fontSize: app.settings.overlayFontSize
@@ -48,66 +50,72 @@ Item {
         anchors.topMargin: 10
         app: view.app
         controlsShown: view.hovering
+        statusRoom: captions.isEmpty ? view.height - y - 12 : 0
         onFontStep: step => view.adjustFont(step)
     }
 
+    // What there is room for, in whole lines. When room is short, the oldest lines go first. They go out of sight
+    // and are not hidden, so that they stay in the accessibility tree.
     Item {
         id: captions
 
-        // Whether a line is seen whole at this distance from the top. A line without room is drawn transparent
-        // and not hidden, so that it stays in the accessibility tree.
-        function hasRoomAt(y: real): bool {
-            return rows.y + y > -1;
+        readonly property real room: height - 12
+        readonly property bool isEmpty: source.text + previous.text + current.text + current.tail === ""
+        // Between two sentences the last one is still being read.
+        readonly property SelectableText newest: current.text + current.tail === "" && previous.visible ? previous : current
+        readonly property real sourceRoom: source.visible ? source.height + 6 : 0
+        readonly property bool hasSource: source.visible && sourceRoom + newest.height <= room
+        readonly property bool hasPrevious: previous.visible && (newest === previous || sourceRoom + previous.height + 2 + current.height <= room)
+        // Above the newest lines that there is room for: all of them, the last one, or that one's lower part,
+        // where the letters are.
+        readonly property real cut: {
+            if (newest.height <= room)
+                return 0;
+            const last = newest.lastLineTop;
+            return newest.height - last <= room ? last : Math.max(last, newest.lastBaseline - room);
         }
+        readonly property real sentencesTop: hasSource ? sourceRoom : -cut
+        readonly property real outOfSight: -2 * view.height
 
         anchors.left: topRow.left
         anchors.right: topRow.right
         anchors.top: topRow.bottom
         anchors.topMargin: 6
         anchors.bottom: parent.bottom
-        anchors.bottomMargin: 12
         clip: true
 
-        Column {
-            id: rows
+        Line {
+            id: source
 
-            // In a panel that is too low for all lines, the oldest are cut off, never the newest.
-            y: Math.min(0, captions.height - height)
-            width: parent.width
-            spacing: 6
+            y: captions.hasSource ? 0 : captions.outOfSight
+            visible: view.app.settings.showSource && text !== ""
+            text: view.app.sourceLine
+            elidesHead: true
+            color: CaptionViewRules.white(0.62)
+            font.pixelSize: view.fontSize * 0.68
+        }
+        Line {
+            id: previous
 
-            Line {
-                visible: view.app.settings.showSource && text !== ""
-                text: view.app.sourceLine
-                elidesHead: true
-                color: captions.hasRoomAt(y) ? CaptionViewRules.white(0.62) : "transparent"
-                font.pixelSize: view.fontSize * 0.68
-            }
+            y: captions.hasPrevious ? captions.sentencesTop : captions.outOfSight
+            visible: text !== ""
+            text: view.app.previousLine
+            elidesHead: true
+            color: CaptionViewRules.white(0.45)
+            font.pixelSize: view.fontSize
+            font.weight: Font.Medium
+        }
+        Line {
+            id: current
 
-            Column {
-                id: sentences
-
-                width: parent.width
-                spacing: 2
-
-                Line {
-                    visible: text !== ""
-                    text: view.app.previousLine
-                    elidesHead: true
-                    color: captions.hasRoomAt(sentences.y + y) ? CaptionViewRules.white(0.45) : "transparent"
-                    font.pixelSize: view.fontSize
-                    font.weight: Font.Medium
-                }
-                Line {
-                    text: view.app.currentLine
-                    tail: view.app.currentStash
-                    maximumLineCount: 2
-                    color: CaptionViewRules.white(1)
-                    tailColor: CaptionViewRules.white(0.55)
-                    font.pixelSize: view.fontSize
-                    font.weight: Font.Medium
-                }
-            }
+            y: captions.sentencesTop + (captions.hasPrevious ? previous.height + 2 : 0)
+            text: view.app.currentLine
+            tail: view.app.currentStash
+            maximumLineCount: 2
+            color: CaptionViewRules.white(1)
+            tailColor: CaptionViewRules.white(0.55)
+            font.pixelSize: view.fontSize
+            font.weight: Font.Medium
         }
     }
 }
