@@ -237,6 +237,34 @@ class Windows:
         screen.press_key("ctrl+q")
         promise("the quit command ends it with status 0", alone.wait(15) == 0)
 
+    def announcements(self):
+        """A start stands beside the sample captions, since the second request to the service has no answer."""
+        service = socket.create_server(("127.0.0.1", 0))
+        self._stage.url = f"http://127.0.0.1:{service.getsockname()[1]}/livetranslate"
+        heard = []
+
+        def hear(event):
+            try:
+                heard.append(event.any_data if "announcement" in event.type else event.source.get_name())
+            except screen.GLib.GError:
+                pass  # it has gone meanwhile
+
+        listener = screen.Atspi.EventListener.new(hear)
+        for kind in ("object:announcement", "object:state-changed:showing"):
+            listener.register(kind)
+        self._stage.prefer(seenOnboarding=True, uiLanguage="english", TolveraPreviewOverlay=True,
+                           TolveraAutoStart=True)
+        self.launch()
+        service.accept()[0].close()
+
+        def has_heard():
+            while screen.GLib.MainContext.default().iteration(False):
+                pass
+            return "Starting…" in heard
+
+        promise("a screen reader hears a change of the status", wait_for("the announcement", has_heard))
+        service.close()
+
     # --- The tray ---------------------------------------------------------------------------------------------
 
     def tray(self):

@@ -72,11 +72,14 @@ Rectangle {
                     Accessible.ignored: true
                 }
                 Label {
+                    id: status
+
                     Layout.fillWidth: true
                     text: MainViewRules.statusText(live.strings, live.app.phase)
                     color: Theme.secondary
                     font.pixelSize: Theme.subheadline
-                    Accessible.role: MainViewRules.hasFailed(live.app.phase) ? Accessible.AlertMessage : Accessible.StatusBar
+                    Accessible.role: MainViewRules.hasFailed(live.app.phase) ? Accessible.AlertMessage : Accessible.Notification
+                    onTextChanged: ScreenReader.announce(status, text)
                 }
                 PushButton {
                     small: true

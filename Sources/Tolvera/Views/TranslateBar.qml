@@ -27,6 +27,8 @@ BottomBar {
             Layout.fillWidth: true
 
             Label {
+                id: failure
+
                 // Given outright: a layout asks for the height before it has settled the width.
                 Layout.preferredWidth: column.width
                 Layout.fillWidth: true
@@ -34,6 +36,7 @@ BottomBar {
                 color: Theme.failure
                 font.pixelSize: Theme.callout
                 Accessible.role: Accessible.AlertMessage
+                onTextChanged: ScreenReader.announce(failure, text)
             }
             PushButton {
                 visible: MainViewRules.offersSystemSettings(bar.app.phase.message)
