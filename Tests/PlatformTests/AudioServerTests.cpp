@@ -33,6 +33,20 @@ TEST_F(SoundServer, MayDieDuringRun) {
   }
 }
 
+TEST_F(SoundServer, PlaysNoDubAfterItsTime) {
+  dub_.start();
+  graph_.killServer();
+  dub_.play(sine(3000, 2));
+  std::this_thread::sleep_for(std::chrono::milliseconds(2100));
+  graph_.startServer();
+  addSink("speaker");
+  Recording played;
+  const auto ear = overhear("speaker", played);
+  dub_.play(sine(1500, 20));
+  EXPECT_TRUE(eventually([&played] { return played.hears(1500); }));
+  EXPECT_LT(amplitudeAt(3000, Recording::rate, played.samples()), 0.01);
+}
+
 // A desktop's outputs belong to the session manager: they go with it, and the new one makes them again.
 TEST_F(SoundServer, MayLoseItsSessionManager) {
   everything_.start(recording_.sink());

@@ -57,6 +57,7 @@ void PipeWireOutputStream::awaitChange() {
 void PipeWireOutputStream::settled() {
   if (graph_->connection.core() == nullptr || (stream() != nullptr && !failed_)) return;
   end();
+  voice_->queue.dropOverdue(); // speech from the time without a server would come with the next one's
   if (!begin()) graph_->connection.retryIn(retryInterval);
 }
 

@@ -10,7 +10,8 @@ namespace tolvera::adapters {
 struct PipeWireSoundQueue::Item {
   std::optional<platform::AudioPCMBuffer> buffer; // none in the very first
   std::uint64_t sequence = 0;
-  std::uint64_t framesBefore = 0; // of all items before it
+  std::uint64_t framesBefore = 0;                   // of all items before it
+  Clock::time_point end = Clock::time_point::min(); // when it is over if nothing holds it up
   std::atomic<Item*> next{nullptr};
 
   [[nodiscard]] std::uint64_t framesThrough() const {
@@ -36,6 +37,9 @@ void PipeWireSoundQueue::push(platform::AudioPCMBuffer buffer) noexcept {
   item->buffer = std::move(buffer);
   item->sequence = last_->sequence + 1;
   item->framesBefore = last_->framesThrough();
+  const std::chrono::duration<double> duration(item->buffer->frameLength() /
+                                               item->buffer->format().sampleRate);
+  item->end = std::max(last_->end, Clock::now()) + std::chrono::duration_cast<Clock::duration>(duration);
   pushed_.store(item->sequence, std::memory_order_release);
   last_->next.store(item, std::memory_order_release);
   last_ = item;
@@ -51,6 +55,8 @@ std::uint64_t PipeWireSoundQueue::waiting() const noexcept {
   return last_->framesThrough() - std::max(framesRead_.load(std::memory_order_acquire), framesDropped_);
 }
 
+void PipeWireSoundQueue::dropOverdue() noexcept { overdue_.store(Clock::now(), std::memory_order_release); }
+
 bool PipeWireSoundQueue::hasSound() const noexcept {
   return pushed_.load(std::memory_order_acquire) >
          std::max(completed_.load(std::memory_order_acquire), dropped_.load(std::memory_order_acquire));
@@ -60,10 +66,11 @@ std::size_t PipeWireSoundQueue::read(float* const* planes, std::uint32_t channel
                                      std::size_t frames) noexcept {
   std::size_t done = 0;
   const std::uint64_t dropped = dropped_.load(std::memory_order_acquire);
+  const auto overdue = overdue_.load(std::memory_order_acquire);
   Item* item = current_.load(std::memory_order_relaxed);
   while (done < frames) {
     const std::uint32_t length = item->buffer ? item->buffer->frameLength() : 0;
-    if (item->sequence <= dropped || position_ >= length) {
+    if (item->sequence <= dropped || item->end <= overdue || position_ >= length) {
       completed_.store(item->sequence, std::memory_order_release);
       Item* next = item->next.load(std::memory_order_acquire);
       if (next == nullptr) break;
