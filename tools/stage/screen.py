@@ -63,7 +63,7 @@ class X11Input:
 
 class SwayInput:
     """The pointer and keyboard of a Wayland desktop, lent over the remote frame buffer protocol. Only the
-    compositor knows what has the focus and what the screen looks like."""
+    compositor knows which window has the focus and what the screen looks like."""
 
     inaccuracy = 1
 
@@ -192,7 +192,7 @@ def click(x, y, button=1):
 
 
 def press(x, y):
-    """Presses as a hand does, which comes near before it is there."""
+    """Presses as a hand does: the pointer comes near before it is there."""
     for distance in (1, 0):
         point(x - distance, y - distance)
         settle()
@@ -251,7 +251,7 @@ def is_viewable(window):
 
 
 def panel_of(pid):
-    """The caption panel of the program: no window manager's business, and of the panel's size. None without it."""
+    """The program's caption panel: a window of its size that no window manager manages. None if there is none."""
     for window in stacking():
         if "Override Redirect State: yes" in properties(window) and is_of(window, pid):
             if geometry(window)[2] >= 360 and geometry(window)[3] <= 460:
@@ -285,7 +285,7 @@ def top_level(window):
 
 
 def is_of(window, pid):
-    """Whether the window says that it is that process's."""
+    """True if the window says that it belongs to the process."""
     found = subprocess.run(["xprop", "-id", str(window), "_NET_WM_PID"], stdout=subprocess.PIPE, text=True,
                            stderr=subprocess.DEVNULL)
     return found.stdout.strip().endswith(f"= {pid}")

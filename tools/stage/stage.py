@@ -177,15 +177,15 @@ def tell(stage, story):
 
 
 def main_window():
-    """The number of the program's one ordinary window. The panel bears the same title, but is not the window
-    manager's."""
+    """The number of the program's one ordinary window. The panel has the same title, but no window manager
+    manages it."""
     titled = screen.windows_named("Tolvera|托维拉")
     return next((window for window in titled
                  if screen.top_level(window) not in (window, None)), None)
 
 
 def end(process, sent=signal.SIGTERM):
-    """Asks a process to end, insists after 10 s; its exit status."""
+    """Asks a process to end, and kills it after 10 s. Gives its exit status."""
     if process.poll() is None:
         process.send_signal(sent)
         try:
