@@ -136,7 +136,7 @@ int check(adapters::LinuxPlatform& platform, boost::asio::io_context& main) {
 
 int usage(std::FILE* to, int status) {
   std::fputs(
-      "usage: tolvera-terminal [--check]\n\n"
+      "usage: tolvera-terminal [--check | --version]\n\n"
       "Translates what is played or spoken and prints the captions. Ctrl-C stops politely.\n"
       "What to capture and into which language is taken from the preferences, as in the program.\n"
       "--check prints what works on this machine and what does not; its status is 1 if a run cannot work.\n",
@@ -151,6 +151,10 @@ int main(int argc, char** argv) {
   tolvera::writeNoCoreDumps();
   if (argc == 2 && std::string_view(argv[1]) == "--help") return tolvera::usage(stdout, EXIT_SUCCESS);
   const bool checks = argc == 2 && std::string_view(argv[1]) == "--check";
+  if (argc == 2 && std::string_view(argv[1]) == "--version") {
+    std::puts("tolvera-terminal " TOLVERA_VERSION);
+    return EXIT_SUCCESS;
+  }
   if (argc > 1 && !checks) return tolvera::usage(stderr, 2);
 
   boost::asio::io_context main;
