@@ -100,28 +100,26 @@ TEST_F(Stream, RunBeyondTheDecodersIsRefused) {
 }
 
 TEST(SilentRun, LendsItsDecoder) {
-  RunningServer server(1, "pocketsphinx", false, std::chrono::seconds(1));
+  RunningServer server(1, "pocketsphinx", false, std::chrono::seconds(2));
   const auto run = [&] {
     const std::string token = HTTPClient(server->port()).signUp();
     return StreamClient(server->port(), "token=" + token + "&target=es&source=en&src=1&dub=0");
   };
-  const auto isHeard = [](StreamClient& client) {
-    const std::size_t before = client.frames().size();
-    client.say("we need more time");
-    return client
-        .waitFor([&, seen = std::size_t{0}](const Frame& frame) mutable {
-          return ++seen > before && frame.isFinal("tr");
-        })
-        .has_value();
+  const auto hears = [](StreamClient& client, const char* sentence, const char* word) {
+    client.say(sentence);
+    const auto isIt = [&](const Frame& frame) {
+      return frame.isFinal("src") && frame["text"].find(word) != std::string::npos;
+    };
+    return client.waitFor(isIt).has_value();
   };
   auto first = run();
-  EXPECT_TRUE(isHeard(first));
   EXPECT_TRUE(run().waitForType("error")) << "it has not been silent for long";
-  std::this_thread::sleep_for(std::chrono::milliseconds(1200));
+  EXPECT_TRUE(hears(first, "we need more time", "time"));
+  std::this_thread::sleep_for(std::chrono::milliseconds(2200));
   auto second = run();
-  EXPECT_TRUE(isHeard(second));
-  std::this_thread::sleep_for(std::chrono::milliseconds(1200));
-  EXPECT_TRUE(isHeard(first)) << "it does not get it back";
+  EXPECT_TRUE(hears(second, "we need more time", "time"));
+  std::this_thread::sleep_for(std::chrono::milliseconds(2200));
+  EXPECT_TRUE(hears(first, "the weather is very nice today", "weather")) << "it does not get it back";
 }
 
 TEST_F(Stream, RefusalsNameTheirReason) {

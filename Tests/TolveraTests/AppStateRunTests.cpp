@@ -32,7 +32,7 @@ TEST_F(Run, OpensTheSessionOfTheSettings) {
   EXPECT_EQ(phase() + lines(), "live|hola[]|");
   in_.loop.advance(60s);
   EXPECT_EQ(model.overlayStatus(), "Listening…") << "a microphone is never called silent";
-  for (const auto* text : {"", "http://[", "not a url"}) {
+  for (const auto* text : {"", "http://[", "http://a b/"}) {
     stop();
     settings().setServerURL(text);
     start();
