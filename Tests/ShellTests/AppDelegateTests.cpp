@@ -116,13 +116,13 @@ TEST_F(AppDelegateRun, EndsALaunchFromATemporaryPlace) {
 TEST_F(AppDelegateRun, ReopensAWindowAtItsFormerSize) {
   delegate_.openMainWindow();
   EXPECT_EQ(delegate_.mainWindow()->size(), QSize(660, 620));
-  delegate_.mainWindow()->resize(900, 700);
+  delegate_.mainWindow()->resize(700, 660);
   QCoreApplication::processEvents();
   delegate_.mainWindow()->close();
   EXPECT_EQ(delegate_.mainWindow(), nullptr);
   QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
   delegate_.openMainWindow();
-  EXPECT_EQ(delegate_.mainWindow()->size(), QSize(900, 700));
+  EXPECT_EQ(delegate_.mainWindow()->size(), QSize(700, 660));
 }
 
 TEST_F(AppDelegateRun, PanelKnowsThePointerAtItsEdges) {

@@ -53,6 +53,16 @@ TEST(ScreenGeometry, ChoosesTheScreenOfThePointer) {
   EXPECT_EQ(ScreenGeometry::screenAt({}, {0, 0}), std::nullopt);
 }
 
+TEST(ScreenGeometry, MovesFrameInsideByLeast) {
+  const QRectF visible(1000, 100, 1000, 800);
+  const std::pair<QRectF, QPointF> rows[] = {{{1200, 200, 400, 300}, {1200, 200}},
+                                             {{900, 50, 400, 300}, {1000, 100}},
+                                             {{1700, 700, 400, 300}, {1600, 600}},
+                                             {{1100, 50, 1200, 900}, {1000, 100}}};
+  for (const auto& [frame, corner] : rows)
+    EXPECT_EQ(ScreenGeometry::movedInside(visible, frame).topLeft(), corner);
+}
+
 TEST(ScreenGeometry, PlacesGreetingBesidePreview) {
   const QRectF visible(1000, 100, 1000, 800);
   EXPECT_EQ(ScreenGeometry::greetingOrigin(visible, {470, 400}), QPointF(1265, 236));

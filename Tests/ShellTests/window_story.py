@@ -177,6 +177,22 @@ class Windows:
         turn("DUMMY1", "--off")
         promise("it comes to a screen that is there when its own goes", self.stands_on(*large))
 
+    def low_screen(self):
+        """Both ordinary windows, with their frames and the buttons that matter, on a screen lower than they are."""
+        screen.output("xrandr", "--output", "DUMMY0", "--mode", "640x480")
+        self._stage.prefer(seenOnboarding=False, uiLanguage="english")
+        process, program = self._stage.start_program()
+        for name in ("Got it", "Out of time"):
+            def inside():
+                box = program.wait(name).get_extents(screen.Atspi.CoordType.SCREEN)
+                return 0 <= box.x and box.x + box.width <= 640 and 0 <= box.y and box.y + box.height <= 480
+            promise(f'the button "{name}" is on the screen', wait_for(name, inside))
+        for window in screen.windows_named("Tolvera.*"):
+            if screen.is_viewable(window):
+                x, y, width, height = geometry(screen.top_level(window))
+                promise(f"the frame {x}, {y}, {width}, {height} is on the screen",
+                        min(x, y) >= 0 and x + width <= 640 and y + height <= 480)
+
     def scales(self):
         def size():  # the X server inside rounds it
             return tuple(map(int, re.search(r"(\d+)x(\d+)\+0\+0", screen.output("xrandr")).groups()))

@@ -11,7 +11,7 @@
 namespace tolvera {
 
 MainWindow::MainWindow(QQmlEngine& engine, AppState& state, LanguageNames& names)
-    : QQuickView(&engine, nullptr) {
+    : QQuickView(&engine, nullptr), fit_(new ScreenFit(*this)) {
   setResizeMode(QQuickView::SizeRootObjectToView);
   resize(defaultSize);
   loadView(*this, Views::mainView, state, {{QStringLiteral("languageNames"), QVariant::fromValue(&names)}});
@@ -25,7 +25,7 @@ MainWindow::MainWindow(QQmlEngine& engine, AppState& state, LanguageNames& names
 
 // What the view can be drawn in depends on the fonts.
 void MainWindow::followMinimumSize() {
-  setMinimumSize(
+  fit_->setMinimumSize(
       {rootObject()->property("minimumWidth").toInt(), rootObject()->property("minimumHeight").toInt()});
 }
 

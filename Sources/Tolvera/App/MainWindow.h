@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Tolvera/App/ScreenFit.h"
+
 #include <QQuickView>
 #include <QSize>
 
@@ -29,6 +31,9 @@ class MainWindow final : public QQuickView {
 
  private Q_SLOTS:
   void followMinimumSize();
+
+ private:
+  ScreenFit* const fit_;
 };
 
 } // namespace tolvera

@@ -1,6 +1,7 @@
 #include "Tolvera/App/QuickOnboardingWindow.h"
 
 #include "Async/Log.h"
+#include "Tolvera/App/ScreenFit.h"
 #include "Tolvera/App/ScreenGeometry.h"
 #include "Tolvera/App/ViewLoading.h"
 #include "Tolvera/App/WindowActivation.h"
@@ -8,6 +9,7 @@
 #include "Tolvera/Views/Views.h"
 
 #include <QCursor>
+#include <QGuiApplication>
 #include <QQuickItem>
 
 #include <algorithm>
@@ -38,31 +40,23 @@ void QuickOnboardingWindowController::make(AppState& state) {
   window_ = std::make_unique<QQuickView>(&engine_, nullptr);
   window_->setFlags(Qt::Window | Qt::CustomizeWindowHint | Qt::WindowTitleHint | Qt::WindowSystemMenuHint |
                     Qt::WindowCloseButtonHint);
-  window_->setResizeMode(QQuickView::SizeViewToRootObject);
+  window_->setResizeMode(QQuickView::SizeRootObjectToView);
   loadView(*window_, Views::onboardingView, state);
   auto* const view = window_->rootObject();
   window_->setTitle(view->property("title").toString());
   connect(view, SIGNAL(done()), this, SLOT(done()));
 
   // The view asks for another height in another language; the user does not resize it.
-  const auto fix = [window = window_.get(), view] {
-    const auto size = QSizeF(view->implicitWidth(), view->implicitHeight()).toSize();
-    window->setMinimumSize(size);
-    window->setMaximumSize(size);
-    window->resize(size);
+  if (auto* const screen = QGuiApplication::screenAt(QCursor::pos())) window_->setScreen(screen);
+  auto* const fit = new ScreenFit(*window_, ScreenGeometry::greetingOrigin);
+  const auto follow = [fit, view] {
+    fit->setFixedSize(QSizeF(view->implicitWidth(), view->implicitHeight()).toSize());
   };
-  connect(view, &QQuickItem::implicitHeightChanged, window_.get(), fix);
-  connect(view, &QQuickItem::implicitWidthChanged, window_.get(), fix);
-  fix();
+  connect(view, &QQuickItem::implicitHeightChanged, window_.get(), follow);
+  connect(view, &QQuickItem::implicitWidthChanged, window_.get(), follow);
+  follow();
   layOut(*view);
-  fix();
-  place(*window_);
-}
-
-void QuickOnboardingWindowController::place(QQuickView& window) {
-  const auto screen = ScreenGeometry::screenAt(ScreenGeometry::currentScreens(), QCursor::pos());
-  if (!screen) return;
-  window.setFramePosition(ScreenGeometry::greetingOrigin(screen->visibleFrame, window.size()).toPoint());
+  follow();
 }
 
 void QuickOnboardingWindowController::done() {

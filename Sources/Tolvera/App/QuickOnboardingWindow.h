@@ -29,7 +29,6 @@ class QuickOnboardingWindowController final : public QObject, public OnboardingW
 
  private:
   void make(AppState& state);
-  static void place(QQuickView& window);
 
   QQmlEngine& engine_;
   std::unique_ptr<QQuickView> window_;

@@ -32,6 +32,14 @@ std::optional<ScreenArea> screenAt(const ScreenAreas& screens, QPointF point) {
   return screens.empty() ? std::nullopt : std::optional(screens.front());
 }
 
+QRectF movedInside(const QRectF& visibleFrame, QRectF frame) {
+  frame.moveRight(std::min(frame.right(), visibleFrame.right()));
+  frame.moveBottom(std::min(frame.bottom(), visibleFrame.bottom()));
+  frame.moveLeft(std::max(frame.left(), visibleFrame.left()));
+  frame.moveTop(std::max(frame.top(), visibleFrame.top()));
+  return frame;
+}
+
 QPointF greetingOrigin(const QRectF& visibleFrame, QSizeF window) {
   const auto middle = visibleFrame.center();
   return {middle.x() - window.width() * 0.5,

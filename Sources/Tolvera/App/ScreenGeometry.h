@@ -28,6 +28,9 @@ namespace ScreenGeometry {
 // The first screen with the point on it, or else the main one; nothing without screens.
 [[nodiscard]] std::optional<ScreenArea> screenAt(const ScreenAreas& screens, QPointF point);
 
+// The frame moved by the least that brings it into the visible frame; one that is too large stands at its top
+// left corner.
+[[nodiscard]] QRectF movedInside(const QRectF& visibleFrame, QRectF frame);
 // The top left corner of a greeting of this size: in the middle of the screen, raised by 8 % of its height.
 [[nodiscard]] QPointF greetingOrigin(const QRectF& visibleFrame, QSizeF window);
 // The top left corner of the preview of the menu: its lower left corner is 170 to the left of the middle and
