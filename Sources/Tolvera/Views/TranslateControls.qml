@@ -81,7 +81,9 @@ Form {
                     });
                 return items;
             }
+            missing: MainViewRules.appLabel(controls.settings.captureMode.name, false)
             onChosen: value => controls.chooseApp(value)
+            onAboutToOpen: controls.app.refreshApps()
 
             PushButton {
                 flat: true

@@ -10,8 +10,10 @@ FormRow {
     property alias items: picker.items
     property alias value: picker.value
     property alias noMatch: picker.noMatch
+    property alias missing: picker.missing
 
     signal chosen(var value)
+    signal aboutToOpen
 
     Label {
         Layout.fillWidth: true
@@ -25,5 +27,6 @@ FormRow {
         Layout.maximumWidth: row.width * 0.62
         label: row.label
         onChosen: value => row.chosen(value)
+        onAboutToOpen: row.aboutToOpen()
     }
 }

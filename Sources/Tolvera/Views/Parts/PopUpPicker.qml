@@ -2,7 +2,7 @@ import QtQuick
 import QtQuick.Templates as T
 import Tolvera.Views
 
-// A choice of one among many, listed above the window's content. It shows the item of `value`, nothing if
+// A choice of one among many, listed above the window's content. It shows the item of `value`, or `missing` if
 // there is none, and reports what the user picks; the owner of the value decides. A long list can be
 // searched by typing; in a short one, a letter moves to the next item that begins with it.
 T.ComboBox {
@@ -11,14 +11,16 @@ T.ComboBox {
     required property string label
     property var items: [] // of {text, value, search?}
     property string noMatch: "" // what a search without a hit shows
+    property string missing: "" // what stands for a value that is no item
     property var value
     readonly property int chosenIndex: items.findIndex(item => item.value === value)
     readonly property bool searchable: items.length > 12
     readonly property bool popupVisible: popupList.opened
 
     signal chosen(var value)
+    signal aboutToOpen
 
-    readonly property string text: chosenIndex < 0 ? "" : items[chosenIndex].text
+    readonly property string text: chosenIndex < 0 ? missing : items[chosenIndex].text
 
     // The reason with which the focus comes back, by the way the list was opened.
     property int openedBy: Qt.TabFocusReason
@@ -27,8 +29,10 @@ T.ComboBox {
         openedBy = by;
         if (popupList.visible)
             popupList.close();
-        else
+        else {
+            aboutToOpen();
             popupList.open();
+        }
     }
 
     displayText: text
@@ -53,7 +57,7 @@ T.ComboBox {
 
         text: control.text
         font.pixelSize: Theme.body
-        color: Theme.primary
+        color: control.chosenIndex < 0 ? Theme.tertiary : Theme.primary
         textFormat: Text.PlainText
         elide: Text.ElideRight
         verticalAlignment: Text.AlignVCenter
