@@ -20,6 +20,33 @@ TEST_P(Story, EndsAsTold) {
 INSTANTIATE_TEST_SUITE_P(All, Story, testing::ValuesIn(test::allScenes()["stories"].toArray()),
                          [](const auto& story) { return story.param["name"].toString().toStdString(); });
 
+TEST(BuyMenu, BuildsSeenRowsAlone) {
+  const adapters::IcuLocale locale{"en_US"};
+  test::InMemoryModel model;
+  test::ViewHost host(model, locale, Views::mainView, {660, 620});
+  for (const int packs : {100000, 0}) {
+    std::string list;
+    for (int i = 0; i < packs; ++i)
+      list += (i ? "," : "") + std::string(R"({"id":"p)") + std::to_string(i) +
+              R"(","hours":1,"cents":1,"fen":1})";
+    auto reply = test::accountReply(60, true);
+    reply.replace(reply.find("\"packs\":[") + 9, reply.size(), list + "]}");
+    model.in().network.reply("/api/me", 200, reply);
+    model.in().loop.run(model.app().refreshAccount());
+    host.click("Buy more");
+    int rows = 0;
+    int listed = 0;
+    host.forEachItem([&](QQuickItem& item) {
+      rows += item.inherits("QQuickMenuItem") ? 1 : 0;
+      if (item.inherits("QQuickListView")) listed = item.property("count").toInt();
+    });
+    EXPECT_EQ(listed, std::max(packs, 1));
+    EXPECT_LE(rows, 50);
+    EXPECT_EQ(host.valueOf("Nothing to buy"), packs ? "(absent)" : " (disabled)");
+    host.press(Qt::Key_Escape);
+  }
+}
+
 // As the web's accessibility guidelines define it, from 1 to 21.
 double contrast(const QColor& one, const QColor& other) {
   const auto linear = [](double part) {

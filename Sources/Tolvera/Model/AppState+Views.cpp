@@ -29,16 +29,4 @@ QVariantList AppState::appsForViews() const {
   return list;
 }
 
-QVariantList AppState::packs() const {
-  QVariantList list;
-  if (!me_) return list;
-  for (const auto& pack : me_->packs) {
-    list.append(QVariantMap{{"id", QString::fromStdString(pack.id)},
-                            {"hours", pack.hours},
-                            {"cents", static_cast<qlonglong>(pack.cents)},
-                            {"fen", static_cast<qlonglong>(pack.fen)}});
-  }
-  return list;
-}
-
 } // namespace tolvera

@@ -42,7 +42,6 @@ class AppState final : public QObject, public std::enable_shared_from_this<AppSt
   Q_PROPERTY(bool isStopping READ isStopping NOTIFY isStoppingChanged)
   Q_PROPERTY(bool knowsAccount READ knowsAccount NOTIFY meChanged)
   Q_PROPERTY(bool signedIn READ isSignedIn NOTIFY meChanged)
-  Q_PROPERTY(QVariantList packs READ packs NOTIFY meChanged)
   Q_PROPERTY(double secondsLeft READ secondsLeft NOTIFY secondsLeftChanged)
   Q_PROPERTY(QString balanceText READ balanceText NOTIFY balanceTextChanged)
   Q_PROPERTY(QVariantList apps READ appsForViews NOTIFY appsChanged)
@@ -101,11 +100,10 @@ class AppState final : public QObject, public std::enable_shared_from_this<AppSt
   // One line of status for the caption views; every caption empties it.
   [[nodiscard]] const QString& overlayStatus() const { return overlayStatus_; }
 
-  // The account as the views read it: false and empty while `me` is absent. It is known once the service has
+  // The account as the views read it: false while `me` is absent. It is known once the service has
   // told of it.
   [[nodiscard]] bool knowsAccount() const { return me_.has_value(); }
   [[nodiscard]] bool isSignedIn() const { return me_ && me_->signedIn; }
-  [[nodiscard]] QVariantList packs() const;
 
   [[nodiscard]] CaptionWindowController& captionWindow() { return *windows_.caption; }
   [[nodiscard]] OnboardingWindowController& onboarding() { return *windows_.onboarding; }

@@ -1,44 +1,72 @@
-import QtQml.Models
 import QtQuick
+import QtQuick.Templates as T
 import Tolvera.Views
 
-// The packs of time on offer, and the sign-in for a user who has not signed in.
-PopUpMenu {
+// The packs of time on offer, and the sign-in for a user who has not signed in. A list and not a Menu, which
+// would make every row at once.
+T.Popup {
     id: buyMenu
 
     required property AppState app
-    readonly property strings strings: app.settings.strings
+    property real widest: Theme.body * 11
 
-    readonly property var entries: {
-        const entries = app.packs.map(pack => ({
-                    text: MainViewRules.packLabel(strings, pack),
-                    pack: pack.id
-                }));
-        if (!app.signedIn)
-            entries.push({
-                text: strings.signIn,
-                pack: ""
-            });
-        if (entries.length === 0)
-            entries.push({
-                text: strings.pick("暂无可购买的时长", "Nothing to buy"),
-                pack: null
-            });
-        return entries;
+    function choose(row: int) {
+        close();
+        rows.choose(row);
     }
 
-    Instantiator {
-        model: buyMenu.entries
-        delegate: MenuEntry {
-            required property var modelData
-            required property int index
+    width: widest + leftPadding + rightPadding
+    height: Math.min(list.contentHeight + topPadding + bottomPadding, Theme.body * 24, (parent ? parent.Window.height : 0) - 2 * margins)
+    margins: 6
+    padding: 5
+    focus: true
+    closePolicy: T.Popup.CloseOnEscape | T.Popup.CloseOnPressOutsideParent
+    onAboutToShow: list.currentIndex = -1
+    onOpened: list.forceActiveFocus(Qt.PopupFocusReason)
+    onClosed: parent.forceActiveFocus(Qt.PopupFocusReason)
 
-            text: modelData.text
-            enabled: modelData.pack !== null
-            divided: modelData.pack === "" && index > 0
-            onTriggered: modelData.pack === "" ? buyMenu.app.beginSignIn() : buyMenu.app.beginTopUp(modelData.pack)
+    contentItem: ListView {
+        id: list
+
+        clip: true
+        boundsBehavior: Flickable.StopAtBounds
+        highlightMoveDuration: 0
+        keyNavigationEnabled: true
+        Accessible.role: Accessible.PopupMenu
+        Accessible.name: buyMenu.app.settings.strings.pick("购买时长", "Buy more")
+        Keys.onReturnPressed: currentItem?.triggered()
+        Keys.onEnterPressed: currentItem?.triggered()
+        Keys.onSpacePressed: currentItem?.triggered()
+        T.ScrollBar.vertical: ScrollIndicatorBar {}
+
+        model: BuyRows {
+            id: rows
+
+            app: buyMenu.app
         }
-        onObjectAdded: (index, object) => buyMenu.insertItem(index, object)
-        onObjectRemoved: (index, object) => buyMenu.removeItem(object)
+        delegate: MenuEntry {
+            required property int index
+            required property string label
+            required property bool isChoosable
+            required property bool isDivided
+
+            width: list.width
+            text: label
+            enabled: isChoosable
+            divided: isDivided
+            highlighted: ListView.isCurrentItem
+            focusPolicy: Qt.NoFocus
+            onHoveredChanged: if (hovered)
+                list.currentIndex = index
+            onImplicitWidthChanged: buyMenu.widest = Math.max(buyMenu.widest, implicitWidth)
+            onTriggered: buyMenu.choose(index)
+        }
+    }
+
+    background: Rectangle {
+        radius: 9
+        color: Theme.popup
+        border.width: 1
+        border.color: Theme.outline
     }
 }

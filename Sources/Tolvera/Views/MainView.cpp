@@ -23,13 +23,6 @@ QString MainViewRules::swapObstacle(const Strings& strings, const QString& sourc
                           : strings.pick("两种语言相同", "Both languages are the same");
 }
 
-QString MainViewRules::packLabel(const Strings& strings, const QVariantMap& pack) {
-  const auto hours = QString::number(static_cast<qint64>(pack.value("hours").toDouble()));
-  if (strings.zh) return hours + " 小时 · ¥" + QString::number(pack.value("fen").toLongLong() / 100);
-  const double dollars = static_cast<double>(pack.value("cents").toLongLong()) / 100.0;
-  return hours + "h · " + QString::asprintf("$%.2f", dollars);
-}
-
 QString MainViewRules::statusText(const Strings& strings, const Phase& phase) {
   switch (phase.kind()) {
   case Phase::Kind::idle:

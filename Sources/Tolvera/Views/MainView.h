@@ -6,13 +6,12 @@
 #include "Tolvera/Views/Parts/OneLine.h"
 
 #include <QObject>
-#include <QVariantMap>
 #include <QtQml/qqmlregistration.h>
 
 namespace tolvera {
 
 // The texts and rules of the main window. Pure functions of their arguments, so that a binding tracks
-// them; a pack is a map of `hours`, `cents` and `fen`, as AppState lists them.
+// them.
 class MainViewRules final : public QObject {
   Q_OBJECT
   QML_ELEMENT
@@ -33,7 +32,6 @@ class MainViewRules final : public QObject {
                                           bool canSwap);
   // The balance is close to its end and is drawn as a warning.
   Q_INVOKABLE static bool runsLow(double secondsLeft) { return secondsLeft < 300; }
-  Q_INVOKABLE static QString packLabel(const tolvera::Strings& strings, const QVariantMap& pack);
   Q_INVOKABLE static QString statusText(const tolvera::Strings& strings, const tolvera::Phase& phase);
   // A message of the service as a label can show it: what is far too long is cut.
   Q_INVOKABLE static QString brief(const QString& message);

@@ -7,7 +7,8 @@
 
 namespace tolvera {
 
-// Has a text read aloud at once, also while the focus is elsewhere, if the user has a screen reader. Main thread.
+// Has a text read aloud at once, also while the focus is elsewhere, if the user has a screen reader. Main
+// thread.
 class ScreenReader final : public QObject {
   Q_OBJECT
   QML_ELEMENT
