@@ -11,6 +11,9 @@ namespace tolvera::platform {
 inline constexpr std::string_view defaultOutputDeviceDidChange =
     "com.apple.audio.AudioHardwareDefaultOutputDeviceDidChange";
 
+// Posted when the local translation service has begun to listen.
+inline constexpr std::string_view localServiceDidStart = "org.tolvera.LocalServiceDidStart";
+
 // Calls observers when something happens in the system. Main thread; blocks are called there too.
 class NotificationCenter {
  public:

@@ -1,4 +1,8 @@
+#include "Harness/TemporaryDirectory.h"
+#include "Platform/Linux/Network/FileWatch.h"
 #include "PlatformTests/NetworkFixture.h"
+
+#include <fstream>
 
 namespace tolvera::test {
 namespace {
@@ -74,6 +78,25 @@ TEST_F(NetworkHTTP, RefusesUnsafeRequests) {
   EXPECT_EQ(run(session_.data(split)), "A header of the request cannot be sent");
   EXPECT_EQ(run(session_.data(get("http:///path"))), "The address names no host");
   EXPECT_TRUE(server_.requests().empty());
+}
+
+TEST(FileWatch, SeesFileInFolderThatComesLater) {
+  namespace fs = std::filesystem;
+  const TemporaryDirectory runtime;
+  const auto folder = runtime / "tolvera";
+  boost::asio::io_context context;
+  int appeared = 0;
+  const adapters::FileWatch watch(context.get_executor(), folder / "service", [&appeared] { ++appeared; });
+  for (int start = 1; start <= 3; ++start) {
+    fs::create_directory(folder);
+    if (start > 1) context.run_for(std::chrono::milliseconds(20)); // the first file comes with its folder
+    std::ofstream(folder / "new") << "18790";
+    fs::rename(folder / "new", folder / "service");
+    while (appeared < start && context.run_one_for(std::chrono::seconds(10)) > 0) {
+    }
+    EXPECT_EQ(appeared, start);
+    if (start == 1) fs::remove_all(folder);
+  }
 }
 
 } // namespace

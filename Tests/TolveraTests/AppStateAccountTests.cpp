@@ -118,5 +118,21 @@ TEST_F(Account, TwoCallersShareOneSignup) {
   EXPECT_EQ(phase(), "connecting");
 }
 
+TEST_F(Account, StartedServiceIsAskedAgain) {
+  in_.network.answers["/api/me"] = []() -> Task<platform::HTTPResponse> {
+    throw std::runtime_error("does not answer");
+    co_return platform::HTTPResponse{};
+  };
+  in_.loop.run(app_->bootstrap());
+  EXPECT_FALSE(app_->knowsAccount());
+  in_.network.reply("/api/me", 200, test::accountReply(3600));
+  for (int start = 0; start < 2; ++start) {
+    in_.notificationCenter.post(platform::localServiceDidStart);
+    settle();
+  }
+  EXPECT_TRUE(app_->knowsAccount());
+  EXPECT_EQ(in_.network.requestCount("/api/me"), 2U) << "a known account is not asked for";
+}
+
 } // namespace
 } // namespace tolvera

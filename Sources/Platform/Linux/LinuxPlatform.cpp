@@ -9,6 +9,7 @@
 #include "Platform/Linux/Desktop/XdgRunningApplications.h"
 #include "Platform/Linux/Desktop/XdgWorkspace.h"
 #include "Platform/Linux/Network/BeastURLSession.h"
+#include "Platform/Linux/Network/FileWatch.h"
 #include "Platform/Linux/Network/LocalService.h"
 #include "Platform/Linux/Network/WordedURLSession.h"
 #include "Platform/Linux/Sound/PipeWireAudioSystem.h"
@@ -59,6 +60,8 @@ struct LinuxPlatform::Adapters {
   WordedURLSession urlSession{reachedConnections, interfaceLanguage};
   XdgRunningApplications runningApplications;
   ExecutorNotificationCenter notificationCenter;
+  FileWatch serviceWatch{background.get_executor(), LocalService::defaultAddressFile(),
+                         [post = notificationCenter.poster()] { post(platform::localServiceDidStart); }};
   PipeWireAudioSystem audio{
       [this](std::int32_t pid) { return runningApplications.bundleIdentifier(pid); },
       [post = notificationCenter.poster()] { post(platform::defaultOutputDeviceDidChange); },

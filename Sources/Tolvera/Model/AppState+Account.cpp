@@ -118,6 +118,7 @@ Task<void> AppState::bootstrap() {
   --bootstraps_;
   refreshApps();
   listenForOutputChanges();
+  listenForService();
 }
 
 void AppState::refreshApps() {
@@ -137,6 +138,14 @@ void AppState::listenForOutputChanges() {
         model->assign(model->outputIsBuiltInSpeaker_,
                       AudioRoute::isBuiltInSpeaker(model->platform_.audioHardware),
                       &AppState::outputIsBuiltInSpeakerChanged);
+      });
+}
+
+void AppState::listenForService() {
+  if (serviceObserver_) return;
+  serviceObserver_ =
+      platform_.notificationCenter.addObserver(platform::localServiceDidStart, [weak = weak_from_this()] {
+        if (const auto model = weak.lock()) model->retryBootstrap();
       });
 }
 

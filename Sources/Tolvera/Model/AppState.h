@@ -124,8 +124,8 @@ class AppState final : public QObject, public std::enable_shared_from_this<AppSt
   // its changes from now on. Harmless to repeat.
   Task<void> bootstrap();
   Q_INVOKABLE void beginBootstrap() { begin("bootstrap", bootstrap()); }
-  // The same for a window that the user comes back to: does nothing once the account is known, or while it is
-  // being asked for.
+  // The same for a window that the user comes back to, and for a service that has begun to listen: does
+  // nothing once the account is known, or while it is being asked for.
   Q_INVOKABLE void retryBootstrap() {
     if (!knowsAccount() && bootstraps_ == 0) beginBootstrap();
   }
@@ -239,6 +239,7 @@ class AppState final : public QObject, public std::enable_shared_from_this<AppSt
   // The account (AppState+Account.cpp).
   Task<void> pollForAccountChange();
   void listenForOutputChanges();
+  void listenForService();
   bool openInBrowser(const std::string& address); // false if the text is no address
   // Throws what the signup throws. A second caller gets the outcome of the signup that is under way.
   Task<std::string> currentToken();
@@ -270,6 +271,7 @@ class AppState final : public QObject, public std::enable_shared_from_this<AppSt
   QString overlayStatus_;
 
   std::unique_ptr<platform::NotificationCenter::Registration> outputObserver_;
+  std::unique_ptr<platform::NotificationCenter::Registration> serviceObserver_;
   std::optional<std::string> token_;
   struct Signup;
   std::shared_ptr<Signup> signup_; // the one under way
