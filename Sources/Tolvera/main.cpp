@@ -9,6 +9,9 @@
 
 #include <QApplication>
 
+#include <cstdio>
+#include <cstdlib>
+
 namespace tolvera {
 
 namespace {
@@ -45,7 +48,10 @@ int run(SingleInstance& instance) {
 
 int main(int argc, char** argv) {
   tolvera::writeNoCoreDumps();
-  tolvera::TolveraApp::prepareProcess();
+  if (!tolvera::TolveraApp::prepareProcess()) {
+    std::fputs("tolvera: there is no display here. Without one, tolvera-terminal does the same.\n", stderr);
+    return EXIT_FAILURE;
+  }
   const QApplication application(argc, argv);
   tolvera::TolveraApp::prepareApplication();
   tolvera::SingleInstance instance;

@@ -4,6 +4,7 @@
 #include "Tolvera/App/QuickCaptionWindow.h"
 #include "Tolvera/App/QuickOnboardingWindow.h"
 #include "Tolvera/App/WindowActivation.h"
+#include "Tolvera/Desktop/X11Desktop.h"
 #include "Tolvera/Views/AppLogo.h"
 #include "Tolvera/Views/Desktop.h"
 #include "Tolvera/Views/Views.h"
@@ -35,19 +36,24 @@ bool runModal(const Alert& alert) {
 
 } // namespace
 
-void TolveraApp::prepareProcess() {
+bool TolveraApp::prepareProcess() {
   // Only X lets a window float above full-screen windows; Wayland desktops run an X server as well.
-  if (!qEnvironmentVariableIsEmpty("DISPLAY") && !qEnvironmentVariableIsSet("QT_QPA_PLATFORM")) {
+  if (qEnvironmentVariableIsSet("QT_QPA_PLATFORM")) {
+    log::trace(log::Category::windows, "platform plugin of QT_QPA_PLATFORM");
+  } else if (X11Desktop::isReachable()) {
     qputenv("QT_QPA_PLATFORM", "xcb");
     log::trace(log::Category::windows, "platform plugin xcb, since there is an X display");
+  } else if (!qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY")) {
+    log::trace(log::Category::windows, "platform plugin left to Qt: no X display");
   } else {
-    log::trace(log::Category::windows, "platform plugin left to Qt: no X display, or QT_QPA_PLATFORM is set");
+    return false;
   }
   // Windows of text need no graphics card, and one that is emulated is slow and large.
   if (!qEnvironmentVariableIsSet("QT_QUICK_BACKEND")) {
     QQuickWindow::setGraphicsApi(QSGRendererInterface::Software);
   }
   QQuickWindow::setDefaultAlphaBuffer(true);
+  return true;
 }
 
 void TolveraApp::prepareApplication() {

@@ -40,6 +40,12 @@ bool hasOwner(const QByteArray& selection) {
 } // namespace
 
 // The X server of a Wayland compositor names its screens XWAYLAND0 and so on.
+bool isReachable() {
+  const std::unique_ptr<xcb_connection_t, decltype(&xcb_disconnect)> x(xcb_connect(nullptr, nullptr),
+                                                                       &xcb_disconnect);
+  return xcb_connection_has_error(x.get()) == 0;
+}
+
 bool isInsideWayland() {
   const auto* const screen = QGuiApplication::primaryScreen();
   return connection() && screen && screen->name().startsWith(QStringLiteral("XWAYLAND"));

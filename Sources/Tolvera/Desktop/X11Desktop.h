@@ -16,6 +16,8 @@ inline constexpr auto floatingFlags = Qt::Tool | Qt::FramelessWindowHint | Qt::W
                                       Qt::WindowDoesNotAcceptFocus | Qt::NoDropShadowWindowHint |
                                       Qt::X11BypassWindowManagerHint;
 
+// An X server is at the place that the environment names. Needs no application object.
+[[nodiscard]] bool isReachable();
 // The X server is that of a Wayland compositor.
 [[nodiscard]] bool isInsideWayland();
 // A compositing manager runs, so that a window's transparent parts are transparent.
