@@ -198,7 +198,8 @@ TEST_F(Run, ManyEventsLeaveTurnsToTheLoop) {
   live();
   int lines = 0;
   int linesBeforeTurn = 0;
-  QObject::connect(app_.get(), &AppState::previousLineChanged, app_.get(), [&] {
+  const QObject here; // the model outlives what is counted here
+  QObject::connect(app_.get(), &AppState::previousLineChanged, &here, [&] {
     if (++lines == 1) boost::asio::post(in_.loop.executor(), [&] { linesBeforeTurn = lines; });
   });
   for (int i = 0; i < 1000; ++i)
