@@ -46,14 +46,13 @@ RowLayout {
         contentItem: Item {
             implicitWidth: Math.max(caption.implicitWidth, image.width)
 
-            Text {
+            LineText {
                 id: caption
 
                 anchors.centerIn: parent
                 text: button.text
                 font.pixelSize: 11
                 color: "#ffffff"
-                textFormat: Text.PlainText
                 Accessible.ignored: true
             }
             SymbolImage {

@@ -58,20 +58,20 @@ Rectangle {
                         }
                     }
                 }
-                Label {
+                LineText {
                     Layout.fillWidth: true
                     Layout.minimumWidth: Math.min(Math.ceil(implicitWidth), header.width * 0.42)
                     Layout.maximumWidth: Math.ceil(implicitWidth)
                     text: live.languageNames.directionText(live.app.settings.source, live.app.settings.target, live.strings)
                     font.pixelSize: Theme.subheadline
                 }
-                Label {
+                LineText {
                     text: "·"
                     color: Theme.tertiary
                     font.pixelSize: Theme.subheadline
                     Accessible.ignored: true
                 }
-                Label {
+                LineText {
                     id: status
 
                     Layout.fillWidth: true

@@ -74,7 +74,7 @@ BottomBar {
             Layout.fillWidth: true
             spacing: 8
 
-            Label {
+            LineText {
                 Layout.fillWidth: true
                 text: bar.strings.timeLeft
                 color: Theme.secondary

@@ -15,7 +15,7 @@ FormRow {
     signal chosen(var value)
     signal aboutToOpen
 
-    Label {
+    LineText {
         Layout.fillWidth: true
         Layout.minimumWidth: Math.min(implicitWidth, row.width * 0.3)
         text: row.label

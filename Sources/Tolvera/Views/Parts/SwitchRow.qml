@@ -31,7 +31,7 @@ FormRow {
         Keys.onEnterPressed: clicked()
 
         contentItem: Item {
-            Label {
+            LineText {
                 id: caption
 
                 anchors.left: parent.left
