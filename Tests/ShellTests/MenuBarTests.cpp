@@ -98,17 +98,31 @@ TEST(MenuBarView, ShowsAFailureLetterByLetter) {
   EXPECT_EQ(open.item(0).text(), "R&&D && more") << "an ampersand alone would mark a key";
 }
 
+TEST(MenuBarView, StatusIsRead) {
+  // The faintest grey that is read well is #767676 on white and #747474 on black.
+  EXPECT_LE(MenuBarRules::faintText(Qt::black, Qt::white).lightness(), 0x76);
+  EXPECT_GE(MenuBarRules::faintText(Qt::white, Qt::black).lightness(), 0x74);
+  OpenMenu open;
+  const auto colors = open.menu.palette();
+  EXPECT_EQ(colors.color(QPalette::Disabled, QPalette::Text),
+            MenuBarRules::faintText(colors.color(QPalette::WindowText), colors.color(QPalette::Window)));
+}
+
 TEST(MenuBarExtra, DrawsAHoleWithoutARun) {
-  const auto ink = [](bool running, const QColor& color, QPointF point) {
-    const auto image = MenuBarExtra::icon(running, color).pixmap(36, 36).toImage();
+  const auto ink = [](bool running, MenuBarExtra::Colors colors, QPointF point) {
+    const auto image = MenuBarExtra::icon(running, colors).pixmap(36, 36).toImage();
     // The figure is 18 by 16 points from the lower left, in the middle of a square of 18 points.
     return image.pixelColor(static_cast<int>(point.x() * 2), static_cast<int>((17 - point.y()) * 2));
   };
   const QPointF hole(11.9, 8.3);
   const QPointF body(9, 5);
-  EXPECT_EQ(ink(false, Qt::black, hole).alpha(), 0);
-  EXPECT_EQ(ink(true, Qt::black, hole), QColor(Qt::black));
-  EXPECT_EQ(ink(false, Qt::white, body), QColor(Qt::white));
+  EXPECT_EQ(ink(false, {Qt::black, {}}, hole).alpha(), 0);
+  EXPECT_EQ(ink(true, {Qt::black, {}}, hole), QColor(Qt::black));
+  EXPECT_EQ(ink(false, {Qt::white, {}}, body), QColor(Qt::white));
+  EXPECT_EQ(ink(false, {Qt::black, Qt::white}, hole), QColor(Qt::white));
+  const QPointF beside(11, 2.1); // below the figure, in its outline
+  EXPECT_EQ(ink(false, {Qt::black, {}}, beside).alpha(), 0);
+  EXPECT_GT(ink(false, {Qt::black, Qt::white}, beside).lightness(), 200);
 }
 
 } // namespace

@@ -1,7 +1,7 @@
 #include "Tolvera/App/MenuBarExtra.h"
 
+#include "Tolvera/Desktop/X11Desktop.h"
 #include "Tolvera/Model/AppState.h"
-#include "Tolvera/Views/Desktop.h"
 #include "Tolvera/Views/MenuBarIcon.h"
 
 #include <QCursor>
@@ -22,7 +22,7 @@ bool panelIsAlwaysDark() {
   });
 }
 
-QPixmap drawn(int side, bool running, const QColor& color) {
+QPixmap drawn(int side, bool running, MenuBarExtra::Colors colors) {
   QPixmap pixmap(side, side);
   pixmap.fill(Qt::transparent);
   QPainter painter(&pixmap);
@@ -30,25 +30,24 @@ QPixmap drawn(int side, bool running, const QColor& color) {
   const double scale = side / measure.width();
   painter.translate(0, (side - measure.height() * scale) / 2);
   painter.scale(scale, scale);
-  MenuBarIcon::draw(painter, running, color);
+  MenuBarIcon::draw(painter, running, colors.figure, colors.outline);
   return pixmap;
 }
 
 } // namespace
 
-MenuBarExtra::MenuBarExtra(AppState& state, const Desktop& desktop, std::function<void()> openWindow)
-    : state_(state), desktop_(desktop), menu_(state, std::move(openWindow)) {
+MenuBarExtra::MenuBarExtra(AppState& state, std::function<void()> openWindow)
+    : state_(state), menu_(state, std::move(openWindow)) {
   connect(&host_, &TrayHost::changed, this, &MenuBarExtra::insertOrRemove);
   connect(state.settings(), &AppSettings::menuBarEnabledChanged, this, &MenuBarExtra::insertOrRemove);
   connect(&state, &AppState::phaseChanged, this, &MenuBarExtra::redraw);
-  connect(&desktop, &Desktop::darkChanged, this, &MenuBarExtra::redraw);
   connect(state.settings(), &AppSettings::uiLanguageChanged, this, &MenuBarExtra::redraw);
   insertOrRemove();
 }
 
-QIcon MenuBarExtra::icon(bool running, const QColor& color) {
+QIcon MenuBarExtra::icon(bool running, Colors colors) {
   QIcon icon;
-  for (const int side : {16, 18, 22, 24, 32, 36, 44, 48, 64}) icon.addPixmap(drawn(side, running, color));
+  for (const int side : {16, 18, 22, 24, 32, 36, 44, 48, 64}) icon.addPixmap(drawn(side, running, colors));
   return icon;
 }
 
@@ -68,10 +67,19 @@ void MenuBarExtra::insertOrRemove() {
   icon_->show();
 }
 
+// A tray of the older kind tells its colour; of the others only some are known to be dark.
+MenuBarExtra::Colors MenuBarExtra::colors() const {
+  if (insertedInto_ == TrayHost::Kind::embedding) {
+    if (const auto color = X11Desktop::embeddingTrayColor()) return {*color, QColor()};
+  } else if (panelIsAlwaysDark()) {
+    return {Qt::white, QColor()};
+  }
+  return {Qt::black, Qt::white}; // seen on any ground
+}
+
 void MenuBarExtra::redraw() {
   if (!icon_) return;
-  const bool white = panelIsAlwaysDark() || desktop_.isDark();
-  icon_->setIcon(icon(state_.phase().isActive(), white ? Qt::white : Qt::black));
+  icon_->setIcon(icon(state_.phase().isActive(), colors()));
   icon_->setToolTip(state_.settings()->strings().productName());
 }
 

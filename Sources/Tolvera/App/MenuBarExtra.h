@@ -3,6 +3,7 @@
 #include "Tolvera/App/MenuBarView.h"
 #include "Tolvera/Desktop/TrayHost.h"
 
+#include <QColor>
 #include <QIcon>
 #include <QObject>
 #include <QSystemTrayIcon>
@@ -13,7 +14,6 @@
 namespace tolvera {
 
 class AppState;
-class Desktop;
 
 // The program's icon in the desktop's tray, with its menu: there while the user wants it and the desktop
 // has a tray. The icon tells whether a run is on. Main thread.
@@ -21,18 +21,24 @@ class MenuBarExtra final : public QObject {
   Q_OBJECT
 
  public:
-  // `state` and `desktop` outlive the icon. `openWindow` opens the main window and brings it to the front.
-  MenuBarExtra(AppState& state, const Desktop& desktop, std::function<void()> openWindow);
+  // Of the icon; without an outline where the tray's own colour is known.
+  struct Colors {
+    QColor figure;
+    QColor outline;
+  };
+
+  // `state` outlives the icon. `openWindow` opens the main window and brings it to the front.
+  MenuBarExtra(AppState& state, std::function<void()> openWindow);
 
   // The icon in every size that trays ask for, as squares.
-  [[nodiscard]] static QIcon icon(bool running, const QColor& color);
+  [[nodiscard]] static QIcon icon(bool running, Colors colors);
 
  private:
   void insertOrRemove();
   void redraw();
+  [[nodiscard]] Colors colors() const;
 
   AppState& state_;
-  const Desktop& desktop_;
   MenuBarView menu_;
   TrayHost host_;
   TrayHost::Kind insertedInto_ = TrayHost::Kind::none;

@@ -4,6 +4,11 @@
 #include "Tolvera/Views/MainView.h"
 
 #include <QCoreApplication>
+#include <QEvent>
+#include <QPalette>
+
+#include <algorithm>
+#include <cmath>
 
 namespace tolvera {
 
@@ -29,6 +34,37 @@ QString MenuBarRules::startTitle(const Strings& strings, const Phase& phase) {
 
 bool MenuBarRules::startEnabled(const Phase& phase, double secondsLeft) {
   return !phase.is(Phase::Kind::starting) && (secondsLeft > 0 || phase.isActive());
+}
+
+namespace {
+
+// As the web's accessibility guidelines define it.
+double luminance(const QColor& color) {
+  const auto linear = [](double part) {
+    return part <= 0.04045 ? part / 12.92 : std::pow((part + 0.055) / 1.055, 2.4);
+  };
+  return 0.2126 * linear(color.redF()) + 0.7152 * linear(color.greenF()) + 0.0722 * linear(color.blueF());
+}
+
+bool isRead(const QColor& text, const QColor& ground) {
+  const auto [darker, lighter] = std::minmax({luminance(text), luminance(ground)});
+  return (lighter + 0.05) / (darker + 0.05) >= 4.5;
+}
+
+} // namespace
+
+QColor MenuBarRules::faintText(const QColor& text, const QColor& ground) {
+  auto faintest = text;
+  for (int percent = 5; percent < 60; percent += 5) {
+    const auto share = static_cast<float>(percent) / 100;
+    const auto mixed = [share](float one, float other) { return one + (other - one) * share; };
+    const auto color =
+        QColor::fromRgbF(mixed(text.redF(), ground.redF()), mixed(text.greenF(), ground.greenF()),
+                         mixed(text.blueF(), ground.blueF()));
+    if (!isRead(color, ground)) break;
+    faintest = color;
+  }
+  return faintest;
 }
 
 namespace {
@@ -60,6 +96,22 @@ MenuBarView::MenuBarView(AppState& state, std::function<void()> openWindow) : st
   connect(&state, &AppState::secondsLeftChanged, this, &MenuBarView::update);
   connect(state.settings(), &AppSettings::uiLanguageChanged, this, &MenuBarView::update);
   update();
+  keepStatusReadable();
+}
+
+void MenuBarView::changeEvent(QEvent* event) {
+  QMenu::changeEvent(event);
+  if (event->type() == QEvent::PaletteChange) keepStatusReadable();
+}
+
+void MenuBarView::keepStatusReadable() {
+  auto colors = palette();
+  const auto faint = MenuBarRules::faintText(colors.color(QPalette::Active, QPalette::WindowText),
+                                             colors.color(QPalette::Active, QPalette::Window));
+  if (colors.color(QPalette::Disabled, QPalette::Text) == faint) return;
+  for (const auto role : {QPalette::Text, QPalette::WindowText, QPalette::ButtonText})
+    colors.setColor(QPalette::Disabled, role, faint);
+  setPalette(colors);
 }
 
 void MenuBarView::update() {

@@ -3,6 +3,7 @@
 #include "Tolvera/Model/Phase.h"
 #include "Tolvera/Model/Strings.h"
 
+#include <QColor>
 #include <QMenu>
 #include <QString>
 
@@ -20,6 +21,9 @@ namespace MenuBarRules {
 [[nodiscard]] QString startTitle(const Strings& strings, const Phase& phase);
 // A run that has used up its balance can still be stopped; one that is just starting cannot.
 [[nodiscard]] bool startEnabled(const Phase& phase, double secondsLeft);
+// The colour of entries that cannot be chosen: fainter than the others, and still read, with a contrast
+// of 4.5.
+[[nodiscard]] QColor faintText(const QColor& text, const QColor& ground);
 
 } // namespace MenuBarRules
 
@@ -32,8 +36,12 @@ class MenuBarView final : public QMenu {
   // `state` outlives the menu. `openWindow` opens the main window and brings it to the front.
   MenuBarView(AppState& state, std::function<void()> openWindow);
 
+ protected:
+  void changeEvent(QEvent* event) override;
+
  private:
   void update();
+  void keepStatusReadable();
   void toggleRun();
 
   AppState& state_;

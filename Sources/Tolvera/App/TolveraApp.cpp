@@ -6,7 +6,6 @@
 #include "Tolvera/App/WindowActivation.h"
 #include "Tolvera/Desktop/X11Desktop.h"
 #include "Tolvera/Views/AppLogo.h"
-#include "Tolvera/Views/Desktop.h"
 #include "Tolvera/Views/Views.h"
 
 #include <QCoreApplication>
@@ -101,9 +100,7 @@ TolveraApp::~TolveraApp() {
 
 void TolveraApp::launch() {
   delegate_->openMainWindow();
-  const int desktopType = qmlTypeId("Tolvera.Views", 1, 0, "Desktop");
-  const auto* const desktop = engine_.singletonInstance<Desktop*>(desktopType);
-  menuBarExtra_ = std::make_unique<MenuBarExtra>(*state_, *desktop, [this] { delegate_->openMainWindow(); });
+  menuBarExtra_ = std::make_unique<MenuBarExtra>(*state_, [this] { delegate_->openMainWindow(); });
   QTimer::singleShot(0, delegate_.get(), [this] {
     delegate_->applicationDidFinishLaunching(QCoreApplication::applicationFilePath(), platform_, runModal);
   });

@@ -7,6 +7,7 @@
 
 #include <xcb/xcb.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <memory>
 
@@ -29,13 +30,15 @@ xcb_atom_t atom(xcb_connection_t* x, const QByteArray& name) {
 }
 
 // To X all monitors of a desktop are one screen, the first.
-bool hasOwner(const QByteArray& selection) {
+xcb_window_t ownerOf(const QByteArray& selection) {
   auto* const x = connection();
-  if (!x) return false;
+  if (!x) return XCB_WINDOW_NONE;
   const auto cookie = xcb_get_selection_owner(x, atom(x, selection));
   const Reply<xcb_get_selection_owner_reply_t> reply(xcb_get_selection_owner_reply(x, cookie, nullptr));
-  return reply && reply->owner != XCB_WINDOW_NONE;
+  return reply ? reply->owner : xcb_window_t{XCB_WINDOW_NONE};
 }
+
+bool hasOwner(const QByteArray& selection) { return ownerOf(selection) != XCB_WINDOW_NONE; }
 
 } // namespace
 
@@ -54,6 +57,20 @@ bool isInsideWayland() {
 bool hasCompositor() { return hasOwner("_NET_WM_CM_S0"); }
 
 bool hasEmbeddingTray() { return hasOwner("_NET_SYSTEM_TRAY_S0"); }
+
+std::optional<QColor> embeddingTrayColor() {
+  const auto tray = ownerOf("_NET_SYSTEM_TRAY_S0");
+  if (tray == XCB_WINDOW_NONE) return std::nullopt;
+  auto* const x = connection();
+  // Red, green and blue of 16 bits for symbols, then for symbols that warn.
+  const auto cookie =
+      xcb_get_property(x, 0, tray, atom(x, "_NET_SYSTEM_TRAY_COLORS"), XCB_ATOM_CARDINAL, 0, 3);
+  const Reply<xcb_get_property_reply_t> reply(xcb_get_property_reply(x, cookie, nullptr));
+  if (!reply || reply->format != 32 || xcb_get_property_value_length(reply.get()) < 12) return std::nullopt;
+  const auto* const parts = static_cast<const std::uint32_t*>(xcb_get_property_value(reply.get()));
+  const auto part = [parts](int index) { return static_cast<ushort>(std::min(parts[index], 0xFFFFU)); };
+  return QColor::fromRgba64(part(0), part(1), part(2));
+}
 
 void activate(const QWindow& window) {
   auto* const x = connection();

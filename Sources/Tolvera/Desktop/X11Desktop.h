@@ -1,9 +1,11 @@
 #pragma once
 
 #include <QAbstractNativeEventFilter>
+#include <QColor>
 #include <QObject>
 
 #include <cstdint>
+#include <optional>
 
 class QWindow;
 
@@ -24,6 +26,8 @@ inline constexpr auto floatingFlags = Qt::Tool | Qt::FramelessWindowHint | Qt::W
 [[nodiscard]] bool hasCompositor();
 // A tray of the older kind, which embeds windows, is there.
 [[nodiscard]] bool hasEmbeddingTray();
+// The colour in which that tray wants symbols, if it says so.
+[[nodiscard]] std::optional<QColor> embeddingTrayColor();
 // Activates a mapped window at the user's request, also if another program is in front.
 void activate(const QWindow& window);
 

@@ -37,12 +37,20 @@ QPainterPath tail() {
 
 } // namespace
 
-void draw(QPainter& painter, bool running, const QColor& color) {
+void draw(QPainter& painter, bool running, const QColor& color, const QColor& outline) {
   painter.save();
   painter.setRenderHint(QPainter::Antialiasing);
   // The paths have their origin at the lower left.
   painter.translate(0, size.height());
   painter.scale(1, -1);
+  if (outline.isValid()) {
+    // Around the figure as a whole, and in its hole.
+    const auto figure = flame().united(bubble(true)).united(tail());
+    constexpr double outlineWidth = 1;
+    painter.setPen(QPen(outline, 2 * outlineWidth, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin));
+    painter.setBrush(outline);
+    painter.drawPath(figure);
+  }
   for (const auto& shape : {flame(), bubble(running), tail()}) painter.fillPath(shape, color);
   painter.restore();
 }
