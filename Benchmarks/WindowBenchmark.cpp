@@ -188,7 +188,10 @@ void measureAnHour(Windows& windows, int minutes) {
 
 int main(int argc, char** argv) {
   if (qEnvironmentVariableIsEmpty("DISPLAY")) qputenv("QT_QPA_PLATFORM", "offscreen");
-  TolveraApp::prepareProcess();
+  if (!TolveraApp::prepareProcess()) {
+    std::fputs("there is no display; see tools/stage/private-desktop\n", stderr);
+    return 1;
+  }
   const QApplication application(argc, argv);
   TolveraApp::prepareApplication();
   std::printf("windows by %s\n", qPrintable(QGuiApplication::platformName()));
