@@ -35,8 +35,9 @@ LAYERS = {
         TECHNOLOGIES,
     ),
     "TolveraService/Accounts": (("Async",), f"{WINDOWS}|pipewire|boost/beast|soxr"),
-    "TolveraService/Engine": (("Async", "TolveraService/Models"), f"{WINDOWS}|pipewire|sqlite3"),
-    "TolveraService/Models": ((), f"{WINDOWS}|pipewire|boost/beast|sqlite3"),
+    "TolveraService/Engine": (("Async", "TolveraService/Models", "TolveraService/Transfer"), f"{WINDOWS}|pipewire|sqlite3"),
+    "TolveraService/Transfer": ((), f"{WINDOWS}|pipewire|boost/beast|sqlite3"),
+    "TolveraService/Models": (("TolveraService/Transfer",), f"{WINDOWS}|pipewire|boost/beast|sqlite3"),
     "TolveraService/Stream": (
         ("Async", "TolveraService", "TolveraService/Accounts", "TolveraService/Engine"),
         f"{WINDOWS}|pipewire|sqlite3|soxr",
@@ -46,7 +47,7 @@ LAYERS = {
         f"{WINDOWS}|pipewire|sqlite3|soxr",
     ),
     "TolveraService": (
-        ("Async", *(f"TolveraService/{room}" for room in ("Accounts", "Engine", "Stream", "Http", "Models"))),
+        ("Async", *(f"TolveraService/{room}" for room in ("Accounts", "Engine", "Stream", "Http", "Models", "Transfer"))),
         f"{WINDOWS}|pipewire|sqlite3|soxr",
     ),
 }

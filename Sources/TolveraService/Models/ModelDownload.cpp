@@ -1,14 +1,10 @@
 #include "TolveraService/Models/ModelDownload.h"
 
 #include "TolveraService/Models/PartialFile.h"
+#include "TolveraService/Transfer/HTTPTransfer.h"
 
-#include <curl/curl.h>
-
-#include <array>
-#include <chrono>
-#include <exception>
 #include <fstream>
-#include <memory>
+#include <span>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -19,163 +15,58 @@ namespace tolvera::service {
 namespace {
 
 constexpr int mostRedirects = 5;
-constexpr long secondsToConnect = 20;
-constexpr long secondsOfSilence = 30; // at less than a byte a second
 
-using Handle = std::unique_ptr<CURL, decltype(&curl_easy_cleanup)>;
-using Address = std::unique_ptr<CURLU, decltype(&curl_url_cleanup)>;
-using Headers = std::unique_ptr<curl_slist, decltype(&curl_slist_free_all)>;
-
-std::string part(CURLU* address, CURLUPart which) {
-  char* text = nullptr;
-  if (curl_url_get(address, which, &text, 0) != CURLUE_OK) return {};
-  const std::string copy(text);
-  curl_free(text);
-  return copy;
-}
-
-// Nothing goes over the network unprotected.
-void requireProtected(const std::string& text) {
-  const Address address(curl_url(), &curl_url_cleanup);
-  if (curl_url_set(address.get(), CURLUPART_URL, text.c_str(), 0) != CURLUE_OK)
-    throw std::runtime_error("this is not an address: " + text);
-  const std::string scheme = part(address.get(), CURLUPART_SCHEME);
-  const std::string host = part(address.get(), CURLUPART_HOST);
-  const bool isLocal = host == "127.0.0.1" || host == "localhost" || host == "[::1]";
-  if (scheme != "https" && !(scheme == "http" && isLocal))
-    throw std::runtime_error("models are fetched over https alone, not from " + text);
-}
-
-// The exchange with one address. libcurl calls the two static functions from `perform`.
-class Exchange {
+// What is to come from one address into the file.
+class Fetching {
  public:
-  Exchange(PartialFile& file, const Model& model, const std::function<void(const Progress&)>& report,
-           const Interrupted& interrupted)
-      : file_(file), model_(model), report_(report), interrupted_(interrupted) {}
+  Fetching(PartialFile& file, const Model& model) : file_(file), model_(model) {}
 
-  enum class End { finished, interrupted, redirected };
-
-  // Fetches what the file still lacks. `address` becomes the next one if it is redirected.
-  End run(std::string& address) {
-    requireProtected(address);
-    const Handle handle(curl_easy_init(), &curl_easy_cleanup);
-    if (!handle) throw std::runtime_error("the transfer library does not start");
-    handle_ = handle.get();
-    Headers headers(nullptr, &curl_slist_free_all);
-    if (file_.size() > 0 && !file_.versionTag().empty()) {
-      headers.reset(curl_slist_append(nullptr, ("If-Range: " + file_.versionTag()).c_str()));
-      set(CURLOPT_RANGE, (std::to_string(file_.size()) + "-").c_str());
-      set(CURLOPT_HTTPHEADER, headers.get());
+  // Gives the next address if it is redirected, nothing when all has come, or the user has interrupted it.
+  std::string run(const std::string& address, const std::function<void(const Progress&)>& report,
+                  const Interrupted& interrupted) {
+    if (!isProtected(address))
+      throw std::runtime_error("models are fetched over https alone, not from " + address);
+    HTTPRequest request;
+    request.address = address;
+    request.abandoned = interrupted;
+    request.onHeader = [this](std::string_view name, std::string_view value) {
+      if (name == "etag" && value.starts_with('"')) tag_ = value; // a weak tag does not promise equal bytes
+    };
+    request.onBody = [this](long status, std::span<const char> bytes) { return take(status, bytes); };
+    request.onProgress = [&](double rate) { report({file_.size(), model_.size, rate}); };
+    if (file_.size() > 0 && !file_.versionTag().empty())
+      request.headers = {"Range: bytes=" + std::to_string(file_.size()) + "-",
+                         "If-Range: " + file_.versionTag()};
+    const HTTPOutcome outcome = HTTPTransfer().perform(request);
+    if (interrupted()) return {};
+    if (!outcome.failure.empty()) throw std::runtime_error("the download stopped: " + outcome.failure);
+    if (outcome.status >= 300 && outcome.status < 400) {
+      if (outcome.redirect.empty()) throw std::runtime_error(address + " leads nowhere");
+      return outcome.redirect;
     }
-    std::array<char, CURL_ERROR_SIZE> words{};
-    set(CURLOPT_ERRORBUFFER, words.data());
-    set(CURLOPT_URL, address.c_str());
-    set(CURLOPT_PROTOCOLS_STR, "http,https");
-    set(CURLOPT_USERAGENT, "tolvera-service");
-    set(CURLOPT_NOSIGNAL, 1L);
-    set(CURLOPT_CONNECTTIMEOUT, secondsToConnect);
-    set(CURLOPT_LOW_SPEED_LIMIT, 1L);
-    set(CURLOPT_LOW_SPEED_TIME, secondsOfSilence);
-    set(CURLOPT_HEADERFUNCTION, &Exchange::takeHeader);
-    set(CURLOPT_HEADERDATA, this);
-    set(CURLOPT_WRITEFUNCTION, &Exchange::takeBody);
-    set(CURLOPT_WRITEDATA, this);
-    set(CURLOPT_NOPROGRESS, 0L);
-    set(CURLOPT_XFERINFOFUNCTION, &Exchange::takeProgress);
-    set(CURLOPT_XFERINFODATA, this);
-    const CURLcode code = curl_easy_perform(handle_);
-    if (failure_) std::rethrow_exception(failure_);
-    if (interrupted_()) return End::interrupted;
-    if (code != CURLE_OK)
-      throw std::runtime_error("the download stopped: " +
-                               std::string(words[0] != '\0' ? words.data() : curl_easy_strerror(code)));
-    return ended(address);
-  }
-
- private:
-  template<class Value>
-  void set(CURLoption option, Value value) {
-    curl_easy_setopt(handle_, option, value);
-  }
-
-  End ended(std::string& address) {
-    const long status = this->status();
-    if (status >= 300 && status < 400) {
-      char* next = nullptr;
-      curl_easy_getinfo(handle_, CURLINFO_REDIRECT_URL, &next);
-      if (next == nullptr) throw std::runtime_error(address + " leads nowhere");
-      address = next;
-      return End::redirected;
-    }
-    if (status == 416) { // what is here is longer than what is there
+    if (outcome.status == 416) { // what is here is longer than what is there
       file_.restart({});
       throw std::runtime_error(address + " has another version now; try again");
     }
-    if (status != 200 && status != 206)
-      throw std::runtime_error(address + " answered with status " + std::to_string(status));
-    return End::finished;
+    if (outcome.status != 200 && outcome.status != 206)
+      throw std::runtime_error(address + " answered with status " + std::to_string(outcome.status));
+    return {};
   }
 
-  [[nodiscard]] long status() const {
-    long status = 0;
-    curl_easy_getinfo(handle_, CURLINFO_RESPONSE_CODE, &status);
-    return status;
-  }
-
-  static std::size_t takeHeader(const char* data, std::size_t, std::size_t size, void* self) {
-    const std::string_view line(data, size);
-    const auto colon = line.find(':');
-    if (colon == std::string_view::npos) return size;
-    std::string name(line.substr(0, colon));
-    for (char& letter : name)
-      if (letter >= 'A' && letter <= 'Z') letter = static_cast<char>(letter - 'A' + 'a');
-    if (name == "etag") {
-      const auto begin = line.find_first_not_of(" \t", colon + 1);
-      const auto end = line.find_last_not_of("\r\n \t");
-      // A weak tag does not promise equal bytes.
-      if (begin != std::string_view::npos && line[begin] == '"')
-        static_cast<Exchange*>(self)->tag_ = line.substr(begin, end - begin + 1);
-    }
-    return size;
-  }
-
-  static std::size_t takeBody(const char* data, std::size_t, std::size_t size, void* self) {
-    return static_cast<Exchange*>(self)->take({data, size}) ? size : CURL_WRITEFUNC_ERROR;
-  }
-
-  // No exception may pass through libcurl.
-  bool take(std::span<const char> bytes) {
-    try {
-      if (const long code = status(); code != 200 && code != 206) return true; // the text of an error
-      if (!begun_ && status() == 200) file_.restart(tag_);
-      begun_ = true;
-      if (!file_.add(bytes)) {
-        file_.restart({});
-        throw std::runtime_error("what comes is longer than the model; it was deleted");
-      }
-      return true;
-    } catch (...) {
-      failure_ = std::current_exception();
-      return false;
-    }
-  }
-
-  static int takeProgress(void* self, curl_off_t, curl_off_t, curl_off_t, curl_off_t) {
-    auto& exchange = *static_cast<Exchange*>(self);
-    curl_off_t rate = 0;
-    curl_easy_getinfo(exchange.handle_, CURLINFO_SPEED_DOWNLOAD_T, &rate);
-    exchange.report_({exchange.file_.size(), exchange.model_.size, static_cast<double>(rate)});
-    return exchange.interrupted_() ? 1 : 0;
+ private:
+  bool take(long status, std::span<const char> bytes) {
+    if (status != 200 && status != 206) return true; // the text of an error
+    if (!begun_ && status == 200) file_.restart(tag_);
+    begun_ = true;
+    if (file_.add(bytes)) return true;
+    file_.restart({});
+    throw std::runtime_error("what comes is longer than the model; it was deleted");
   }
 
   PartialFile& file_;
   const Model& model_;
-  const std::function<void(const Progress&)>& report_;
-  const Interrupted& interrupted_;
-  CURL* handle_ = nullptr;
   std::string tag_;
   bool begun_ = false;
-  std::exception_ptr failure_;
 };
 
 } // namespace
@@ -186,11 +77,10 @@ bool downloadModel(const Model& model, const std::function<void(const Progress&)
     throw std::runtime_error(model.name + " is not published by itself: install it with --from FILE");
   PartialFile file(model);
   std::string address = model.address;
-  for (int redirects = 0; file.size() < model.size; ++redirects) {
+  for (int redirects = 0; file.size() < model.size && !address.empty(); ++redirects) {
     if (redirects > mostRedirects) throw std::runtime_error(model.address + " leads round in circles");
-    const auto end = Exchange(file, model, report, interrupted).run(address);
-    if (end == Exchange::End::interrupted) return false;
-    if (end == Exchange::End::finished) break;
+    address = Fetching(file, model).run(address, report, interrupted);
+    if (interrupted()) return false;
   }
   if (file.size() < model.size)
     throw std::runtime_error("the download ended early; the next try goes on where it ended");
