@@ -31,6 +31,22 @@ std::string engineOf(std::string_view text) {
   return std::string(text);
 }
 
+// "libretranslate=http://127.0.0.1:5000" or "openai=http://127.0.0.1:8080/v1"
+void readTranslator(std::string_view text, TranslatorChoice& choice) {
+  const std::size_t equals = text.find('=');
+  choice.interface = text.substr(0, equals);
+  const bool known = choice.interface == "libretranslate" || choice.interface == "openai";
+  if (!known || equals == std::string_view::npos)
+    throw OptionError("a translator is libretranslate=ADDRESS or openai=ADDRESS");
+  choice.server.address = text.substr(equals + 1);
+}
+
+void checkTranslator(const TranslatorChoice& choice) {
+  if (choice.interface.empty()) throw OptionError("--translator is missing");
+  if ((choice.interface == "openai") == choice.server.model.empty())
+    throw OptionError("--translator-model names the model of openai, and of openai alone");
+}
+
 std::filesystem::path defaultStateDirectory() {
   const char* state = std::getenv("XDG_STATE_HOME");
   if (state != nullptr && state[0] == '/') return std::filesystem::path(state) / "tolvera";
@@ -44,7 +60,9 @@ std::filesystem::path defaultStateDirectory() {
 
 const char* Options::usage() {
   return "usage: tolvera-service [--port N] [--state DIR] [--engine NAME] [--streams N] [--all-users]\n"
-         "                       [--help] [--version]\n"
+         "                       [--translator libretranslate=ADDRESS | --translator openai=ADDRESS "
+         "--translator-model NAME]\n"
+         "                       [--translator-key FILE] [--help] [--version]\n"
          "       tolvera-service models list | install NAME | verify [NAME] | remove NAME\n"
          "  --port N     listen on 127.0.0.1:N and nowhere else; 0 takes any free port. Without it the port "
          "is 18790 or\n"
@@ -53,7 +71,13 @@ const char* Options::usage() {
          "  --engine NAME  hear with whisper or pocketsphinx; without it, with the best that is installed\n"
          "  --streams N  serve at most N runs at once, 1 to 64; without it, as many as this machine "
          "carries\n"
-         "  --all-users  serve every user of this machine, and not the one who started the service alone\n";
+         "  --all-users  serve every user of this machine, and not the one who started the service alone\n"
+         "  --translator INTERFACE=ADDRESS  translate by a server with the interface of LibreTranslate "
+         "(http://127.0.0.1:5000)\n"
+         "                 or of OpenAI (http://127.0.0.1:8080/v1). The text goes there, over https unless "
+         "it is "
+         "this machine\n"
+         "  --translator-key FILE  the server's key, in a file that you alone can read\n";
 }
 
 Options parseOptions(const std::vector<std::string_view>& arguments) {
@@ -63,6 +87,9 @@ Options parseOptions(const std::vector<std::string_view>& arguments) {
     const auto value = [&]() -> std::string_view {
       if (i + 1 >= arguments.size()) throw OptionError(std::string(argument) + " needs a value");
       return arguments[++i];
+    };
+    const auto translator = [&]() -> TranslatorChoice& {
+      return options.translator ? *options.translator : options.translator.emplace();
     };
     if (argument == "--port") {
       options.port = portOf(value());
@@ -74,6 +101,12 @@ Options parseOptions(const std::vector<std::string_view>& arguments) {
       options.engine.runs = streamsOf(value());
     } else if (argument == "--all-users") {
       options.servesAllUsers = true;
+    } else if (argument == "--translator") {
+      readTranslator(value(), translator());
+    } else if (argument == "--translator-model") {
+      translator().server.model = value();
+    } else if (argument == "--translator-key") {
+      translator().server.keyFile = std::filesystem::absolute(value());
     } else if (argument == "--help") {
       options.action = Options::Action::help;
       return options;
@@ -84,6 +117,7 @@ Options parseOptions(const std::vector<std::string_view>& arguments) {
       throw OptionError("unknown option: " + std::string(argument));
     }
   }
+  if (options.translator) checkTranslator(*options.translator);
   if (options.stateDirectory.empty()) options.stateDirectory = defaultStateDirectory();
   return options;
 }

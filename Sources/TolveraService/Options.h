@@ -1,6 +1,7 @@
 #pragma once
 
 #include "TolveraService/Engine/SpeechEngines.h"
+#include "TolveraService/Engine/Translators.h"
 
 #include <cstdint>
 #include <filesystem>
@@ -22,6 +23,7 @@ struct Options {
   std::filesystem::path stateDirectory;
   EngineChoice engine;
   bool servesAllUsers = false; // of this machine, not the service's own alone
+  std::optional<TranslatorChoice> translator;
 
   static const char* usage();
 };

@@ -43,30 +43,32 @@ tcp::acceptor listenOn(asio::io_context& context, std::uint16_t port, int nextPo
 
 } // namespace
 
-boost::json::object Server::about(const SpeechEngine& engine) {
-  const auto languages = engine.languages();
+boost::json::object Server::about() const {
+  const auto languages = engine_->languages();
   return {{"name", "tolvera-service"},
           {"version", TOLVERA_VERSION},
-          {"engine", engine.name()},
+          {"engine", engine_->name()},
+          {"soundGoesTo", engine_->sendsTo()},
+          {"textGoesTo", translator_->sendsTo()},
           {"languages", boost::json::array(languages.begin(), languages.end())}};
 }
 
 Server::Server(const Settings& settings)
     : engine_(makeSpeechEngine(settings.engine)), accounts_(settings.stateDirectory),
-      translator_(settings.translationModes), listening_(engine_->runs()),
-      services_(std::make_shared<Services>(Services{accounts_,
-                                                    translator_,
-                                                    *engine_,
-                                                    speech_,
-                                                    routes_,
-                                                    clock_,
-                                                    blocking_.get_executor(),
-                                                    warming_.get_executor(),
-                                                    listening_.get_executor(),
-                                                    settings.silence,
-                                                    {},
-                                                    {},
-                                                    {}})),
+      translator_(makeTranslator(settings.translator, settings.translationModes)),
+      listening_(engine_->runs()), services_(std::make_shared<Services>(Services{accounts_,
+                                                                                 *translator_,
+                                                                                 *engine_,
+                                                                                 speech_,
+                                                                                 routes_,
+                                                                                 clock_,
+                                                                                 blocking_.get_executor(),
+                                                                                 warming_.get_executor(),
+                                                                                 listening_.get_executor(),
+                                                                                 settings.silence,
+                                                                                 {},
+                                                                                 {},
+                                                                                 {}})),
       acceptor_(listenOn(context_, settings.port, settings.takesNextPort ? mostNextPorts : 0)),
       servesAllUsers_(settings.servesAllUsers) {
   // Programs know it by the port that it was meant to have.

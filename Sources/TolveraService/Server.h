@@ -2,6 +2,7 @@
 
 #include "TolveraService/Engine/ApertiumTranslator.h"
 #include "TolveraService/Engine/SpeechEngines.h"
+#include "TolveraService/Engine/Translators.h"
 #include "TolveraService/Services.h"
 
 #include "Async/SystemClock.h"
@@ -31,6 +32,7 @@ class Server {
     EngineChoice engine;
     bool servesAllUsers = false;                                  // otherwise its own and root
     std::chrono::milliseconds silence = std::chrono::seconds(60); // after which a run lends its decoder
+    std::optional<TranslatorChoice> translator;
   };
 
   // Makes the speech engine, opens the accounts and listens. Throws std::exception with a text for the person
@@ -41,6 +43,8 @@ class Server {
   Server& operator=(const Server&) = delete;
 
   [[nodiscard]] std::uint16_t port() const;
+  // What leaves this process, and where it goes.
+  [[nodiscard]] Destinations destinations() const { return {engine_->sendsTo(), translator_->sendsTo()}; }
 
   // Serves until `stop`. Called once.
   void run();
@@ -48,7 +52,7 @@ class Server {
   void stop();
 
  private:
-  static boost::json::object about(const SpeechEngine& engine);
+  [[nodiscard]] boost::json::object about() const;
   Task<void> accept();
   // The user of a connection that is to be served; absent for one that is not.
   [[nodiscard]] std::optional<uid_t> admitted(const boost::asio::ip::tcp::socket& socket) const;
@@ -57,9 +61,9 @@ class Server {
 
   std::unique_ptr<SpeechEngine> engine_;
   AccountStore accounts_;
-  ApertiumTranslator translator_;
+  std::unique_ptr<Translator> translator_;
   Speech speech_;
-  Routes routes_{accounts_, speech_.voices(), about(*engine_)};
+  Routes routes_{accounts_, speech_.voices(), about(), destinations()};
   std::map<uid_t, std::size_t> connectionsOf_; // network thread
   boost::asio::io_context context_{1};
   SystemClock clock_{context_.get_executor()};

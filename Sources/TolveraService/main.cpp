@@ -34,8 +34,12 @@ void serve(const service::Options& options) {
   settings.stateDirectory = options.stateDirectory;
   settings.engine = options.engine;
   settings.servesAllUsers = options.servesAllUsers;
+  settings.translator = options.translator;
   service::Server server(settings);
   if (address) address->write(server.port());
+  const service::Destinations destinations = server.destinations();
+  for (const auto& [what, place] : {std::pair{"sound", destinations.sound}, {"text", destinations.text}})
+    if (!place.empty()) std::fprintf(stderr, "tolvera-service: %s goes to %s\n", what, place.c_str());
   signals.async_wait([&server](const boost::system::error_code& error, int) {
     if (!error) server.stop();
   });

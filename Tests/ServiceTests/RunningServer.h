@@ -4,8 +4,10 @@
 
 #include "Harness/TemporaryDirectory.h"
 
+#include <optional>
 #include <string>
 #include <thread>
+#include <utility>
 
 namespace tolvera::test {
 
@@ -15,11 +17,13 @@ class RunningServer {
  public:
   explicit RunningServer(std::size_t streams, const std::string& engine = "pocketsphinx",
                          bool servesAllUsers = false,
-                         std::chrono::milliseconds silence = std::chrono::seconds(60))
+                         std::chrono::milliseconds silence = std::chrono::seconds(60),
+                         std::optional<service::TranslatorChoice> translator = {})
       : server_({.stateDirectory = stateDirectory(),
                  .engine = {engine, streams},
                  .servesAllUsers = servesAllUsers,
-                 .silence = silence}) {}
+                 .silence = silence,
+                 .translator = std::move(translator)}) {}
   ~RunningServer() {
     server_.stop();
     thread_.join();

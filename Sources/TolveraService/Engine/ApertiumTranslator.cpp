@@ -66,15 +66,16 @@ bool ApertiumTranslator::canTranslate(std::string_view source, std::string_view 
   return route(source, target) != nullptr;
 }
 
-void ApertiumTranslator::warmUp(std::string_view source, std::string_view target) {
+void ApertiumTranslator::warmUp(std::string_view source, std::string_view target,
+                                const Abandoned& abandoned) {
   // The first lines of a mode are slow beyond its start: data is read when it is first needed.
-  translate(source, target, "The people of the town will see that I have been there on Monday");
+  translate(source, target, "The people of the town will see that I have been there on Monday", abandoned);
 }
 
 Translator::Result ApertiumTranslator::translate(std::string_view source, std::string_view target,
-                                                 std::string_view line) {
+                                                 std::string_view line, const Abandoned& /*abandoned*/) {
   const Route* pipelines = route(source, target);
-  if (pipelines == nullptr) return {};
+  if (pipelines == nullptr) return {Result::Kind::failed, "Apertium does not offer these languages"};
   // A pipeline ends each line with a full stop of its own.
   const bool stopped = line.ends_with('.');
   while (line.ends_with('.')) line.remove_suffix(1);
@@ -82,7 +83,7 @@ Translator::Result ApertiumTranslator::translate(std::string_view source, std::s
   std::string text(line);
   for (const auto& pipeline : *pipelines) {
     const auto marked = pipeline->translate(text);
-    if (!marked) return {};
+    if (!marked) return {Result::Kind::failed, "Apertium does not work"};
     text = unknown.hide(*marked);
     if (unknown.known == 0) return {Result::Kind::nothingKnown, {}};
   }

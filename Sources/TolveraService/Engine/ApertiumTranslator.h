@@ -24,8 +24,9 @@ class ApertiumTranslator : public Translator {
 
   [[nodiscard]] std::vector<std::string> targets(std::string_view source) const override;
   [[nodiscard]] bool canTranslate(std::string_view source, std::string_view target) const override;
-  void warmUp(std::string_view source, std::string_view target) override;
-  Result translate(std::string_view source, std::string_view target, std::string_view line) override;
+  void warmUp(std::string_view source, std::string_view target, const Abandoned& abandoned) override;
+  Result translate(std::string_view source, std::string_view target, std::string_view line,
+                   const Abandoned& abandoned) override;
 
  private:
   // The pipelines that lead to a target, in order: one, or two by way of Spanish.

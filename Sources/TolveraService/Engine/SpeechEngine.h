@@ -57,6 +57,8 @@ class SpeechEngine {
   [[nodiscard]] virtual std::vector<std::string> languages() const = 0;
   // The language that it can translate into by itself; empty if it cannot.
   [[nodiscard]] virtual std::string translatesInto() const { return {}; }
+  // The server that gets the sound; empty if it stays in this process.
+  [[nodiscard]] virtual std::string sendsTo() const { return {}; }
   // How many runs it serves at once.
   [[nodiscard]] virtual std::size_t runs() const = 0;
   // How many reports in a row have to agree on a word before it settles.

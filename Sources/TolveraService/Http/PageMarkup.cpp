@@ -38,8 +38,8 @@ form { margin-top: 1.5rem; }
 constexpr std::string_view privacyChinese = R"html(
 <p>这里的“本地服务”是在这台电脑上运行的程序 tolvera-service，只接受来自本机的连接。</p>
 <h2>声音与文字</h2>
-<ul><li>收到的声音只在内存中用于识别，用完即弃，从不写入磁盘，也不会发往别处。</li>
-<li>识别出的文字和译文只送回打开这一路翻译的程序，不保存，也不写入日志。</li></ul>
+<ul><li>收到的声音只在内存中用于识别，用完即弃，从不写入磁盘。{SOUND}</li>
+<li>识别出的文字和译文只送回打开这一路翻译的程序，不保存，也不写入日志。{TEXT}</li></ul>
 <h2>保存什么</h2>
 <ul><li>每个安装一个随机令牌的散列值（不保存令牌本身），以及剩余和已用的时长。</li>
 <li>打开登录或购买页面时，保存一次性代码的散列值、所选时长包和订单号，最多约半小时，下次有人打开页面时清除。</li>
@@ -52,8 +52,8 @@ constexpr std::string_view privacyChinese = R"html(
 constexpr std::string_view privacyEnglish = R"html(
 <p>The “local service” is the program tolvera-service on this computer. It accepts connections from this computer alone.</p>
 <h2>Sound and text</h2>
-<ul><li>Sound is kept in memory while it is recognised, then dropped. It is never written to disk and never sent anywhere.</li>
-<li>Recognised text and translations go back to the program that opened the run. They are neither stored nor logged.</li></ul>
+<ul><li>Sound is kept in memory while it is recognised, then dropped. It is never written to disk. {SOUND}</li>
+<li>Recognised text and translations go back to the program that opened the run. They are neither stored nor logged. {TEXT}</li></ul>
 <h2>What is stored</h2>
 <ul><li>For each installation, a hash of its random token (not the token), and the time that is left and used.</li>
 <li>When a sign-in or purchase page is opened: a hash of its one-time code, the chosen pack and an order number, for about half an hour. They are removed when the next page is opened after that.</li>
@@ -118,8 +118,21 @@ Response page(unsigned status, const PageContent& content) {
 
 Response styleSheet() { return {200, "text/css; charset=utf-8", std::string(css), {}}; }
 
-std::string privacyBody(TextLanguage language) {
-  return std::string(Wording{privacyChinese, privacyEnglish}.in(language));
+std::string privacyBody(TextLanguage language, const Destinations& destinations) {
+  std::string body(Wording{privacyChinese, privacyEnglish}.in(language));
+  const auto fill = [&](std::string_view place, const std::string& server, const Wording& stays,
+                        const Wording& goes) {
+    std::string sentence(server.empty() ? stays.in(language) : goes.in(language));
+    if (!server.empty()) sentence += "<strong>" + escapedHTML(server) + "</strong>";
+    body.replace(body.find(place), place.size(), sentence);
+  };
+  fill("{SOUND}", destinations.sound, {"它不会发往别处。", "It is not sent anywhere."},
+       {"启动本地服务的人设定了识别服务器，声音会发往 ",
+        "The person who started the local service has named a server for recognition; the sound goes to "});
+  fill("{TEXT}", destinations.text, {"它们不会发往别处。", "They are not sent anywhere else."},
+       {"启动本地服务的人设定了翻译服务器，要翻译的文字会发往 ",
+        "The person who started the local service has named a server for translation; the text goes to "});
+  return body;
 }
 
 } // namespace tolvera::service

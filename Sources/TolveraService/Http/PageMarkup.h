@@ -26,7 +26,13 @@ Response page(unsigned status, const PageContent& content);
 // The style sheet of all pages.
 Response styleSheet();
 
+// The servers that get something of a run; empty: it stays on this machine.
+struct Destinations {
+  std::string sound;
+  std::string text;
+};
+
 // The body of the page about privacy.
-std::string privacyBody(TextLanguage language);
+std::string privacyBody(TextLanguage language, const Destinations& destinations);
 
 } // namespace tolvera::service

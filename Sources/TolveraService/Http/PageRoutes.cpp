@@ -145,7 +145,7 @@ std::optional<Response> PageRoutes::answer(std::string_view path, const Request&
   if (path == "/style.css") return styleSheet();
   const TextLanguage language = languageOf(request);
   const Wording title{"隐私", "Privacy"};
-  return page(200, {language, std::string(title.in(language)), privacyBody(language),
+  return page(200, {language, std::string(title.in(language)), privacyBody(language, destinations_),
                     std::string(base) + "/privacy?lang=" + std::string(codeOf(other(language)))});
 }
 

@@ -2,11 +2,13 @@
 
 #include "TolveraService/Accounts/AccountStore.h"
 #include "TolveraService/Http/HTTPMessage.h"
+#include "TolveraService/Http/PageMarkup.h"
 #include "TolveraService/Http/TextLanguage.h"
 
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace tolvera::service {
 
@@ -15,7 +17,8 @@ namespace tolvera::service {
 // for this browser: a keyed hash of the code and a cookie. Owned by Routes, same thread.
 class PageRoutes {
  public:
-  explicit PageRoutes(AccountStore& accounts) : accounts_(accounts), key_(makeSecret()) {}
+  PageRoutes(AccountStore& accounts, Destinations destinations)
+      : accounts_(accounts), destinations_(std::move(destinations)), key_(makeSecret()) {}
 
   // The address of a page, for the browser.
   static std::string address(std::string_view host, AccountStore::Purpose purpose, std::string_view code,
@@ -33,6 +36,7 @@ class PageRoutes {
   [[nodiscard]] std::string proof(std::string_view code, std::string_view cookie) const;
 
   AccountStore& accounts_;
+  const Destinations destinations_;
   const std::string key_; // made at each start; a form of an earlier start is shown again
 };
 

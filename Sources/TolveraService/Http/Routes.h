@@ -25,8 +25,10 @@ class Routes {
   static constexpr std::string_view base = "/livetranslate";
 
   // `voices`: codes of the voices that speak translations. `about`: what the service says of itself.
-  Routes(AccountStore& accounts, std::vector<std::string> voices, boost::json::object about = {})
-      : accounts_(accounts), voices_(std::move(voices)), about_(std::move(about)), pages_(accounts) {}
+  Routes(AccountStore& accounts, std::vector<std::string> voices, boost::json::object about = {},
+         Destinations destinations = {})
+      : accounts_(accounts), voices_(std::move(voices)), about_(std::move(about)),
+        pages_(accounts, std::move(destinations)) {}
 
   // Never throws: a failure of the store becomes status 503.
   Response answer(const Request& request);

@@ -8,8 +8,8 @@ CaptionRoute captionRoute(std::string_view spoken, std::string_view target, cons
                           const Translator& translator) {
   if (spoken == target) return CaptionRoute::asHeard;
   const std::string between = engine.translatesInto();
-  if (!between.empty() && target == between) return CaptionRoute::byEngine;
   if (translator.canTranslate(spoken, target)) return CaptionRoute::byTranslator;
+  if (!between.empty() && target == between) return CaptionRoute::byEngine;
   if (!between.empty() && translator.canTranslate(between, target)) return CaptionRoute::byBoth;
   return CaptionRoute::none;
 }
@@ -21,7 +21,7 @@ std::vector<std::string> captionLanguages(std::string_view spoken, const SpeechE
   if (between.empty() || between == spoken) return codes;
   for (const std::string& code : translator.targets(between))
     if (code != spoken && std::find(codes.begin(), codes.end(), code) == codes.end()) codes.push_back(code);
-  codes.insert(codes.begin(), between);
+  if (std::find(codes.begin(), codes.end(), between) == codes.end()) codes.insert(codes.begin(), between);
   return codes;
 }
 

@@ -116,6 +116,8 @@ Task<void> StreamConnection::run(Upgrade upgrade) {
   if (dub_) dub_->drop();
   output_->sendLast({});
   leaveRuns();
+  // A translation under way needs a moment to give up: the network does not wait for it.
+  if (transcription_) asio::post(services_->warming, [ended = std::move(transcription_)] {});
 }
 
 void StreamConnection::leaveRuns() {
@@ -163,7 +165,7 @@ std::string StreamConnection::refusedLanguages() const {
       CaptionRoute::none)
     return {};
   const auto offered = captionLanguages(source, services_->engine, services_->translator);
-  return refusal::cannotTranslate(source, parameters_.target, offered);
+  return refusal::cannotTranslate(source, parameters_.target, offered, services_->translator.silentServer());
 }
 
 // A run that has ended, or gives way, needs a moment to give its ears back.
@@ -235,8 +237,8 @@ void StreamConnection::begin(AccountStore::Account account, std::unique_ptr<List
   auto services = services_;
   for (const std::string& from : {parameters_.source, services->engine.languages().front()})
     if (services->translator.canTranslate(from, parameters_.target)) {
-      asio::post(services->warming, [services, from, target = parameters_.target] {
-        services->translator.warmUp(from, target);
+      asio::post(services->warming, [services, from, target = parameters_.target, audio = audio_] {
+        services->translator.warmUp(from, target, [&audio] { return audio->isAbandoned(); });
       });
       break;
     }

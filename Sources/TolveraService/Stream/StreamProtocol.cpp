@@ -88,11 +88,16 @@ std::string cannotHear(std::string_view source, const std::vector<std::string>& 
 }
 
 std::string cannotTranslate(std::string_view source, std::string_view target,
-                            const std::vector<std::string>& targets) {
+                            const std::vector<std::string>& targets, const std::string& silentServer) {
   const LanguageName from = languageName(source);
   const LanguageName name = languageName(target);
   const LanguageName names = listOf(targets);
   const bool none = targets.empty();
+  if (!silentServer.empty())
+    return "翻译服务器 " + silentServer + " 没有应答，因此不能把" + from.chinese + "译成" + name.chinese +
+           "。请启动它后再试。 / The translation server " + silentServer +
+           " does not answer, so there is no translation from " + from.english + " into " + name.english +
+           ". Start it, and then the run again.";
   return "本地服务不能把" + from.chinese + "译成" + name.chinese + "。" +
          (none ? "这里没有安装翻译数据，" : "它能译成" + names.chinese + "，也") + "能直接显示" +
          from.chinese + "字幕。 / The local service cannot translate " + from.english + " into " +
@@ -100,6 +105,11 @@ std::string cannotTranslate(std::string_view source, std::string_view target,
          (none ? "No translation data is installed here; it"
                : "It translates into " + names.english + ", and") +
          " shows " + from.english + " captions when that is the target too.";
+}
+
+std::string translationFailed(const std::string& reason) {
+  return "连续几句话都没能翻译，翻译已停止（" + reason +
+         "）。 / Several sentences in a row could not be translated, so the run ends (" + reason + ").";
 }
 
 std::string tooSlow() {

@@ -42,9 +42,12 @@ inline constexpr std::string_view upstreamRejected = "upstream_rejected";
 // Texts for the user, in both languages because a run does not tell which one the user reads.
 namespace refusal {
 std::string cannotHear(std::string_view source, const std::vector<std::string>& languages);
-// `targets`: what the spoken language can be read in, itself excepted.
+// `targets`: what the spoken language can be read in, itself excepted. `silentServer`: the translation server
+// that has not told what it can do; empty if there is none.
 std::string cannotTranslate(std::string_view source, std::string_view target,
-                            const std::vector<std::string>& targets);
+                            const std::vector<std::string>& targets, const std::string& silentServer);
+// `reason`: which translator does not work, and why.
+std::string translationFailed(const std::string& reason);
 std::string unknownToken();
 std::string busy(std::size_t streams);
 std::string tooSlow();

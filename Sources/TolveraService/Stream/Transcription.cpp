@@ -23,8 +23,13 @@ constexpr std::size_t samplesToMeasure = 20 * SpeechEngine::sampleRate;
 
 Transcription::Transcription(Job job, AccountStore& accounts, const SpeechEngine& engine,
                              Translator& translator, const Speech& speech)
-    : job_(std::move(job)), accounts_(accounts), engine_(engine), translator_(translator), speech_(speech),
-      source_(engine.reportsToSettle()), translation_(engine.reportsToSettle()) {}
+    : job_(std::move(job)), accounts_(accounts), engine_(engine), translator_(translator),
+      captions_({job_.parameters.target, job_.parameters.voice, job_.output, job_.dub,
+                 [this] { return ended_ || job_.audio->isAbandoned(); },
+                 [this](const std::string& reason) {
+                   endWith(errorCode::upstreamRejected, refusal::translationFailed(reason));
+                 }},
+                engine, translator, speech) {}
 
 void Transcription::run(std::unique_ptr<Listener> listener) {
   listener_ = std::move(listener);
@@ -42,7 +47,9 @@ void Transcription::run(std::unique_ptr<Listener> listener) {
     job_.output->sendLast(errorFrame(errorCode::upstreamRejected, refusal::engineFailed()));
   }
   listener_.reset();
-  if (!goesOn) job_.audio->abandon(); // what may still come is not heard
+  if (goesOn) return;
+  captions_.finish();
+  job_.audio->abandon(); // what may still come is not heard
 }
 
 void Transcription::begin() {
@@ -76,6 +83,7 @@ bool Transcription::listen() {
     if (over || state == AudioQueue::State::starved) listener_->finish();
     if (!charge(samples.size(), over)) {
       listener_->finish();
+      captions_.finish();
       endWith(errorCode::quotaExhausted, refusal::outOfTime());
     }
     if (!keepsUp) endWith(errorCode::upstreamRejected, refusal::tooSlow());
@@ -102,12 +110,8 @@ void Transcription::heard(const Heard& heard) {
   if (ended_) return;
   if (heard.language != language_) identified(heard.language);
   if (ended_) return;
-  if (!heard.final) return partial(heard);
-  finished(heard);
-  source_ = Line(engine_.reportsToSettle());
-  translation_ = Line(engine_.reportsToSettle());
-  lastLine_.clear();
-  lastTranslation_.clear();
+  if (job_.parameters.showSource) sendSource(heard);
+  captions_.take(heard, route_);
 }
 
 void Transcription::identified(const std::string& language) {
@@ -116,56 +120,21 @@ void Transcription::identified(const std::string& language) {
   route_ = captionRoute(language, target, engine_, translator_);
   if (route_ != CaptionRoute::none) return;
   const auto offered = captionLanguages(language, engine_, translator_);
-  endWith(errorCode::upstreamRejected, refusal::cannotTranslate(language, target, offered));
+  captions_.finish();
+  endWith(errorCode::upstreamRejected,
+          refusal::cannotTranslate(language, target, offered, translator_.silentServer()));
 }
 
-bool Transcription::startsFromWhatWasHeard() const {
-  return route_ == CaptionRoute::asHeard || route_ == CaptionRoute::byTranslator;
-}
-
-void Transcription::partial(const Heard& heard) {
-  if (job_.parameters.showSource) send(source_, CaptionKind::source, {heard.settled, heard.tail});
-  if (route_ == CaptionRoute::asHeard)
-    return send(translation_, CaptionKind::translation, {heard.settled, heard.tail});
-  const std::string line = startsFromWhatWasHeard() ? heard.settled + heard.tail : heard.translation;
-  if (line != lastLine_) {
-    lastLine_ = line;
-    // After a failure the next look tries again.
-    Translator::Result result = translated(line);
-    if (result.kind == Translator::Result::Kind::translated) lastTranslation_ = std::move(result.text);
+void Transcription::sendSource(const Heard& heard) {
+  if (heard.final) {
+    sentSource_ = {};
+    if (!heard.settled.empty()) job_.output->send(captionFrame(CaptionKind::source, heard.settled, "", true));
+    return;
   }
-  if (!lastTranslation_.empty())
-    send(translation_, CaptionKind::translation, translation_.settled.update(lastTranslation_));
-}
-
-void Transcription::finished(const Heard& heard) {
-  if (job_.parameters.showSource && !heard.settled.empty()) end(CaptionKind::source, heard.settled);
-  const std::string line = startsFromWhatWasHeard() ? heard.settled : heard.translation;
-  if (line.empty()) return;
-  const Translator::Result result = translated(line);
-  if (result.kind == Translator::Result::Kind::translated)
-    end(CaptionKind::translation, result.text);
-  else if (result.kind == Translator::Result::Kind::failed) // captions go on; the dub leaves it out
-    job_.output->send(captionFrame(CaptionKind::translation, "“" + line + "”", "", true));
-}
-
-Translator::Result Transcription::translated(const std::string& line) {
-  if (route_ == CaptionRoute::asHeard || route_ == CaptionRoute::byEngine)
-    return {Translator::Result::Kind::translated, line};
-  const std::string from = route_ == CaptionRoute::byTranslator ? language_ : engine_.translatesInto();
-  return translator_.translate(from, job_.parameters.target, line);
-}
-
-void Transcription::send(Line& line, CaptionKind kind, SettledText::Split split) {
-  if (split == line.sent) return;
-  job_.output->send(captionFrame(kind, split.text, split.stash, false));
-  line.sent = std::move(split);
-}
-
-void Transcription::end(CaptionKind kind, const std::string& whole) {
-  job_.output->send(captionFrame(kind, whole, "", true));
-  const bool spoken = kind == CaptionKind::translation && job_.dub && !job_.dub->dropped();
-  if (spoken) job_.dub->say(speech_.say(job_.parameters.target, job_.parameters.voice, whole));
+  SettledText::Split split{heard.settled, heard.tail};
+  if (split == sentSource_) return;
+  job_.output->send(captionFrame(CaptionKind::source, split.text, split.stash, false));
+  sentSource_ = std::move(split);
 }
 
 bool Transcription::charge(std::size_t samples, bool last) {

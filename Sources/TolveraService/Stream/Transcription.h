@@ -10,7 +10,9 @@
 #include "TolveraService/Stream/DubStream.h"
 #include "TolveraService/Stream/StreamOutput.h"
 #include "TolveraService/Stream/StreamProtocol.h"
+#include "TolveraService/Stream/TranslatedCaptions.h"
 
+#include <atomic>
 #include <chrono>
 #include <memory>
 #include <string>
@@ -38,13 +40,6 @@ class Transcription {
   void run(std::unique_ptr<Listener> listener);
 
  private:
-  // One caption line that is still growing.
-  struct Line {
-    explicit Line(std::size_t looks) : settled(looks) {}
-    SettledText settled;
-    SettledText::Split sent;
-  };
-
   void begin();
   // True when the queue is paused, and more may come.
   bool listen();
@@ -52,13 +47,8 @@ class Transcription {
   bool hear(const std::vector<std::int16_t>& samples);
   void heard(const Heard& heard);
   void identified(const std::string& language);
-  void partial(const Heard& heard);
-  void finished(const Heard& heard);
-  void send(Line& line, CaptionKind kind, SettledText::Split split);
-  void end(CaptionKind kind, const std::string& whole);
-  // Rather than from the engine's own translation.
-  [[nodiscard]] bool startsFromWhatWasHeard() const;
-  Translator::Result translated(const std::string& line);
+  // The words as they were spoken, if they are wanted.
+  void sendSource(const Heard& heard);
   // Counts processed samples and charges them by the second; false when the time is used up.
   bool charge(std::size_t samples, bool last);
   void endWith(std::string_view code, const std::string& message);
@@ -68,17 +58,14 @@ class Transcription {
   AccountStore& accounts_;
   const SpeechEngine& engine_;
   Translator& translator_;
-  const Speech& speech_;
   std::string language_; // that is spoken; empty until it is known
   CaptionRoute route_ = CaptionRoute::none;
-  std::string lastLine_;
-  std::string lastTranslation_;
-  Line source_;
-  Line translation_;
+  SettledText::Split sentSource_;
   std::size_t uncharged_ = 0;
   std::size_t measured_ = 0;                   // samples
   std::chrono::steady_clock::duration busy_{}; // that hearing them took
-  bool ended_ = false;
+  std::atomic<bool> ended_ = false;
+  TranslatedCaptions captions_; // last: its thread uses the others
 };
 
 } // namespace tolvera::service
