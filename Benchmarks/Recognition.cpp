@@ -1,6 +1,7 @@
 // Streams recordings of people into the service in real time and prints how well it hears them and how soon.
 //
-// usage: Recognition DIR [--engine NAME] [--language CODE] [--target CODE]
+// usage: Recognition DIR [--engine NAME | --recogniser ADDRESS --recogniser-model NAME] [--language CODE]
+//                    [--target CODE]
 //
 // DIR holds recordings (WAV, FLAC) and a file `text`: a line for each, its name without the ending, a tab,
 // its words. All are played as one stream, with pauses of faint noise in between. "End of speech" is where a
@@ -190,7 +191,7 @@ std::vector<Caption> play(std::uint16_t port, std::vector<Recording>& recordings
   }
   streamed = static_cast<double>(stream.size()) / rate;
   client.stop();
-  std::this_thread::sleep_for(std::chrono::seconds(3));
+  client.readUntil(StreamClient::Clock::now() + std::chrono::seconds(5)); // as long as the program listens
   std::vector<Caption> captions;
   for (const auto& frame : client.frames()) {
     if (frame["type"] == "error") throw std::runtime_error(frame["message"]);
@@ -265,13 +266,20 @@ void printFigures(const std::vector<Recording>& recordings, const std::vector<Ca
 int main(int count, char** values) {
   try {
     std::string directory;
-    std::string engine;
+    tolvera::service::EngineChoice engine;
+    const auto recogniser = [&]() -> tolvera::service::ServerChoice& {
+      return engine.server ? *engine.server : engine.server.emplace();
+    };
     std::string language = "en";
     std::string target;
     for (int i = 1; i < count; ++i) {
       const std::string argument = values[i];
       if (i + 1 < count && argument == "--engine")
-        engine = values[++i];
+        engine.name = values[++i];
+      else if (i + 1 < count && argument == "--recogniser")
+        recogniser().address = values[++i];
+      else if (i + 1 < count && argument == "--recogniser-model")
+        recogniser().model = values[++i];
       else if (i + 1 < count && argument == "--language")
         language = values[++i];
       else if (i + 1 < count && argument == "--target")
@@ -280,7 +288,9 @@ int main(int count, char** values) {
         directory = argument;
     }
     if (directory.empty()) {
-      std::fputs("usage: Recognition DIR [--engine NAME] [--language CODE] [--target CODE]\n", stderr);
+      std::fputs("usage: Recognition DIR [--engine NAME | --recogniser ADDRESS --recogniser-model NAME] "
+                 "[--language CODE] [--target CODE]\n",
+                 stderr);
       return 2;
     }
     auto recordings = recordingsIn(directory);

@@ -41,6 +41,12 @@ void readTranslator(std::string_view text, TranslatorChoice& choice) {
   choice.server.address = text.substr(equals + 1);
 }
 
+void checkRecogniser(const EngineChoice& choice) {
+  if (choice.server->address.empty()) throw OptionError("--recogniser is missing");
+  if (choice.server->model.empty()) throw OptionError("--recogniser needs --recogniser-model");
+  if (!choice.name.empty()) throw OptionError("--recogniser hears instead of an --engine");
+}
+
 void checkTranslator(const TranslatorChoice& choice) {
   if (choice.interface.empty()) throw OptionError("--translator is missing");
   if ((choice.interface == "openai") == choice.server.model.empty())
@@ -59,25 +65,23 @@ std::filesystem::path defaultStateDirectory() {
 } // namespace
 
 const char* Options::usage() {
-  return "usage: tolvera-service [--port N] [--state DIR] [--engine NAME] [--streams N] [--all-users]\n"
-         "                       [--translator libretranslate=ADDRESS | --translator openai=ADDRESS "
-         "--translator-model NAME]\n"
-         "                       [--translator-key FILE] [--help] [--version]\n"
-         "       tolvera-service models list | install NAME | verify [NAME] | remove NAME\n"
-         "  --port N     listen on 127.0.0.1:N and nowhere else; 0 takes any free port. Without it the port "
-         "is 18790 or\n"
-         "               the next free one, and is written to $XDG_RUNTIME_DIR/tolvera/service\n"
-         "  --state DIR  keep accounts in DIR ($XDG_STATE_HOME/tolvera)\n"
-         "  --engine NAME  hear with whisper or pocketsphinx; without it, with the best that is installed\n"
-         "  --streams N  serve at most N runs at once, 1 to 64; without it, as many as this machine "
-         "carries\n"
-         "  --all-users  serve every user of this machine, and not the one who started the service alone\n"
-         "  --translator INTERFACE=ADDRESS  translate by a server with the interface of LibreTranslate "
-         "(http://127.0.0.1:5000)\n"
-         "                 or of OpenAI (http://127.0.0.1:8080/v1). The text goes there, over https unless "
-         "it is "
-         "this machine\n"
-         "  --translator-key FILE  the server's key, in a file that you alone can read\n";
+  return R"(usage: tolvera-service [--port N] [--state DIR] [--streams N] [--all-users] [--help] [--version]
+                       [--engine NAME | --recogniser ADDRESS --recogniser-model NAME]
+                       [--translator libretranslate=ADDRESS | --translator openai=ADDRESS --translator-model NAME]
+                       [--recogniser-key FILE] [--translator-key FILE]
+       tolvera-service models list | install NAME | verify [NAME] | remove NAME
+  --port N     listen on 127.0.0.1:N and nowhere else; 0 takes any free port. Without it the port is 18790 or
+               the next free one, and is written to $XDG_RUNTIME_DIR/tolvera/service
+  --state DIR  keep accounts in DIR ($XDG_STATE_HOME/tolvera)
+  --streams N  serve at most N runs at once, 1 to 64; without it, as many as this machine carries
+  --engine NAME  hear with whisper or pocketsphinx; without it, with the best that is installed
+  --all-users  serve every user of this machine, and not the one who started the service alone
+Servers, over https unless they run on this machine; what they are to do is sent to them:
+  --recogniser ADDRESS  hear with an OpenAI-compatible server, such as http://127.0.0.1:8080/v1
+  --translator NAME=ADDRESS  translate by libretranslate=http://127.0.0.1:5000, or by an OpenAI-compatible
+               server, openai=http://127.0.0.1:8080/v1
+  --recogniser-key FILE, --translator-key FILE  the server's key, in a file that you alone can read
+)";
 }
 
 Options parseOptions(const std::vector<std::string_view>& arguments) {
@@ -87,6 +91,9 @@ Options parseOptions(const std::vector<std::string_view>& arguments) {
     const auto value = [&]() -> std::string_view {
       if (i + 1 >= arguments.size()) throw OptionError(std::string(argument) + " needs a value");
       return arguments[++i];
+    };
+    const auto recogniser = [&]() -> ServerChoice& {
+      return options.engine.server ? *options.engine.server : options.engine.server.emplace();
     };
     const auto translator = [&]() -> TranslatorChoice& {
       return options.translator ? *options.translator : options.translator.emplace();
@@ -101,6 +108,12 @@ Options parseOptions(const std::vector<std::string_view>& arguments) {
       options.engine.runs = streamsOf(value());
     } else if (argument == "--all-users") {
       options.servesAllUsers = true;
+    } else if (argument == "--recogniser") {
+      recogniser().address = value();
+    } else if (argument == "--recogniser-model") {
+      recogniser().model = value();
+    } else if (argument == "--recogniser-key") {
+      recogniser().keyFile = std::filesystem::absolute(value());
     } else if (argument == "--translator") {
       readTranslator(value(), translator());
     } else if (argument == "--translator-model") {
@@ -117,6 +130,7 @@ Options parseOptions(const std::vector<std::string_view>& arguments) {
       throw OptionError("unknown option: " + std::string(argument));
     }
   }
+  if (options.engine.server) checkRecogniser(options.engine);
   if (options.translator) checkTranslator(*options.translator);
   if (options.stateDirectory.empty()) options.stateDirectory = defaultStateDirectory();
   return options;

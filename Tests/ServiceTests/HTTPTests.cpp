@@ -44,7 +44,7 @@ TEST(HTTPUsers, StrangersAreServedOnPurposeOnly) {
            ::recv(socket, &answer, 1, 0) == 1;
   };
   for (const bool all : {false, true}) {
-    RunningServer server(0, "pocketsphinx", all);
+    RunningServer server(0, {"pocketsphinx"}, all);
     std::vector<int> sockets;
     for (int i = 0; i < 65; ++i) sockets.push_back(connected(server->port()));
     if (sockets.front() < 0) GTEST_SKIP() << "not the superuser";

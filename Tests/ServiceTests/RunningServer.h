@@ -15,12 +15,12 @@ namespace tolvera::test {
 // understands what the tests say.
 class RunningServer {
  public:
-  explicit RunningServer(std::size_t streams, const std::string& engine = "pocketsphinx",
+  explicit RunningServer(std::size_t streams, service::EngineChoice engine = {"pocketsphinx"},
                          bool servesAllUsers = false,
                          std::chrono::milliseconds silence = std::chrono::seconds(60),
                          std::optional<service::TranslatorChoice> translator = {})
       : server_({.stateDirectory = stateDirectory(),
-                 .engine = {engine, streams},
+                 .engine = {std::move(engine.name), streams, std::move(engine.server)},
                  .servesAllUsers = servesAllUsers,
                  .silence = silence,
                  .translator = std::move(translator)}) {}

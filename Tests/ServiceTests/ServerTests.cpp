@@ -116,7 +116,7 @@ TEST(TranslationServer, FailuresEndARunInWords) {
     if (request.body.find("project.") == std::string::npos) return TranslationServer::says("译");
     return --failures < 0 ? TranslationServer::says("译文") : Reply::http(500);
   });
-  RunningServer service(1, "pocketsphinx", false, std::chrono::seconds(60),
+  RunningServer service(1, {"pocketsphinx"}, false, std::chrono::seconds(60),
                         translation.choice("libretranslate"));
   const HTTPClient http(service->port());
   EXPECT_THAT(http.get("/livetranslate/privacy").body, HasSubstr("http://127.0.0.1:"));
@@ -137,7 +137,8 @@ TEST(TranslationServer, FailuresEndARunInWords) {
 
 TEST(TranslationServer, SilentServerIsNamed) {
   const TranslationServer asleep([](auto&) { return Reply::http(503); }, false);
-  RunningServer service(1, "pocketsphinx", false, std::chrono::seconds(60), asleep.choice("libretranslate"));
+  RunningServer service(1, {"pocketsphinx"}, false, std::chrono::seconds(60),
+                        asleep.choice("libretranslate"));
   const std::string token = HTTPClient(service->port()).signUp();
   StreamClient run(service->port(), "token=" + token + "&target=zh&source=en&src=1&dub=0");
   EXPECT_THAT(run.waitForType("error").value()["message"], HasSubstr("does not answer"));
@@ -179,7 +180,10 @@ TEST(Servers, UnsafeChoicesAreRefused) {
            {"--translator", "openai=http://127.0.0.1"},
            {"--translator", "libretranslate=http://127.0.0.1", "--translator-model", "m"},
            {"--translator", "http://127.0.0.1"},
-           {"--translator-key", "file"}})
+           {"--translator-key", "file"},
+           {"--recogniser", "http://127.0.0.1"},
+           {"--recogniser-model", "m"},
+           {"--recogniser", "http://127.0.0.1", "--recogniser-model", "m", "--engine", "whisper"}})
     EXPECT_THROW(service::parseOptions(words), service::OptionError) << words.back();
 }
 

@@ -1,8 +1,10 @@
 // What every engine of speech recognition promises. An engine whose model is not here is skipped.
 
+#include "TolveraService/Engine/Recognizer.h"
 #include "TolveraService/Engine/SettledText.h"
 #include "TolveraService/Engine/SpeechEngines.h"
 
+#include "Harness/LoopbackServer.h"
 #include "ServiceTests/Clients.h"
 
 #include <gmock/gmock.h>
@@ -11,8 +13,10 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstring>
 #include <future>
 #include <iterator>
+#include <optional>
 #include <random>
 #include <stdexcept>
 
@@ -25,11 +29,54 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using Sound = std::vector<std::int16_t>;
 
+// A server with the OpenAI-compatible interface, which hears by PocketSphinx. It tells the language if it is
+// not told, and refuses every request while `works` is false.
+class TranscriptionStandIn {
+ public:
+  TranscriptionStandIn() {
+    server_.onRequest([this](const test::LoopbackServer::Request& request) {
+      if (hangs) return test::LoopbackServer::Reply::silence();
+      const std::size_t file = request.body.find("RIFF");
+      if (!works || request.target != "/v1/audio/transcriptions" || file == std::string::npos)
+        return test::LoopbackServer::Reply::http(works ? 400 : 503);
+      std::uint32_t bytes = 0;
+      std::memcpy(&bytes, request.body.data() + file + 40, sizeof bytes);
+      Sound sound(bytes / 2);
+      std::memcpy(sound.data(), request.body.data() + file + 44, sound.size() * 2);
+      boost::json::object answer{{"text", " " + wordsIn(sound) + "\n"}};
+      if (request.body.find("verbose_json") != std::string::npos) answer["language"] = "english";
+      return test::LoopbackServer::Reply::http(200, boost::json::serialize(answer));
+    });
+  }
+  [[nodiscard]] ServerChoice choice() const { return {server_.url("http", "/v1"), "base", {}}; }
+
+  std::atomic<bool> works = true;
+  std::atomic<bool> hangs = false;
+
+ private:
+  std::string wordsIn(std::span<const std::int16_t> sound) {
+    std::string words;
+    const auto look = [&words](const Recognizer::Look& now) {
+      if (now.final) words += now.words + " ";
+    };
+    recognizer_.begin();
+    for (; !sound.empty(); sound = sound.subspan(std::min(sound.size(), Recognizer::samplesPerLook)))
+      look(recognizer_.hear(sound.first(std::min(sound.size(), Recognizer::samplesPerLook))));
+    look(recognizer_.finish());
+    return words;
+  }
+
+  Recognizer recognizer_;
+  test::LoopbackServer server_; // last: its thread uses the others
+};
+
 class SpeechEngines : public testing::TestWithParam<const char*> {
  protected:
   void SetUp() override {
     try {
-      engine_ = makeSpeechEngine({GetParam(), 2});
+      EngineChoice choice{GetParam(), 2, {}};
+      if (choice.name == "server") choice.server = server_.emplace().choice();
+      engine_ = makeSpeechEngine(choice);
     } catch (const std::runtime_error& error) {
       GTEST_SKIP() << error.what();
     }
@@ -65,6 +112,7 @@ class SpeechEngines : public testing::TestWithParam<const char*> {
     return sound;
   }
 
+  std::optional<TranscriptionStandIn> server_;
   std::unique_ptr<SpeechEngine> engine_;
   std::atomic<bool> abandoned_ = false;
 };
@@ -97,6 +145,7 @@ TEST_P(SpeechEngines, StopTakesNoTime) {
   const Sound speech = sentences();
   Sound sound;
   for (int i = 0; i < 10; ++i) std::ranges::copy(speech, std::back_inserter(sound));
+  if (server_) server_->hangs = true;
   auto run = std::async(std::launch::async, [&] { hear(sound); });
   run.wait_for(1500ms);
   abandoned_ = true;
@@ -119,7 +168,21 @@ TEST_P(SpeechEngines, TwoRunsDoNotMix) {
   EXPECT_FALSE(engine_->listener()) << "more runs than it serves";
 }
 
-INSTANTIATE_TEST_SUITE_P(Engines, SpeechEngines, testing::Values("pocketsphinx", "whisper"),
+TEST_P(SpeechEngines, DeadServerEndsTheRun) {
+  if (!server_) GTEST_SKIP() << "only servers die by themselves";
+  server_->works = false;
+  Sound sound = sentences();
+  EXPECT_THAT(finals(sound), IsEmpty()) << "two utterances are dropped";
+  std::ranges::copy(sentences(), std::back_inserter(sound));
+  try {
+    hear(sound);
+    ADD_FAILURE() << "the run goes on";
+  } catch (const EngineFailure& failure) {
+    EXPECT_THAT(failure.what(), AllOf(HasSubstr("http://127.0.0.1"), HasSubstr("503")));
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Engines, SpeechEngines, testing::Values("pocketsphinx", "whisper", "server"),
                          [](const auto& engine) { return std::string(engine.param); });
 
 } // namespace

@@ -29,8 +29,4 @@ class ServerTranslator : public Translator {
   ServerClient client_;
 };
 
-// The text at a place of a server's answer, such as {"choices", 0, "text"}. Throws ServerFailure if there is
-// none.
-std::string textAt(const boost::json::value& answer, std::string_view pointer);
-
 } // namespace tolvera::service

@@ -5,6 +5,7 @@
 #include <functional>
 #include <memory>
 #include <span>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -18,6 +19,12 @@ struct Heard {
   std::string tail;        // the rest, with the space that parts it from `settled`
   std::string translation; // the whole utterance, in the language that the engine translates into
   bool final = false;      // a final without words ends an utterance that was none
+};
+
+// A server that does not hear any more, so that the run has to end; the engine itself is well. It says why,
+// for people, without a word of what was said.
+struct EngineFailure : std::runtime_error {
+  using std::runtime_error::runtime_error;
 };
 
 // One run's ears. One thread at a time calls it. Destroying it makes room for another run. All but `spoil`

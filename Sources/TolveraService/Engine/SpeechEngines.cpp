@@ -7,6 +7,7 @@
 #include <stdexcept>
 
 #ifdef TOLVERA_WHISPER
+#include "TolveraService/Engine/TranscriptionServer.h"
 #include "TolveraService/Engine/WhisperEngine.h"
 #include "TolveraService/Models/ModelCatalogue.h"
 #include "TolveraService/Models/ModelStore.h"
@@ -22,6 +23,9 @@ namespace tolvera::service {
 namespace {
 
 constexpr std::size_t fewestRuns = 2;
+#ifdef TOLVERA_WHISPER
+constexpr std::size_t runsOfAServer = 16; // a run costs little here
+#endif
 
 struct Found {
   std::unique_ptr<SpeechEngine> engine;
@@ -39,13 +43,26 @@ std::filesystem::path soundFile(const Model& model) {
   return {};
 }
 
+bool isGate(const Model& model) { return model.name.starts_with("silero"); }
+
+std::filesystem::path soundGate(const std::vector<Model>& catalogue) {
+  const auto gate = std::find_if(catalogue.begin(), catalogue.end(), isGate);
+  return gate == catalogue.end() ? std::filesystem::path() : soundFile(*gate);
+}
+
+std::unique_ptr<SpeechEngine> makeServer(const ServerChoice& choice, std::size_t runs) {
+  std::filesystem::path gate = soundGate(loadModelCatalogue());
+  if (gate.empty())
+    throw std::runtime_error("The model that finds speech is missing: tolvera-service models install "
+                             "silero-v6.2.0.");
+  return std::make_unique<TranscriptionServer>(choice, std::move(gate), runs > 0 ? runs : runsOfAServer);
+}
+
 Found findWhisper(std::size_t runs) {
   if (!WhisperEngine::processorServes()) return {nullptr, "the processor is too old for it"};
   const std::vector<Model> catalogue = loadModelCatalogue();
-  const auto isGate = [](const Model& model) { return model.name.starts_with("silero"); };
-  const auto gate = std::find_if(catalogue.begin(), catalogue.end(), isGate);
   WhisperEngine::Settings settings;
-  settings.gate = gate == catalogue.end() ? std::filesystem::path() : soundFile(*gate);
+  settings.gate = soundGate(catalogue);
   for (const Model& model : catalogue) { // the first is the default
     if (isGate(model)) continue;
     settings.weights = soundFile(model);
@@ -58,12 +75,17 @@ Found findWhisper(std::size_t runs) {
   return {std::make_unique<WhisperEngine>(std::move(settings)), {}};
 }
 #else
+std::unique_ptr<SpeechEngine> makeServer(const ServerChoice&, std::size_t) {
+  throw std::runtime_error("The service was built without whisper.cpp, which finds the speech to send.");
+}
+
 Found findWhisper(std::size_t) { return {nullptr, "the service was built without it"}; }
 #endif
 
 } // namespace
 
 std::unique_ptr<SpeechEngine> makeSpeechEngine(const EngineChoice& choice) {
+  if (choice.server) return makeServer(*choice.server, choice.runs);
   if (choice.name != "pocketsphinx") {
     Found whisper = findWhisper(choice.runs);
     if (whisper.engine) {

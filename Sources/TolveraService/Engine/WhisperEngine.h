@@ -1,6 +1,7 @@
 #pragma once
 
 #include "TolveraService/Engine/SpeechEngine.h"
+#include "TolveraService/Engine/UtteranceListener.h"
 #include "TolveraService/Engine/WhisperModel.h"
 
 #include <atomic>
@@ -38,10 +39,8 @@ class WhisperEngine : public SpeechEngine {
   [[nodiscard]] std::vector<std::string> languages() const override { return languages_; }
   [[nodiscard]] std::string translatesInto() const override;
   [[nodiscard]] std::size_t runs() const override { return settings_.runs; }
-  [[nodiscard]] std::size_t reportsToSettle() const override { return decodesToSettle; }
+  [[nodiscard]] std::size_t reportsToSettle() const override { return UtteranceListener::decodesToSettle; }
   [[nodiscard]] std::unique_ptr<Listener> listener() override;
-
-  static constexpr std::size_t decodesToSettle = 2;
 
   // For listeners.
   [[nodiscard]] std::shared_ptr<const WhisperModel> model();

@@ -31,11 +31,10 @@ std::string programLanguage(std::string_view whisper) {
   return std::string(whisper);
 }
 
-std::vector<std::string> whisperLanguages(const std::filesystem::path& model) {
-  std::array<std::int32_t, 2> head{}; // the format's mark, the number of tokens
-  std::ifstream file(model, std::ios::binary);
-  if (!file.read(reinterpret_cast<char*>(head.data()), sizeof head)) return {};
-  const std::int32_t known = head[1] - tokensWithoutLanguages;
+namespace {
+
+// The program's languages below the `known`-th of Whisper's list.
+std::vector<std::string> firstLanguages(int known) {
   quietenWhisper(); // it prints each language that it does not know
   std::vector<std::string> codes;
   for (std::string& code : programLanguages()) {
@@ -44,6 +43,25 @@ std::vector<std::string> whisperLanguages(const std::filesystem::path& model) {
     if (number == 0 || (number > 0 && number < known)) codes.push_back(std::move(code));
   }
   return codes;
+}
+
+} // namespace
+
+std::vector<std::string> whisperLanguages() { return firstLanguages(whisper_lang_max_id() + 1); }
+
+std::string whisperLanguageNamed(std::string name) {
+  for (char& letter : name)
+    if (letter >= 'A' && letter <= 'Z') letter = static_cast<char>(letter - 'A' + 'a');
+  quietenWhisper();
+  const int number = whisper_lang_id(name.c_str());
+  return number < 0 ? std::string() : whisper_lang_str(number);
+}
+
+std::vector<std::string> whisperLanguages(const std::filesystem::path& model) {
+  std::array<std::int32_t, 2> head{}; // the format's mark, the number of tokens
+  std::ifstream file(model, std::ios::binary);
+  if (!file.read(reinterpret_cast<char*>(head.data()), sizeof head)) return {};
+  return firstLanguages(head[1] - tokensWithoutLanguages);
 }
 
 } // namespace tolvera::service

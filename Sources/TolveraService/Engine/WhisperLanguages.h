@@ -15,5 +15,9 @@ std::string programLanguage(std::string_view whisper);
 // Those of the program's languages that a model knows, by the size of its vocabulary in the file's head:
 // models for English alone and models without Cantonese differ in it. Empty if the file cannot be read.
 std::vector<std::string> whisperLanguages(const std::filesystem::path& model);
+// Those that the newest models know.
+std::vector<std::string> whisperLanguages();
+// Whisper's code of a language by its English name, or by the code itself; empty if it is unknown.
+std::string whisperLanguageNamed(std::string name);
 
 } // namespace tolvera::service

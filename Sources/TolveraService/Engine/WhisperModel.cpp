@@ -25,18 +25,6 @@ constexpr int tokensPerSecond = 6;
 
 constexpr float another = 0.4F; // how far the second try's temperature is from the first's
 
-class Stopwatch {
- public:
-  explicit Stopwatch(std::chrono::nanoseconds& sum) : sum_(sum) {}
-  ~Stopwatch() { sum_ += std::chrono::steady_clock::now() - start_; }
-  Stopwatch(const Stopwatch&) = delete;
-  Stopwatch& operator=(const Stopwatch&) = delete;
-
- private:
-  std::chrono::nanoseconds& sum_;
-  std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
-};
-
 // The threads of a decode wait for each other thousands of times a second, and spin meanwhile. On a machine
 // that has more to do than it has processors that takes far longer than one thread alone.
 int threadsNow(int threads) {
@@ -92,7 +80,6 @@ WhisperDecoder::WhisperDecoder(std::shared_ptr<const WhisperModel> model, int th
 
 WhisperDecoder::Text WhisperDecoder::decode(std::span<const float> samples, const std::string& language,
                                             Effort effort, bool translate) {
-  const Stopwatch stopwatch(busy_);
   threads_ = threadsNow(threadsAtMost_);
   whisper_full_params parameters = whisper_full_default_params(WHISPER_SAMPLING_GREEDY);
   const int context = static_cast<int>(samples.size() / samplesPerContext) + contextAround;
@@ -148,7 +135,6 @@ WhisperDecoder::Text WhisperDecoder::translate(std::span<const float> samples, c
 }
 
 WhisperDecoder::Text WhisperDecoder::translateAgain(const std::string& language) {
-  const Stopwatch stopwatch(busy_);
   whisper_context* const context = model_->get();
   const whisper_token end = whisper_token_eot(context);
   std::vector<whisper_token> next = {whisper_token_sot(context),
@@ -181,7 +167,6 @@ WhisperDecoder::Text WhisperDecoder::translateAgain(const std::string& language)
 }
 
 WhisperDecoder::Guess WhisperDecoder::identify(std::span<const std::string> languages) {
-  const Stopwatch stopwatch(busy_);
   whisper_context* const context = model_->get();
   const whisper_token start = whisper_token_sot(context);
   if (!works(whisper_decode_with_state(context, state_.get(), &start, 1, 0, threads_))) return {};

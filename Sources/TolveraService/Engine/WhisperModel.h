@@ -1,7 +1,6 @@
 #pragma once
 
 #include <array>
-#include <chrono>
 #include <cstddef>
 #include <filesystem>
 #include <functional>
@@ -63,9 +62,6 @@ class WhisperDecoder {
   };
   Guess identify(std::span<const std::string> languages);
 
-  // Time spent so far.
-  [[nodiscard]] std::chrono::nanoseconds busy() const { return busy_; }
-
  private:
   [[nodiscard]] bool works(int result) const;
   Text decode(std::span<const float> samples, const std::string& language, Effort effort, bool translate);
@@ -76,7 +72,6 @@ class WhisperDecoder {
   int threads_ = 1; // of the last decode
   std::function<bool()> abandoned_;
   int tokensAtMost_ = 0;
-  std::chrono::nanoseconds busy_{};
 };
 
 // Tells speech from other sound, hop by hop. One run's; one thread at a time.

@@ -112,7 +112,16 @@ std::string translationFailed(const std::string& reason) {
          "）。 / Several sentences in a row could not be translated, so the run ends (" + reason + ").";
 }
 
-std::string tooSlow() {
+std::string hearingFailed(const std::string& reason) {
+  return "语音识别服务器连续几次没有结果，翻译已停止（" + reason +
+         "）。 / The server that recognises speech failed several times in a row, so the run ends (" +
+         reason + ").";
+}
+
+std::string tooSlow(const std::string& server) {
+  if (!server.empty())
+    return "识别服务器 " + server + " 跟不上说话的速度，翻译已停止。 / The server " + server +
+           " cannot keep up with the speech, so the run ends.";
   return "这台电脑跟不上语音识别的速度，翻译已停止：请关闭其他繁忙的程序后再试。 / This machine cannot keep "
          "up "
          "with the speech, so the run ends. Close other busy programs and start again.";

@@ -50,8 +50,11 @@ std::string cannotTranslate(std::string_view source, std::string_view target,
 std::string translationFailed(const std::string& reason);
 std::string unknownToken();
 std::string busy(std::size_t streams);
-std::string tooSlow();
+// `server`: the one that hears; empty if this machine does.
+std::string tooSlow(const std::string& server);
 std::string engineFailed();
+// `reason`: what does not hear any more, and why.
+std::string hearingFailed(const std::string& reason);
 std::string outOfTime();
 std::string replaced();
 std::string storeFailed();

@@ -37,6 +37,9 @@ void Transcription::run(std::unique_ptr<Listener> listener) {
   try {
     begin();
     goesOn = listen();
+  } catch (const EngineFailure& failure) {
+    captions_.finish();
+    endWith(errorCode::upstreamRejected, refusal::hearingFailed(failure.what()));
   } catch (const DatabaseError& error) {
     std::fprintf(stderr, "tolvera-service: a run ended: %s\n", error.what());
     // A code that ends the client's run: it would only fail again.
@@ -86,7 +89,7 @@ bool Transcription::listen() {
       captions_.finish();
       endWith(errorCode::quotaExhausted, refusal::outOfTime());
     }
-    if (!keepsUp) endWith(errorCode::upstreamRejected, refusal::tooSlow());
+    if (!keepsUp) endWith(errorCode::upstreamRejected, refusal::tooSlow(engine_.sendsTo()));
     if (over) break;
   }
   return false;

@@ -102,4 +102,20 @@ std::unique_ptr<HTTPTransfer> ServerClient::idleTransfer() {
   return transfer;
 }
 
+std::string textAt(const json::value& answer, std::string_view pointer) {
+  boost::system::error_code error;
+  const json::value* value = answer.find_pointer(pointer, error);
+  if (value == nullptr || !value->is_string()) throw ServerFailure("its answer holds no text");
+  std::string line;
+  for (const char letter : value->get_string()) {
+    const bool isSpace = static_cast<unsigned char>(letter) <= ' ' || letter == 0x7F;
+    if (!isSpace)
+      line += letter;
+    else if (!line.empty() && line.back() != ' ')
+      line += ' ';
+  }
+  if (line.ends_with(' ')) line.pop_back();
+  return line;
+}
+
 } // namespace tolvera::service

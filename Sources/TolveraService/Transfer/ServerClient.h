@@ -12,6 +12,7 @@
 #include <mutex>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace tolvera::service {
@@ -59,5 +60,9 @@ class ServerClient {
   std::mutex mutex_;
   std::vector<std::unique_ptr<HTTPTransfer>> idle_; // guarded by the mutex
 };
+
+// The text at a place of an answer, such as "/choices/0/text": on one line, without control characters.
+// Throws ServerFailure if there is none.
+std::string textAt(const boost::json::value& answer, std::string_view pointer);
 
 } // namespace tolvera::service
