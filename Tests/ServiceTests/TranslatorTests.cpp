@@ -28,6 +28,9 @@ TEST(Translator, OffersInstalledLanguagesOnly) {
   }
   EXPECT_EQ(intoSpanish(translator, "The children are playing in the garden").text,
             "Los niños están tocando en el jardín");
+  EXPECT_EQ(translator.translate("fr", "es", "Les enfants jouent dans le jardin", {}).text,
+            "Los niños juegan en el jardín");
+  EXPECT_TRUE(translator.canTranslate("gl", "pt")) << "by way of Spanish";
   EXPECT_FALSE(translator.canTranslate("en", "en"));
   EXPECT_FALSE(translator.canTranslate("en", "zh"));
   EXPECT_EQ(translator.translate("en", "zh", "Hello", {}).kind, Kind::failed);

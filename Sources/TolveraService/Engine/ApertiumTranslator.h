@@ -7,12 +7,11 @@
 #include <memory>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 namespace tolvera::service {
 
-// Translates English lines into the languages whose data is installed, through warm pipelines that all
+// Translates between the languages whose data is installed, through warm pipelines that all
 // streams share. The first line of a language takes seconds: call `warmUp` ahead of it. A word that the
 // dictionaries do not know stays as it is, in quotation marks.
 class ApertiumTranslator : public Translator {
@@ -29,11 +28,16 @@ class ApertiumTranslator : public Translator {
                    const Abandoned& abandoned) override;
 
  private:
-  // The pipelines that lead to a target, in order: one, or two by way of Spanish.
+  struct Pair {
+    std::string source;
+    std::string target;
+    std::shared_ptr<ApertiumPipeline> pipeline;
+  };
+  // The pipelines that lead to a target, in order: one, or two by way of a third language; none if none lead.
   using Route = std::vector<std::shared_ptr<ApertiumPipeline>>;
-  std::vector<std::pair<std::string, Route>> routes_;
+  [[nodiscard]] Route route(std::string_view source, std::string_view target) const;
 
-  [[nodiscard]] const Route* route(std::string_view source, std::string_view target) const;
+  std::vector<Pair> pairs_;
 };
 
 } // namespace tolvera::service

@@ -14,7 +14,8 @@ namespace tolvera::service {
 
 namespace {
 
-constexpr int threadsAtMost = 4; // beyond them one run hardly gains
+constexpr int threadsAtMost = 4;      // beyond them one run hardly gains
+constexpr const char* english = "en"; // its only target, in all models for several languages
 
 int threadsOfOneRun() {
   return std::clamp(static_cast<int>(std::thread::hardware_concurrency()), 1, threadsAtMost);
@@ -34,7 +35,7 @@ WhisperEngine::WhisperEngine(Settings settings)
     : settings_(std::move(settings)), languages_(whisperLanguages(settings_.weights)),
       threads_(threadsOfOneRun()), freeing_([this](const std::stop_token& stop) { freeWhenUnused(stop); }) {}
 
-std::string WhisperEngine::translatesInto() const { return languages_.size() > 1 ? "en" : ""; }
+std::string WhisperEngine::translatesInto() const { return languages_.size() > 1 ? english : ""; }
 
 std::unique_ptr<Listener> WhisperEngine::listener() {
   {

@@ -235,7 +235,8 @@ void StreamConnection::begin(AccountStore::Account account, std::unique_ptr<List
   log::trace(log::Category::service, "run of account ", account.id, " accepted: ", parameters_.source, " to ",
              parameters_.target, parameters_.dub ? ", with dub" : "");
   auto services = services_;
-  for (const std::string& from : {parameters_.source, services->engine.languages().front()})
+  for (const std::string& from :
+       {parameters_.source, services->engine.translatesInto(), services->engine.languages().front()})
     if (services->translator.canTranslate(from, parameters_.target)) {
       asio::post(services->warming, [services, from, target = parameters_.target, audio = audio_] {
         services->translator.warmUp(from, target, [&audio] { return audio->isAbandoned(); });
