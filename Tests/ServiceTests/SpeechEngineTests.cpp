@@ -3,7 +3,13 @@
 #include "TolveraService/Engine/Recognizer.h"
 #include "TolveraService/Engine/SettledText.h"
 #include "TolveraService/Engine/SpeechEngines.h"
+#ifdef TOLVERA_WHISPER
+#include "TolveraService/Engine/WhisperEngine.h"
+#include "TolveraService/Models/ModelCatalogue.h"
+#include "TolveraService/Models/ModelStore.h"
+#endif
 
+#include "Harness/Eventually.h"
 #include "Harness/LoopbackServer.h"
 #include "ServiceTests/Clients.h"
 
@@ -19,6 +25,7 @@
 #include <optional>
 #include <random>
 #include <stdexcept>
+#include <thread>
 
 namespace tolvera::service {
 namespace {
@@ -181,6 +188,29 @@ TEST_P(SpeechEngines, DeadServerEndsTheRun) {
     EXPECT_THAT(failure.what(), AllOf(HasSubstr("http://127.0.0.1"), HasSubstr("503")));
   }
 }
+
+#ifdef TOLVERA_WHISPER
+TEST(Whisper, WeightsAreFreedSomeTimeAfterUse) {
+  WhisperEngine::Settings settings;
+  for (const Model& model : loadModelCatalogue())
+    if (const auto path = ModelStore::find(model))
+      (model.name.starts_with("silero") ? settings.gate : settings.weights) = *path;
+  if (settings.gate.empty() || settings.weights.empty()) GTEST_SKIP() << "no model is installed";
+  settings.keep = 300ms;
+  WhisperEngine engine(settings);
+  auto one = engine.listener();
+  auto two = engine.listener();
+  const std::weak_ptr<const WhisperModel> weights = engine.model();
+  one.reset();
+  std::this_thread::sleep_for(600ms);
+  EXPECT_FALSE(weights.expired()) << "a run still uses them";
+  two.reset();
+  std::this_thread::sleep_for(100ms);
+  EXPECT_FALSE(weights.expired()) << "the next run comes soon";
+  EXPECT_TRUE(test::eventually([&] { return weights.expired(); }, 10s));
+  EXPECT_TRUE(engine.model()) << "they are loaded again";
+}
+#endif
 
 INSTANTIATE_TEST_SUITE_P(Engines, SpeechEngines, testing::Values("pocketsphinx", "whisper", "server"),
                          [](const auto& engine) { return std::string(engine.param); });

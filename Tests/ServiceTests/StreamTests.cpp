@@ -100,7 +100,7 @@ TEST_F(Stream, RunBeyondTheDecodersIsRefused) {
 }
 
 TEST(SilentRun, LendsItsDecoder) {
-  RunningServer server(1, "pocketsphinx", false, std::chrono::seconds(2));
+  RunningServer server(1, {"pocketsphinx"}, false, std::chrono::seconds(2));
   const auto run = [&] {
     const std::string token = HTTPClient(server->port()).signUp();
     return StreamClient(server->port(), "token=" + token + "&target=es&source=en&src=1&dub=0");

@@ -7,45 +7,73 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <stdexcept>
 
 namespace tolvera::service {
 namespace {
 
-// An engine whose listeners fail at the first sound.
-struct BrokenEngine : SpeechEngine {
+using testing::AllOf;
+using testing::HasSubstr;
+
+// An engine that does with sound what a test wants.
+struct FakeEngine : SpeechEngine {
+  using Hearing = std::function<void(std::chrono::duration<double> sound)>;
   struct Ears : Listener {
-    explicit Ears(BrokenEngine& of) : engine(of) {}
+    explicit Ears(FakeEngine& of) : engine(of) {}
     void begin(Request) override {}
-    void hear(std::span<const std::int16_t>) override { throw std::runtime_error("broken"); }
+    void hear(std::span<const std::int16_t> samples) override {
+      engine.hearing(std::chrono::duration<double>(static_cast<double>(samples.size()) / sampleRate));
+    }
     void finish() override {}
     void spoil() noexcept override { ++engine.spoiled; }
-    BrokenEngine& engine;
+    FakeEngine& engine;
   };
-  [[nodiscard]] std::string name() const override { return "broken"; }
+  explicit FakeEngine(Hearing itsHearing) : hearing(std::move(itsHearing)) {}
+  [[nodiscard]] std::string name() const override { return "fake"; }
   [[nodiscard]] std::vector<std::string> languages() const override { return {"en"}; }
   [[nodiscard]] std::size_t runs() const override { return 1; }
   [[nodiscard]] std::size_t reportsToSettle() const override { return 1; }
   [[nodiscard]] std::unique_ptr<Listener> listener() override { return std::make_unique<Ears>(*this); }
+  const Hearing hearing;
   int spoiled = 0;
 };
 
-TEST(Transcription, BrokenEngineEndsRunInWords) {
+// The frames of a run that hears some seconds of silence.
+std::vector<std::string> framesOf(FakeEngine& engine, test::TestLoop& loop, std::size_t seconds) {
   const test::TemporaryDirectory directory;
   AccountStore accounts(directory / "state");
-  BrokenEngine engine;
   ApertiumTranslator translator(directory.path()); // no mode
   const Speech speech;
   Transcription::Job job;
+  job.installation = accounts.find(accounts.signUp().token)->installation;
   job.audio = std::make_shared<AudioQueue>();
+  job.audio->push(std::string(seconds * 2 * SpeechEngine::sampleRate, '\0'));
+  job.audio->finish();
   const auto output = job.output = std::make_shared<StreamOutput>();
-  job.audio->push(std::string(6400, '\1'));
-  Transcription(std::move(job), accounts, engine, translator, speech).run(engine.listener());
+  Transcription(std::move(job), accounts, engine, translator, speech, loop.clock()).run(engine.listener());
+  std::vector<std::string> frames;
+  while (output->waiting() > 0) frames.push_back(loop.run(output->next())->payload);
+  return frames;
+}
+
+TEST(Transcription, BrokenEngineEndsRunInWords) {
+  FakeEngine engine([](auto) { throw std::runtime_error("broken"); });
   test::TestLoop loop;
-  const auto frame = loop.run(output->next());
-  EXPECT_THAT(frame->payload,
-              testing::AllOf(testing::HasSubstr("upstream_rejected"), testing::HasSubstr("failed")));
+  EXPECT_THAT(framesOf(engine, loop, 1).front(), AllOf(HasSubstr("upstream_rejected"), HasSubstr("failed")));
   EXPECT_EQ(engine.spoiled, 1) << "it is not made anew";
+}
+
+TEST(Transcription, SlowHearingEndsInWords) {
+  for (const double slowness : {0.95, 1.1}) {
+    test::TestLoop loop;
+    FakeEngine engine([&](auto sound) {
+      loop.clock().moveTo(loop.clock().now() + std::chrono::duration_cast<Duration>(sound * slowness));
+    });
+    const auto frames = framesOf(engine, loop, 45);
+    EXPECT_GE(frames.size(), slowness < 1 ? 22U : 10U) << "20 s are measured first";
+    EXPECT_THAT(frames.back(), HasSubstr(slowness < 1 ? "balance" : "cannot keep up")) << slowness;
+  }
 }
 
 } // namespace

@@ -249,7 +249,7 @@ void StreamConnection::begin(AccountStore::Account account, std::unique_ptr<List
   }
   Transcription::Job job{parameters_, account.installation, audio_, output_, dub_};
   transcription_ = std::make_shared<Transcription>(std::move(job), services->accounts, services->engine,
-                                                   services->translator, services->speech);
+                                                   services->translator, services->speech, services->clock);
   listen(std::move(listener));
 }
 

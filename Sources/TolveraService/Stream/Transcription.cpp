@@ -22,8 +22,8 @@ constexpr std::size_t samplesToMeasure = 20 * SpeechEngine::sampleRate;
 } // namespace
 
 Transcription::Transcription(Job job, AccountStore& accounts, const SpeechEngine& engine,
-                             Translator& translator, const Speech& speech)
-    : job_(std::move(job)), accounts_(accounts), engine_(engine), translator_(translator),
+                             Translator& translator, const Speech& speech, const Clock& clock)
+    : job_(std::move(job)), accounts_(accounts), engine_(engine), translator_(translator), clock_(clock),
       captions_({job_.parameters.target, job_.parameters.voice, job_.output, job_.dub,
                  [this] { return ended_ || job_.audio->isAbandoned(); },
                  [this](const std::string& reason) {
@@ -96,9 +96,9 @@ bool Transcription::listen() {
 }
 
 bool Transcription::hear(const std::vector<std::int16_t>& samples) {
-  const auto start = std::chrono::steady_clock::now();
+  const Duration start = clock_.uptime();
   if (!samples.empty()) listener_->hear(samples);
-  busy_ += std::chrono::steady_clock::now() - start;
+  busy_ += clock_.uptime() - start;
   measured_ += samples.size();
   if (measured_ < samplesToMeasure) return true;
   const double ratio = std::chrono::duration<double>(busy_).count() * SpeechEngine::sampleRate /

@@ -12,8 +12,9 @@
 #include "TolveraService/Stream/StreamProtocol.h"
 #include "TolveraService/Stream/TranslatedCaptions.h"
 
+#include "Async/Clock.h"
+
 #include <atomic>
-#include <chrono>
 #include <memory>
 #include <string>
 
@@ -33,7 +34,7 @@ class Transcription {
   };
 
   Transcription(Job job, AccountStore& accounts, const SpeechEngine& engine, Translator& translator,
-                const Speech& speech);
+                const Speech& speech, const Clock& clock);
 
   // Listens until the queue is paused, the sound ends or the time on the account does, sends what it still
   // has, and gives the listener back. The socket is closed after the last alone. Never throws.
@@ -58,12 +59,13 @@ class Transcription {
   AccountStore& accounts_;
   const SpeechEngine& engine_;
   Translator& translator_;
+  const Clock& clock_;
   std::string language_; // that is spoken; empty until it is known
   CaptionRoute route_ = CaptionRoute::none;
   SettledText::Split sentSource_;
   std::size_t uncharged_ = 0;
-  std::size_t measured_ = 0;                   // samples
-  std::chrono::steady_clock::duration busy_{}; // that hearing them took
+  std::size_t measured_ = 0; // samples
+  Duration busy_{};          // that hearing them took
   std::atomic<bool> ended_ = false;
   TranslatedCaptions captions_; // last: its thread uses the others
 };
