@@ -1,7 +1,12 @@
 // Streams recordings of people into the service in real time and prints how well it hears them and how soon.
 //
 // usage: Recognition DIR [--engine NAME | --recogniser ADDRESS --recogniser-model NAME] [--language CODE]
-//                    [--target CODE]
+//                    [--target CODE] [--white DB | --babble DB] [--runs N]
+//        Recognition --sounds MINUTES [...]
+//
+// With --white and --babble the stream has noise that is so much weaker than the speech: white, or of the
+// same voices talking at once. With --runs it is played to N runs at once; figures are of the first. With
+// --sounds there is no speech: chords, white noise and silence in turn, and every word is an invention.
 //
 // DIR holds recordings (WAV, FLAC) and a file `text`: a line for each, its name without the ending, a tab,
 // its words. All are played as one stream, with pauses of faint noise in between. "End of speech" is where a
@@ -21,8 +26,10 @@
 #include <cmath>
 #include <cstdio>
 #include <fstream>
+#include <future>
 #include <optional>
 #include <random>
+#include <span>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -167,29 +174,98 @@ struct Caption {
   bool final = false;
 };
 
-// Plays the recordings and gives what came back as captions of the spoken language.
-std::vector<Caption> play(std::uint16_t port, std::vector<Recording>& recordings, const std::string& query,
-                          double& streamed) {
-  StreamClient client(port, "token=" + HTTPClient(port).signUp() + query);
-  if (!client.waitForType("ready")) throw std::runtime_error("the service does not answer");
+// Mean power of the samples.
+double powerOf(std::span<const std::int16_t> samples) {
+  double sum = 0;
+  for (const std::int16_t sample : samples) sum += std::pow(sample, 2.0);
+  return sum / static_cast<double>(std::max<std::size_t>(samples.size(), 1));
+}
+
+void add(std::vector<std::int16_t>& stream, const std::vector<double>& sound, double factor) {
+  for (std::size_t i = 0; i < stream.size(); ++i)
+    stream[i] = static_cast<std::int16_t>(
+        std::clamp(static_cast<double>(stream[i]) + sound[i] * factor, -32768.0, 32767.0));
+}
+
+std::vector<double> whiteNoise(std::size_t size) { // power 1
+  std::vector<double> sound(size);
+  std::generate(sound.begin(), sound.end(),
+                [random = std::mt19937(1), level = std::normal_distribution<double>(0, 1)]() mutable {
+                  return level(random);
+                });
+  return sound;
+}
+
+// Eight voices at once, from the recordings without their pauses.
+std::vector<double> babble(const std::vector<Recording>& recordings, std::size_t size) {
+  std::vector<double> voices;
+  for (const Recording& recording : recordings)
+    voices.insert(voices.end(), recording.samples.begin(), recording.samples.end());
+  std::vector<double> sound(size);
+  std::mt19937 random(2);
+  for (int voice = 0; voice < 8; ++voice)
+    for (std::size_t i = 0, from = random() % voices.size(); i < size; ++i)
+      sound[i] += voices[(from + i) % voices.size()];
+  return sound;
+}
+
+// Twenty seconds each of chords, of white noise and of silence, again and again.
+std::vector<std::int16_t> soundsWithoutSpeech(double minutes) {
+  const auto size = static_cast<std::size_t>(minutes * 60 * rate);
+  const std::vector<double> noise = whiteNoise(size);
+  std::vector<std::int16_t> stream;
+  std::mt19937 random(3);
+  constexpr double halfTone = 1.0594631;
+  double root = 220;
+  for (std::size_t i = 0; i < size; ++i) {
+    const double seconds = static_cast<double>(i) / rate;
+    const int part = static_cast<int>(seconds / 20) % 3;
+    const double beat = std::fmod(seconds, 0.75);
+    if (beat < 0.5 / rate) root = 110 * std::pow(halfTone, static_cast<double>(random() % 24));
+    double sample = 3 * noise[i];
+    if (part == 1) sample = 1500 * noise[i];
+    if (part == 0)
+      for (const int step : {0, 4, 7, 12})
+        for (int harmonic = 1; harmonic <= 4; ++harmonic)
+          sample += 1800 / harmonic * std::exp(-beat * 2) *
+                    std::sin(6.2831853 * seconds * harmonic * root * std::pow(halfTone, step));
+    stream.push_back(static_cast<std::int16_t>(std::clamp(sample, -32768.0, 32767.0)));
+  }
+  return stream;
+}
+
+// The recordings as one stream, with pauses of faint noise.
+std::vector<std::int16_t> streamOf(std::vector<Recording>& recordings, const std::string& noise, double dB) {
   std::vector<std::int16_t> stream(leadSamples);
+  double power = 0;
   for (Recording& recording : recordings) {
     recording.start = stream.size();
     stream.insert(stream.end(), recording.samples.begin(), recording.samples.end());
     stream.resize(stream.size() + pauseSamples);
+    power += powerOf(std::span(recording.samples)
+                         .subspan(recording.speechBegins, recording.speechEnds - recording.speechBegins));
   }
-  std::mt19937 random(1);
-  std::normal_distribution<float> noise(0, 8);
-  for (std::int16_t& sample : stream)
-    sample = static_cast<std::int16_t>(
-        std::clamp(static_cast<float>(sample) + noise(random), -32768.0F, 32767.0F));
   stream.resize((stream.size() / chunk + 1) * chunk);
+  add(stream, whiteNoise(stream.size()), 8);
+  if (noise.empty()) return stream;
+  const std::vector<double> sound =
+      noise == "white" ? whiteNoise(stream.size()) : babble(recordings, stream.size());
+  double own = 0;
+  for (const double sample : sound) own += sample * sample / static_cast<double>(sound.size());
+  add(stream, sound, std::sqrt(power / static_cast<double>(recordings.size()) / own / std::pow(10, dB / 10)));
+  return stream;
+}
+
+// Plays the stream and gives what came back as captions of the spoken language.
+std::vector<Caption> play(std::uint16_t port, const std::vector<std::int16_t>& stream,
+                          const std::string& query) {
+  StreamClient client(port, "token=" + HTTPClient(port).signUp() + query);
+  if (!client.waitForType("ready")) throw std::runtime_error("the service does not answer");
   const Time start = StreamClient::Clock::now();
   for (std::size_t at = 0; at < stream.size(); at += chunk) {
     std::this_thread::sleep_until(start + std::chrono::milliseconds(at * 1000 / 16000 + 100));
     client.sendAudio(std::span(stream).subspan(at, chunk));
   }
-  streamed = static_cast<double>(stream.size()) / rate;
   client.stop();
   client.readUntil(StreamClient::Clock::now() + std::chrono::seconds(5)); // as long as the program listens
   std::vector<Caption> captions;
@@ -272,6 +348,10 @@ int main(int count, char** values) {
     };
     std::string language = "en";
     std::string target;
+    std::string noise;
+    double dB = 0;
+    double minutes = 0;
+    std::size_t runs = 1;
     for (int i = 1; i < count; ++i) {
       const std::string argument = values[i];
       if (i + 1 < count && argument == "--engine")
@@ -284,24 +364,44 @@ int main(int count, char** values) {
         language = values[++i];
       else if (i + 1 < count && argument == "--target")
         target = values[++i];
+      else if (i + 1 < count && (argument == "--white" || argument == "--babble"))
+        noise = argument.substr(2), dB = std::stod(values[++i]);
+      else if (i + 1 < count && argument == "--sounds")
+        minutes = std::stod(values[++i]);
+      else if (i + 1 < count && argument == "--runs")
+        runs = std::stoul(values[++i]);
       else
         directory = argument;
     }
-    if (directory.empty()) {
+    if (directory.empty() == (minutes == 0)) {
       std::fputs("usage: Recognition DIR [--engine NAME | --recogniser ADDRESS --recogniser-model NAME] "
-                 "[--language CODE] [--target CODE]\n",
+                 "[--language CODE] [--target CODE] [--white DB | --babble DB] [--runs N]\n"
+                 "       Recognition --sounds MINUTES [...]\n",
                  stderr);
       return 2;
     }
-    auto recordings = recordingsIn(directory);
-    tolvera::test::RunningServer server(2, engine);
+    std::vector<Recording> recordings;
+    if (minutes == 0) recordings = recordingsIn(directory);
+    const auto stream = minutes > 0 ? soundsWithoutSpeech(minutes) : streamOf(recordings, noise, dB);
+    tolvera::test::RunningServer server(std::max<std::size_t>(runs, 2), engine);
     if (target.empty()) target = language == "auto" ? "en" : language;
     const double idle = memory();
     const double before = processorSeconds();
-    double streamed = 0;
-    const auto captions = play(server->port(), recordings,
-                               "&target=" + target + "&source=" + language + "&dub=0&src=1", streamed);
-    printFigures(recordings, captions);
+    const auto run = [&] {
+      return play(server->port(), stream, "&target=" + target + "&source=" + language + "&dub=0&src=1");
+    };
+    std::vector<std::future<std::vector<Caption>>> others;
+    for (std::size_t i = 1; i < runs; ++i) others.push_back(std::async(std::launch::async, run));
+    const auto captions = run();
+    for (auto& other : others) other.get();
+    const double streamed = static_cast<double>(stream.size()) / rate;
+    if (minutes > 0) {
+      std::size_t words = 0;
+      for (const Caption& caption : captions) words += caption.all.size();
+      std::printf("%-44s %5zu in %.1f minutes\n", "words shown, though nothing was said", words, minutes);
+    } else {
+      printFigures(recordings, captions);
+    }
     std::printf("%-44s %5.2f\n", "processor seconds a second of stream",
                 (processorSeconds() - before) / streamed);
     std::printf("%-44s %5.0f MB idle, %.0f MB with a run\n", "memory", idle, memory());
