@@ -76,7 +76,7 @@ const char* Options::usage() {
   --streams N  serve at most N runs at once, 1 to 64; without it, as many as this machine carries
   --engine NAME  hear with whisper or pocketsphinx; without it, with the best that is installed
   --all-users  serve every user of this machine, and not the one who started the service alone
-Servers, over https unless they run on this machine; what they are to do is sent to them:
+Servers, over https unless they run on this machine. Speech and text are sent to them:
   --recogniser ADDRESS  hear with an OpenAI-compatible server, such as http://127.0.0.1:8080/v1
   --translator NAME=ADDRESS  translate by libretranslate=http://127.0.0.1:5000, or by an OpenAI-compatible
                server, openai=http://127.0.0.1:8080/v1

@@ -3,6 +3,7 @@
 #include "TolveraService/Options.h"
 
 #include "Harness/LoopbackServer.h"
+#include "Harness/TemporaryEnvironment.h"
 #include "ServiceTests/Clients.h"
 #include "ServiceTests/RunningServer.h"
 
@@ -63,6 +64,8 @@ std::filesystem::path keyFile(const TemporaryDirectory& directory, const std::st
 }
 
 TEST(TranslationServer, IsAskedByItsInterface) {
+  TemporaryEnvironment environment;
+  environment.set("http_proxy", "http://127.0.0.1:9"); // would get what is meant for this machine
   const TemporaryDirectory directory;
   const auto key = keyFile(directory, "secret\n", 0600);
   TranslationServer server([](auto&) { return TranslationServer::says("早\n安"); });
