@@ -29,6 +29,7 @@ T.Popup {
         id: list
 
         clip: true
+        cacheBuffer: 0 // rows out of sight would still be under way when the rows change
         boundsBehavior: Flickable.StopAtBounds
         highlightMoveDuration: 0
         keyNavigationEnabled: true
