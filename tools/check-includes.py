@@ -12,6 +12,8 @@ TECHNOLOGIES = r"pipewire|spa/|boost/beast|openssl|unicode/|gio/|sqlite3|soxr"
 LAYERS = {
     "Async": ((), f"{WINDOWS}|{TECHNOLOGIES}"),
     "Platform": (("Async",), f"{WINDOWS}|{TECHNOLOGIES}"),
+    # Names of hosts outside ASCII are encoded by a table of the Unicode library.
+    "Platform/URL.cpp": (("Platform",), f"{WINDOWS}|{TECHNOLOGIES.replace('unicode/|', '')}"),
     "Platform/Linux/Network": (("Async", "Platform"), f"{WINDOWS}|pipewire|gio/"),
     "Platform/Linux/Sound/Graph": (("Async", "Platform"), f"{WINDOWS}|boost/beast|openssl|gio/|soxr"),
     "Platform/Linux/Sound": (("Async", "Platform", "Platform/Linux/Sound/Graph"), f"{WINDOWS}|boost/beast|openssl|gio/"),

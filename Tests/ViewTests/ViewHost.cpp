@@ -69,7 +69,8 @@ ViewHost::ViewHost(InMemoryModel& model, const platform::Locale& locale, const c
     : model_(model), names_(locale), view_(std::make_unique<QQuickView>()) {
   Views::prepareEngine(*view_->engine());
   QVariantMap properties{{"app", QVariant::fromValue(&model.app())}};
-  if (std::string_view(address) == Views::mainView) properties.insert("languageNames", QVariant::fromValue(&names_));
+  if (std::string_view(address) == Views::mainView)
+    properties.insert("languageNames", QVariant::fromValue(&names_));
   view_->setInitialProperties(properties);
   view_->setPosition(64, 64); // away from the pointer
   view_->setResizeMode(size.isValid() ? QQuickView::SizeRootObjectToView : QQuickView::SizeViewToRootObject);

@@ -54,7 +54,7 @@ class ViewHost {
   void forEachItem(const std::function<void(QQuickItem&)>& visit);
 
   void click(const QString& name); // the control of this name; throws if there is none
-  void dragScrollBar(int pixels); // the one that is seen
+  void dragScrollBar(int pixels);  // the one that is seen
   void press(Qt::Key key, const QString& letter = {});
   // The name of what has the keyboard's focus.
   QString focused();

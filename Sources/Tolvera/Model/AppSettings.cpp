@@ -3,7 +3,6 @@
 #include "TolveraCore/API.h"
 #include "TolveraCore/Languages.h"
 
-
 #include <utility>
 
 namespace tolvera {

@@ -5,7 +5,6 @@
 #include "Tolvera/Model/TokenStore.h"
 #include "TolveraCore/AudioRoute.h"
 
-
 #include <cmath>
 #include <exception>
 #include <limits>
