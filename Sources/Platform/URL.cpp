@@ -1,5 +1,7 @@
 #include "Platform/URL.h"
 
+#include <boost/algorithm/string/classification.hpp>
+#include <boost/algorithm/string/trim.hpp>
 #include <boost/url/parse.hpp>
 #include <unicode/idna.h>
 
@@ -14,13 +16,6 @@ namespace {
 
 bool isASCII(std::string_view text) {
   return std::ranges::all_of(text, [](unsigned char c) { return c < 0x80; });
-}
-
-std::string_view trimmed(std::string_view text) {
-  constexpr std::string_view blanks = " \t\r\n\f\v";
-  const auto first = text.find_first_not_of(blanks);
-  if (first == text.npos) return {};
-  return text.substr(first, text.find_last_not_of(blanks) - first + 1);
 }
 
 // The length of the scheme without its colon; 0 if there is none.
@@ -92,7 +87,8 @@ std::optional<URL> assembled(std::string_view scheme, std::string_view rest) {
 } // namespace
 
 std::optional<URL> parseURL(std::string_view text) {
-  std::string address(trimmed(text));
+  auto address =
+      boost::algorithm::trim_copy_if(std::string(text), boost::algorithm::is_any_of(" \t\r\n\f\v"));
   const auto length = schemeLength(address);
   std::transform(address.begin(), address.begin() + static_cast<std::ptrdiff_t>(length), address.begin(),
                  [](unsigned char c) { return static_cast<char>(std::tolower(c)); });

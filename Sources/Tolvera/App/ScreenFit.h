@@ -16,7 +16,7 @@ namespace tolvera {
 
 // Keeps a window with its frame on the visible part of its screen: it has its own size and place wherever
 // they fit, and is made smaller and moved only as far as it must be. Looks when the window comes to the
-// screen, when the window manager has framed it, and when the screen changes; the user moves it as he likes.
+// screen, when the window manager has framed it, and when the screen changes. The user may move it anywhere.
 // Owned by its window; main thread.
 class ScreenFit final : public QObject {
   Q_OBJECT

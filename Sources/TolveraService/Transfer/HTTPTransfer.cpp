@@ -1,9 +1,12 @@
 #include "TolveraService/Transfer/HTTPTransfer.h"
 
+#include <boost/algorithm/string/case_conv.hpp>
+#include <boost/algorithm/string/trim.hpp>
 #include <curl/curl.h>
 
 #include <array>
 #include <exception>
+#include <locale>
 #include <stdexcept>
 
 namespace tolvera::service {
@@ -26,12 +29,6 @@ std::string part(const std::string& address, CURLUPart which) {
   const std::string copy(text);
   curl_free(text);
   return copy;
-}
-
-std::string_view trimmed(std::string_view text) {
-  const auto first = text.find_first_not_of(" \t\r\n");
-  if (first == std::string_view::npos) return {};
-  return text.substr(first, text.find_last_not_of(" \t\r\n") - first + 1);
 }
 
 } // namespace
@@ -79,10 +76,9 @@ struct HTTPTransfer::Exchange {
     const bool taken = guarded(self, [line = std::string_view(data, size)](Exchange& exchange) {
       const auto colon = line.find(':');
       if (!exchange.request.onHeader || colon == std::string_view::npos) return true;
-      std::string name(line.substr(0, colon));
-      for (char& letter : name)
-        if (letter >= 'A' && letter <= 'Z') letter = static_cast<char>(letter - 'A' + 'a');
-      exchange.request.onHeader(name, trimmed(line.substr(colon + 1)));
+      const std::locale plain = std::locale::classic();
+      exchange.request.onHeader(boost::algorithm::to_lower_copy(std::string(line.substr(0, colon)), plain),
+                                boost::algorithm::trim_copy(std::string(line.substr(colon + 1)), plain));
       return true;
     });
     return taken ? size : 0;
