@@ -1,6 +1,7 @@
 #include "Platform/URL.h"
 
 #include <boost/algorithm/string/classification.hpp>
+#include <boost/algorithm/string/replace.hpp>
 #include <boost/algorithm/string/trim.hpp>
 #include <boost/url/parse.hpp>
 #include <unicode/idna.h>
@@ -80,7 +81,11 @@ std::optional<URL> assembled(std::string_view scheme, std::string_view rest) {
   }
   url.set_encoded_path(withWholeEscapes(take("?#")));
   if (rest.starts_with('?')) url.set_encoded_query(withWholeEscapes(take("#").substr(1)));
-  if (rest.starts_with('#')) url.set_encoded_fragment(withWholeEscapes(rest.substr(1)));
+  if (rest.starts_with('#')) {
+    // Not every version of the setter escapes a second mark.
+    const auto fragment = boost::algorithm::replace_all_copy(withWholeEscapes(rest.substr(1)), "#", "%23");
+    url.set_encoded_fragment(fragment);
+  }
   return url;
 }
 
