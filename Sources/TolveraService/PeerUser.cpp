@@ -1,5 +1,7 @@
 #include "TolveraService/PeerUser.h"
 
+#include <boost/asio/ip/tcp.hpp>
+
 #include <linux/inet_diag.h>
 #include <linux/netlink.h>
 #include <linux/sock_diag.h>
@@ -7,6 +9,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 #include <fstream>
@@ -23,6 +26,12 @@ struct Ends {
   Endpoint theirs;
   Endpoint ours;
 };
+
+Endpoint tcpEndpoint(const ClientSocket::endpoint_type& end) {
+  Endpoint endpoint;
+  std::memcpy(endpoint.data(), end.data(), std::min(endpoint.capacity(), end.size()));
+  return endpoint;
+}
 
 std::uint32_t addressOf(const Endpoint& end) { return htonl(end.address().to_v4().to_uint()); }
 
@@ -90,12 +99,19 @@ std::optional<uid_t> readTable(const Ends& ends) {
 
 } // namespace
 
-std::optional<uid_t> userAtOtherEnd(const boost::asio::ip::tcp::socket& socket) {
+std::optional<uid_t> userAtOtherEnd(ClientSocket& socket) {
   boost::system::error_code error;
-  Ends ends;
-  ends.theirs = socket.remote_endpoint(error);
-  if (!error) ends.ours = socket.local_endpoint(error);
-  if (error || !ends.theirs.address().is_v4()) return std::nullopt;
+  const auto theirs = socket.remote_endpoint(error);
+  if (error) return std::nullopt;
+  if (theirs.protocol().family() == AF_UNIX) {
+    ucred peer{};
+    socklen_t size = sizeof peer;
+    const int failed = ::getsockopt(socket.native_handle(), SOL_SOCKET, SO_PEERCRED, &peer, &size);
+    return failed == 0 ? std::optional(peer.uid) : std::nullopt;
+  }
+  const auto ours = socket.local_endpoint(error);
+  if (error || theirs.protocol().family() != AF_INET) return std::nullopt;
+  const Ends ends{tcpEndpoint(theirs), tcpEndpoint(ours)};
   const auto user = askKernel(ends);
   return user ? user : readTable(ends);
 }

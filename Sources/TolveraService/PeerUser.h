@@ -1,6 +1,6 @@
 #pragma once
 
-#include <boost/asio/ip/tcp.hpp>
+#include "TolveraService/ClientSocket.h"
 
 #include <sys/types.h>
 
@@ -10,6 +10,6 @@ namespace tolvera::service {
 
 // The user whose program is at the other end of a connection within this machine, by the kernel's own table.
 // Absent if that program has closed it already. Any thread.
-std::optional<uid_t> userAtOtherEnd(const boost::asio::ip::tcp::socket& socket);
+std::optional<uid_t> userAtOtherEnd(ClientSocket& socket);
 
 } // namespace tolvera::service

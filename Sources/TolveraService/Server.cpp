@@ -2,18 +2,21 @@
 
 #include "TolveraService/Http/HTTPConnection.h"
 #include "TolveraService/PeerUser.h"
+#include "TolveraService/ServiceManager.h"
 
 #include "Async/Log.h"
 #include "Async/Spawn.h"
 
 #include <boost/asio/executor_work_guard.hpp>
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/local/stream_protocol.hpp>
 #include <boost/asio/post.hpp>
 #include <boost/asio/redirect_error.hpp>
-#include <boost/asio/steady_timer.hpp>
 
 #include <unistd.h>
 
 #include <stdexcept>
+#include <utility>
 
 namespace tolvera::service {
 
@@ -68,9 +71,16 @@ Server::Server(const Settings& settings)
                                                                                  settings.silence,
                                                                                  {},
                                                                                  {},
+                                                                                 {},
                                                                                  {}})),
-      acceptor_(listenOn(context_, settings.port, settings.takesNextPort ? mostNextPorts : 0)),
-      servesAllUsers_(settings.servesAllUsers) {
+      servesAllUsers_(settings.servesAllUsers), longestIdle_(settings.longestIdle) {
+  auto loopback = listenOn(context_, settings.port, settings.takesNextPort ? mostNextPorts : 0);
+  port_ = loopback.local_endpoint().port();
+  acceptors_.emplace_back(std::move(loopback));
+  using Local = asio::local::stream_protocol;
+  for (const int socket : settings.sockets)
+    acceptors_.emplace_back(Local::acceptor(context_, Local(), socket));
+  services_->tellRuns = [this] { manager::tellStatus(status()); };
   // Programs know it by the port that it was meant to have.
   for (const std::uint16_t known : {port(), settings.port})
     for (const char* name : {"127.0.0.1:", "localhost:", "[::1]:"})
@@ -85,18 +95,39 @@ Server::~Server() {
   blocking_.join();
 }
 
-std::uint16_t Server::port() const { return acceptor_.local_endpoint().port(); }
+std::string Server::status() const {
+  const std::size_t runs = services_->runs.size();
+  return std::to_string(runs) + (runs == 1 ? " run; hears with " : " runs; hears with ") + engine_->name() +
+         "; pages at http://127.0.0.1:" + std::to_string(port_);
+}
 
 void Server::run() {
-  spawn(context_.get_executor(), "accepting connections", accept());
+  for (Acceptor& acceptor : acceptors_)
+    spawn(context_.get_executor(), "accepting connections", accept(acceptor));
+  services_->connections.onEmpty = [this] { waitIdle(); };
+  waitIdle();
+  manager::tellStatus(status());
+  manager::tellReady();
   auto work = asio::make_work_guard(context_);
   context_.run();
 }
 
+void Server::waitIdle() {
+  if (!longestIdle_) return;
+  idle_.expires_after(*longestIdle_);
+  idle_.async_wait([this](const boost::system::error_code& error) {
+    if (error || services_->connections.count() > 0) return;
+    log::trace(log::Category::service, "ends, as nobody has connected for long");
+    stop();
+  });
+}
+
 void Server::stop() {
   asio::post(context_, [this] {
-    if (!acceptor_.is_open()) return;
-    acceptor_.close();
+    if (std::exchange(isStopping_, true)) return;
+    manager::tellStopping();
+    idle_.cancel();
+    for (Acceptor& acceptor : acceptors_) acceptor.close();
     spawn(context_.get_executor(), "stopping", stopSoon());
   });
 }
@@ -110,11 +141,11 @@ Task<void> Server::stopSoon() {
   context_.stop();
 }
 
-Task<void> Server::accept() {
-  while (acceptor_.is_open()) {
+Task<void> Server::accept(Acceptor& acceptor) {
+  while (acceptor.is_open()) {
     boost::system::error_code error;
     auto withError = asio::redirect_error(use_awaitable, error);
-    tcp::socket socket = co_await acceptor_.async_accept(withError);
+    ClientSocket socket = co_await acceptor.async_accept(withError);
     if (error == asio::error::operation_aborted) co_return;
     if (error) { // no descriptor is free until another connection closes
       asio::steady_timer timer(context_, afterAcceptFailure);
@@ -125,13 +156,13 @@ Task<void> Server::accept() {
     const auto user = admitted(socket);
     if (!user) continue;
     boost::system::error_code ignored;
-    socket.set_option(tcp::no_delay(true), ignored);
+    socket.set_option(tcp::no_delay(true), ignored); // of a Unix socket it is no option
     spawn(context_.get_executor(), "serving a connection", serve(std::move(socket), *user));
   }
 }
 
 // Every user of the machine reaches a port of the loopback interface. Root can read everything anyway.
-std::optional<uid_t> Server::admitted(const tcp::socket& socket) const {
+std::optional<uid_t> Server::admitted(ClientSocket& socket) const {
   const auto user = userAtOtherEnd(socket);
   const bool isMeant = user && (servesAllUsers_ || *user == ::geteuid() || *user == 0);
   if (!isMeant) {
@@ -144,7 +175,7 @@ std::optional<uid_t> Server::admitted(const tcp::socket& socket) const {
   return isTooMany ? std::nullopt : user;
 }
 
-Task<void> Server::serve(tcp::socket socket, uid_t user) {
+Task<void> Server::serve(ClientSocket socket, uid_t user) {
   struct Count {
     std::map<uid_t, std::size_t>& connections;
     uid_t user;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "TolveraService/ClientSocket.h"
 #include "TolveraService/Engine/ApertiumTranslator.h"
 #include "TolveraService/Engine/SpeechEngines.h"
 #include "TolveraService/Engine/Translators.h"
@@ -7,8 +8,9 @@
 
 #include "Async/SystemClock.h"
 
+#include <boost/asio/basic_socket_acceptor.hpp>
 #include <boost/asio/io_context.hpp>
-#include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/steady_timer.hpp>
 #include <boost/asio/thread_pool.hpp>
 
 #include <chrono>
@@ -17,10 +19,13 @@
 #include <filesystem>
 #include <map>
 #include <optional>
+#include <string>
+#include <vector>
 
 namespace tolvera::service {
 
-// The local service: accounts, recognition and translation behind one port of the loopback interface.
+// The local service: accounts, recognition and translation behind one port of the loopback interface, and
+// behind the socket of the service manager if it started the service.
 // `run` is the network thread; heavy work happens on threads of its own.
 class Server {
  public:
@@ -32,7 +37,9 @@ class Server {
     EngineChoice engine;
     bool servesAllUsers = false;                                  // otherwise its own and root
     std::chrono::milliseconds silence = std::chrono::seconds(60); // after which a run lends its decoder
-    std::optional<TranslatorChoice> translator;
+    std::optional<TranslatorChoice> translator = {};
+    std::vector<int> sockets = {}; // listening Unix sockets; the server closes them
+    std::optional<std::chrono::milliseconds> longestIdle = {}; // without a connection; then `run` ends
   };
 
   // Makes the speech engine, opens the accounts and listens. Throws std::exception with a text for the person
@@ -42,7 +49,7 @@ class Server {
   Server(const Server&) = delete;
   Server& operator=(const Server&) = delete;
 
-  [[nodiscard]] std::uint16_t port() const;
+  [[nodiscard]] std::uint16_t port() const { return port_; }
   // What leaves this process, and where it goes.
   [[nodiscard]] Destinations destinations() const { return {engine_->sendsTo(), translator_->sendsTo()}; }
 
@@ -53,11 +60,16 @@ class Server {
 
  private:
   [[nodiscard]] boost::json::object about() const;
-  Task<void> accept();
+  using Acceptor = boost::asio::basic_socket_acceptor<boost::asio::generic::stream_protocol>;
+
+  Task<void> accept(Acceptor& acceptor);
   // The user of a connection that is to be served; absent for one that is not.
-  [[nodiscard]] std::optional<uid_t> admitted(const boost::asio::ip::tcp::socket& socket) const;
-  Task<void> serve(boost::asio::ip::tcp::socket socket, uid_t user);
+  [[nodiscard]] std::optional<uid_t> admitted(ClientSocket& socket) const;
+  Task<void> serve(ClientSocket socket, uid_t user);
   Task<void> stopSoon();
+  // Begins to wait for `longestIdle` anew.
+  void waitIdle();
+  [[nodiscard]] std::string status() const;
 
   std::unique_ptr<SpeechEngine> engine_;
   AccountStore accounts_;
@@ -71,8 +83,12 @@ class Server {
   boost::asio::thread_pool warming_{1};
   boost::asio::thread_pool listening_;
   std::shared_ptr<Services> services_;
-  boost::asio::ip::tcp::acceptor acceptor_;
+  std::vector<Acceptor> acceptors_;
+  std::uint16_t port_;
   const bool servesAllUsers_;
+  const std::optional<std::chrono::milliseconds> longestIdle_;
+  boost::asio::steady_timer idle_{context_};
+  bool isStopping_ = false; // network thread
 };
 
 } // namespace tolvera::service

@@ -12,6 +12,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -37,6 +38,7 @@ struct Services {
   Connections connections;            // network thread
   // The run of each account, network thread.
   std::map<std::int64_t, std::weak_ptr<StreamConnection>> runs;
+  std::function<void()> tellRuns; // called when a run has been added or has left, network thread
 };
 
 } // namespace tolvera::service

@@ -2,12 +2,14 @@
 #include "TolveraService/Models/ModelCommands.h"
 #include "TolveraService/Options.h"
 #include "TolveraService/Server.h"
+#include "TolveraService/ServiceManager.h"
 
 #include "Async/CoreDumps.h"
 
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/signal_set.hpp>
 
+#include <chrono>
 #include <cstdio>
 #include <exception>
 #include <optional>
@@ -17,6 +19,9 @@
 namespace {
 
 namespace service = tolvera::service;
+
+// The manager's socket starts the service again.
+constexpr std::chrono::minutes longestIdle{10};
 
 void serve(const service::Options& options) {
   // Made first, so that a signal ends the service while its decoders load too.
@@ -35,6 +40,8 @@ void serve(const service::Options& options) {
   settings.engine = options.engine;
   settings.servesAllUsers = options.servesAllUsers;
   settings.translator = options.translator;
+  settings.sockets = service::manager::listeningSockets();
+  if (!settings.sockets.empty()) settings.longestIdle = longestIdle;
   service::Server server(settings);
   if (address) address->write(server.port());
   const service::Destinations destinations = server.destinations();

@@ -4,6 +4,7 @@ no service of this machine. Ends with 1 at the first promise that is not kept.""
 
 import os
 import pathlib
+import select
 import signal
 import socket
 import subprocess
@@ -54,8 +55,43 @@ def run_terminal(programs):
     return "\n".join(said), port, mode, place.exists()
 
 
+def run_by_socket(programs):
+    """The same beside a service manager that starts the service at the first connection to its socket, with what the
+    manager was told; and whether the service outlives the terminal."""
+    place = pathlib.Path(os.environ["XDG_RUNTIME_DIR"], "tolvera")
+    place.mkdir(mode=0o700, exist_ok=True)
+    kept, told = socket.socket(socket.AF_UNIX), socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+    kept.bind(str(place / "service.sock"))
+    kept.listen()
+    told.bind(str(place / "notify"))
+    told.settimeout(5)
+    services = []
+
+    def start_at_first_connection():
+        select.select([kept], [], [])
+        os.dup2(kept.fileno(), 3)
+        os.set_inheritable(3, True)
+        command = 'LISTEN_FDS=1 LISTEN_PID=$$ exec "$0" --engine pocketsphinx'
+        environment = {**os.environ, "NOTIFY_SOCKET": str(place / "notify"), "XDG_STATE_HOME": tempfile.mkdtemp()}
+        services.append(subprocess.Popen(["sh", "-c", command, programs / "tolvera-service"], env=environment,
+                                         pass_fds=[3]))
+
+    threading.Thread(target=start_at_first_connection, daemon=True).start()
+    said = run_terminal(programs)[0]
+    alive = services[0].poll() is None
+    services[0].terminate()
+    services[0].wait(10)
+    (place / "service.sock").unlink()
+    return said, alive, [told.recv(1000).decode() for _ in range(4)]
+
+
 def main(programs):
     enter_own_network()
+    said, alive, told = run_by_socket(programs)
+    expect("the manager's socket starts the service", "phase: live" in said and "started as process" not in said)
+    expect("a service of the manager outlives the program", alive)
+    expect("the manager learns of the start and of runs",
+           "READY=1" in told and [line[:12] for line in told if "STATUS" in line][:2] == ["STATUS=0 run", "STATUS=1 run"])
     said, port, mode, left = run_terminal(programs)
     expect("a service that does not run is started", "phase: live" in said and "ended with 0" in said)
     expect("its place is told to this user alone", port == PORT and mode == 0o600)

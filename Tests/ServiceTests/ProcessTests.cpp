@@ -3,12 +3,15 @@
 #include "Harness/ChildProcess.h"
 #include "Harness/TemporaryDirectory.h"
 #include "ServiceTests/Clients.h"
+#include "TolveraService/Server.h"
 
 #include <gtest/gtest.h>
 #include <signal.h>
 
+#include <atomic>
 #include <filesystem>
 #include <fstream>
+#include <optional>
 #include <thread>
 
 namespace tolvera::test {
@@ -86,6 +89,24 @@ TEST(Program, ChargesSurviveAKill) {
   const double left = secondsLeft(HTTPClient(again.port()).get("/livetranslate/api/me", token).json());
   EXPECT_LE(left, told);
   EXPECT_GE(left, told - 2 * 4) << "sound is charged that was not heard";
+}
+
+TEST(Program, EndsWhenIdle) {
+  const TemporaryDirectory directory;
+  service::Server server(
+      {.stateDirectory = directory / "state", .engine = {"pocketsphinx"}, .longestIdle = 1s});
+  std::atomic<bool> ended = false;
+  std::thread thread([&] {
+    server.run();
+    ended = true;
+  });
+  auto held = std::make_optional<StreamClient>(server.port(), "target=es&source=en&token=" +
+                                                                  HTTPClient(server.port()).signUp());
+  ASSERT_TRUE(held->waitForType("ready"));
+  std::this_thread::sleep_for(1500ms);
+  EXPECT_FALSE(ended) << "a run was still open";
+  held.reset();
+  thread.join();
 }
 
 TEST(Program, TakenPortIsNamed) {

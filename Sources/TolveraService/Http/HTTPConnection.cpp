@@ -7,7 +7,6 @@
 
 #include <boost/asio/redirect_error.hpp>
 #include <boost/beast/core/flat_buffer.hpp>
-#include <boost/beast/core/tcp_stream.hpp>
 #include <boost/beast/http.hpp>
 #include <boost/beast/websocket/rfc6455.hpp>
 
@@ -109,7 +108,7 @@ void traceAnswer(const Message& message, const Response& response,
 
 class Connection {
  public:
-  Connection(boost::asio::ip::tcp::socket socket, std::shared_ptr<Services> services)
+  Connection(ClientSocket socket, std::shared_ptr<Services> services)
       : services_(std::move(services)), stream_(std::move(socket)),
         entry_(std::make_shared<Connections::Entry>(services_->connections, [this] { stream_.close(); })) {}
 
@@ -117,7 +116,7 @@ class Connection {
     for (bool more = true; more;) more = co_await serveOne();
     if (upgraded_) co_return;
     boost::system::error_code ignored;
-    stream_.socket().shutdown(boost::asio::ip::tcp::socket::shutdown_send, ignored);
+    stream_.socket().shutdown(ClientSocket::shutdown_send, ignored);
   }
 
  private:
@@ -169,7 +168,7 @@ class Connection {
   }
 
   std::shared_ptr<Services> services_;
-  beast::tcp_stream stream_;
+  ClientStream stream_;
   bool upgraded_ = false; // then the run has the stream
   beast::flat_buffer buffer_{headerLimit + bodyLimit};
   std::shared_ptr<Connections::Entry> entry_;
@@ -177,7 +176,7 @@ class Connection {
 
 } // namespace
 
-Task<void> serveConnection(boost::asio::ip::tcp::socket socket, std::shared_ptr<Services> services) {
+Task<void> serveConnection(ClientSocket socket, std::shared_ptr<Services> services) {
   Connection connection(std::move(socket), std::move(services));
   try {
     co_await connection.serve();

@@ -56,7 +56,7 @@ bool isStreamTarget(std::string_view target) {
   return target.substr(0, target.find('?')) == std::string(Routes::base) + "/ws";
 }
 
-StreamConnection::StreamConnection(boost::beast::tcp_stream stream, std::shared_ptr<Services> services)
+StreamConnection::StreamConnection(ClientStream stream, std::shared_ptr<Services> services)
     : services_(std::move(services)), socket_(std::move(stream)) {
   websocket::stream_base::timeout limits{};
   limits.handshake_timeout = handshakeLimit;
@@ -66,8 +66,7 @@ StreamConnection::StreamConnection(boost::beast::tcp_stream stream, std::shared_
   socket_.read_message_max(frameLimit);
 }
 
-Task<void> StreamConnection::serve(boost::beast::tcp_stream stream, Upgrade upgrade,
-                                   std::shared_ptr<Services> services,
+Task<void> StreamConnection::serve(ClientStream stream, Upgrade upgrade, std::shared_ptr<Services> services,
                                    std::shared_ptr<Connections::Entry> entry) {
   auto connection = std::make_shared<StreamConnection>(std::move(stream), std::move(services));
   entry->endsBy([weak = std::weak_ptr(connection)] {
@@ -122,7 +121,9 @@ Task<void> StreamConnection::run(Upgrade upgrade) {
 
 void StreamConnection::leaveRuns() {
   const auto run = services_->runs.find(account_);
-  if (run != services_->runs.end() && run->second.lock().get() == this) services_->runs.erase(run);
+  if (run == services_->runs.end() || run->second.lock().get() != this) return;
+  services_->runs.erase(run);
+  services_->tellRuns();
 }
 
 Task<std::string> StreamConnection::admit() {
@@ -141,6 +142,7 @@ Task<std::string> StreamConnection::admit() {
   auto earlier = std::exchange(services_->runs[account->id], weak_from_this()).lock();
   account_ = account->id;
   if (earlier) earlier->replace();
+  services_->tellRuns();
   auto ears = co_await listener();
   if (!ears) {
     leaveRuns();

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "TolveraService/ClientSocket.h"
 #include "TolveraService/Services.h"
 #include "TolveraService/Stream/AudioQueue.h"
 #include "TolveraService/Stream/DubStream.h"
@@ -8,7 +9,6 @@
 #include "TolveraService/Stream/StreamProtocol.h"
 
 #include <boost/beast/core/flat_buffer.hpp>
-#include <boost/beast/core/tcp_stream.hpp>
 #include <boost/beast/http/message.hpp>
 #include <boost/beast/http/string_body.hpp>
 #include <boost/beast/websocket/stream.hpp>
@@ -31,10 +31,10 @@ class StreamConnection : public std::enable_shared_from_this<StreamConnection> {
   using Upgrade = boost::beast::http::request<boost::beast::http::string_body>;
 
   // Serves the socket until it closes.
-  static Task<void> serve(boost::beast::tcp_stream stream, Upgrade upgrade,
-                          std::shared_ptr<Services> services, std::shared_ptr<Connections::Entry> entry);
+  static Task<void> serve(ClientStream stream, Upgrade upgrade, std::shared_ptr<Services> services,
+                          std::shared_ptr<Connections::Entry> entry);
 
-  StreamConnection(boost::beast::tcp_stream stream, std::shared_ptr<Services> services);
+  StreamConnection(ClientStream stream, std::shared_ptr<Services> services);
   // A service that ends does not wait for the run; the dub's coroutine, which holds the dub, has to be told.
   ~StreamConnection() {
     if (dub_) dub_->drop();
@@ -66,7 +66,7 @@ class StreamConnection : public std::enable_shared_from_this<StreamConnection> {
   Task<void> write();
 
   std::shared_ptr<Services> services_;
-  boost::beast::websocket::stream<boost::beast::tcp_stream> socket_;
+  boost::beast::websocket::stream<ClientStream> socket_;
   StreamParameters parameters_;
   std::int64_t account_ = 0;
   std::shared_ptr<AudioQueue> audio_ = std::make_shared<AudioQueue>();

@@ -11,14 +11,14 @@ namespace tolvera::adapters {
 
 namespace {
 
-using boost::asio::ip::tcp;
+using Socket = AnyStream::Socket;
 namespace ssl = boost::asio::ssl;
 
 class PlainLayer final : public AnyStream::Layer {
  public:
-  explicit PlainLayer(tcp::socket socket) : socket_(std::move(socket)) {}
+  explicit PlainLayer(Socket socket) : socket_(std::move(socket)) {}
 
-  tcp::socket& socket() override { return socket_; }
+  Socket& socket() override { return socket_; }
   void readSome(boost::asio::mutable_buffer buffer, AnyStream::TransferHandler handler) override {
     socket_.async_read_some(buffer, std::move(handler));
   }
@@ -36,15 +36,15 @@ class PlainLayer final : public AnyStream::Layer {
   }
 
  private:
-  tcp::socket socket_;
+  Socket socket_;
 };
 
 class SecureLayer final : public AnyStream::Layer {
  public:
-  SecureLayer(tcp::socket socket, std::shared_ptr<ssl::context> context)
+  SecureLayer(Socket socket, std::shared_ptr<ssl::context> context)
       : context_(std::move(context)), stream_(std::move(socket), *context_) {}
 
-  tcp::socket& socket() override { return stream_.next_layer(); }
+  Socket& socket() override { return stream_.next_layer(); }
   void readSome(boost::asio::mutable_buffer buffer, AnyStream::TransferHandler handler) override {
     stream_.async_read_some(buffer, std::move(handler));
   }
@@ -70,17 +70,17 @@ class SecureLayer final : public AnyStream::Layer {
   static constexpr std::size_t maxRecordBytes = 16384;
 
   std::shared_ptr<ssl::context> context_;
-  ssl::stream<tcp::socket> stream_;
+  ssl::stream<Socket> stream_;
   std::vector<std::byte> record_; // of the one write under way
 };
 
 } // namespace
 
-AnyStream AnyStream::plain(tcp::socket socket) {
+AnyStream AnyStream::plain(Socket socket) {
   return AnyStream(std::make_unique<PlainLayer>(std::move(socket)));
 }
 
-AnyStream AnyStream::secure(tcp::socket socket, std::shared_ptr<ssl::context> context) {
+AnyStream AnyStream::secure(Socket socket, std::shared_ptr<ssl::context> context) {
   return AnyStream(std::make_unique<SecureLayer>(std::move(socket), std::move(context)));
 }
 

@@ -5,7 +5,7 @@
 #include <boost/asio/any_completion_handler.hpp>
 #include <boost/asio/async_result.hpp>
 #include <boost/asio/buffer.hpp>
-#include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/generic/stream_protocol.hpp>
 #include <boost/asio/ssl/context.hpp>
 #include <boost/asio/ssl/stream_base.hpp>
 #include <boost/beast/core/role.hpp>
@@ -16,11 +16,12 @@
 
 namespace tolvera::adapters {
 
-// A connected TCP socket, plain or under TLS, as one type, so that Beast's templates are instantiated once
-// instead of once for each kind of stream. Used on the socket's executor alone.
+// A connected socket, of TCP or of this machine, plain or under TLS, as one type, so that Beast's templates
+// are instantiated once instead of once for each kind of stream. Used on the socket's executor alone.
 class AnyStream {
  public:
   using executor_type = Executor;
+  using Socket = boost::asio::generic::stream_protocol::socket;
   using ErrorCode = boost::system::error_code;
   using TransferHandler = boost::asio::any_completion_handler<void(ErrorCode, std::size_t)>;
   using EndHandler = boost::asio::any_completion_handler<void(ErrorCode)>;
@@ -37,7 +38,7 @@ class AnyStream {
 
   struct Layer {
     virtual ~Layer() = default;
-    virtual boost::asio::ip::tcp::socket& socket() = 0;
+    virtual Socket& socket() = 0;
     virtual void readSome(boost::asio::mutable_buffer buffer, TransferHandler handler) = 0;
     virtual void writeSome(Buffers buffers, TransferHandler handler) = 0;
     virtual void handshake(boost::asio::ssl::stream_base::handshake_type side, EndHandler handler) = 0;
@@ -46,12 +47,11 @@ class AnyStream {
   };
 
   AnyStream() = default;
-  static AnyStream plain(boost::asio::ip::tcp::socket socket);
-  static AnyStream secure(boost::asio::ip::tcp::socket socket,
-                          std::shared_ptr<boost::asio::ssl::context> context);
+  static AnyStream plain(Socket socket);
+  static AnyStream secure(Socket socket, std::shared_ptr<boost::asio::ssl::context> context);
 
   [[nodiscard]] executor_type get_executor() const { return layer_->socket().get_executor(); }
-  [[nodiscard]] boost::asio::ip::tcp::socket& socket() { return layer_->socket(); }
+  [[nodiscard]] Socket& socket() { return layer_->socket(); }
   // OpenSSL's SSL*, or null for a plain stream.
   [[nodiscard]] void* nativeTLS() { return layer_->nativeTLS(); }
   // Ends every operation under way. Calling it again is harmless.

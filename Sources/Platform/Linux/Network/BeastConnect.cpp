@@ -5,6 +5,7 @@
 #include "Platform/Linux/Network/BeastErrors.h"
 
 #include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/local/stream_protocol.hpp>
 #include <boost/asio/redirect_error.hpp>
 #include <boost/asio/ssl/error.hpp>
 #include <boost/system/system_error.hpp>
@@ -12,6 +13,7 @@
 #include <netinet/tcp.h>
 #include <openssl/ssl.h>
 #include <openssl/x509v3.h>
+#include <sys/un.h>
 
 #include <algorithm>
 #include <charconv>
@@ -247,7 +249,19 @@ platform::PlatformError tlsFailure(SSL* tls, const Endpoint& endpoint, ErrorCode
   return connectionLost(endpoint.where(), error);
 }
 
-Task<AnyStream> secured(Endpoint endpoint, tcp::socket socket, std::shared_ptr<ssl::context> context,
+// It is made or refused at once.
+AnyStream::Socket connectLocally(const Executor& executor, const Endpoint& endpoint) {
+  using Local = boost::asio::local::stream_protocol;
+  Local::socket socket(executor);
+  ErrorCode error = boost::asio::error::name_too_long;
+  if (endpoint.socketPath.size() < sizeof(sockaddr_un::sun_path))
+    socket.connect(Local::endpoint(endpoint.socketPath), error);
+  if (!error) return socket;
+  throw transportError(TransportError::cannotConnect,
+                       "Could not connect to " + endpoint.where() + ": " + error.message());
+}
+
+Task<AnyStream> secured(Endpoint endpoint, AnyStream::Socket socket, std::shared_ptr<ssl::context> context,
                         Duration timeout) {
   auto stream = AnyStream::secure(std::move(socket), std::move(context));
   auto* tls = static_cast<SSL*>(stream.nativeTLS());
@@ -298,16 +312,19 @@ Endpoint Endpoint::of(const platform::URL& url) {
   endpoint.port = portOf(url).value_or(usual);
   endpoint.isDefaultPort = endpoint.port == usual;
   if (endpoint.host.empty()) throw transportError(TransportError::badRequest, "The address names no host");
+  if (endpoint.host.front() == '/') endpoint.socketPath = std::exchange(endpoint.host, "localhost");
   return endpoint;
 }
 
-std::string Endpoint::where() const {
+std::string Endpoint::where() const { return socketPath.empty() ? networkPlace() : socketPath; }
+
+std::string Endpoint::networkPlace() const {
   const auto name = host.find(':') == std::string::npos ? host : "[" + host + "]";
   return name + ":" + std::to_string(port);
 }
 
 std::string Endpoint::hostHeader() const {
-  auto full = where();
+  auto full = networkPlace();
   return isDefaultPort ? full.substr(0, full.rfind(':')) : full;
 }
 
@@ -333,6 +350,8 @@ Deadline::~Deadline() {
 }
 
 Task<AnyStream> openStream(Endpoint endpoint, std::shared_ptr<BeastEnvironment> environment, Duration limit) {
+  if (!endpoint.socketPath.empty())
+    co_return AnyStream::plain(connectLocally(co_await boost::asio::this_coro::executor, endpoint));
   const auto& options = environment->options;
   const auto end = Steady::now() + limit;
   auto within = [end](Duration timeout) { return std::min<Duration>(timeout, end - Steady::now()); };

@@ -36,14 +36,18 @@ struct Endpoint {
   std::uint16_t port = 0;
   bool secure = false;
   bool isDefaultPort = false;
+  std::string socketPath; // of a Unix socket in place of host and port; empty for a network address
 
   // Throws PlatformError for another scheme than http, https, ws and wss, without a host, or if the port is
-  // not between 1 and 65535.
+  // not between 1 and 65535. A host that is an absolute path means the Unix socket there.
   static Endpoint of(const platform::URL& url);
-  // "host:port", for messages.
+  // "host:port" or the path, for messages.
   [[nodiscard]] std::string where() const;
   // The value of a Host header.
   [[nodiscard]] std::string hostHeader() const;
+
+ private:
+  [[nodiscard]] std::string networkPlace() const;
 };
 
 // Path and query as they stand in a request line.

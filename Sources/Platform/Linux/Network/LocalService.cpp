@@ -9,6 +9,7 @@
 
 #include <fcntl.h>
 #include <sys/prctl.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -64,7 +65,7 @@ pid_t launch(const std::vector<std::string>& command) {
 // A connection that is not made, for a reason that its user is told.
 class RefusedWebSocketTask final : public platform::WebSocketTask {
  public:
-  explicit RefusedWebSocketTask(std::string reason) : reason_(std::move(reason)) {}
+  explicit RefusedWebSocketTask(platform::PlatformError reason) : reason_(std::move(reason)) {}
 
   void resume() override {}
   Task<void> send(Message) override {
@@ -78,9 +79,9 @@ class RefusedWebSocketTask final : public platform::WebSocketTask {
   void cancel(std::uint16_t, std::string) override {}
 
  private:
-  void fail() const { throw transportError(TransportError::otherUser, reason_); }
+  void fail() const { throw platform::PlatformError(reason_); }
 
-  std::string reason_;
+  platform::PlatformError reason_;
 };
 
 } // namespace
@@ -122,6 +123,14 @@ bool LocalService::isListening() const {
   return !users.empty() && std::ranges::all_of(users, isTrusted);
 }
 
+fs::path LocalService::activationSocket() const {
+  if (settings_.addressFile.empty()) return {};
+  fs::path path = settings_.addressFile.parent_path() / "service.sock";
+  struct stat facts{};
+  const bool isOwn = ::lstat(path.c_str(), &facts) == 0 && S_ISSOCK(facts.st_mode) && isTrusted(facts.st_uid);
+  return isOwn && isListenedAt(path) ? path : fs::path();
+}
+
 std::optional<std::string> LocalService::refusal() const {
   const auto users = usersListeningAt(port());
   if (std::ranges::all_of(users, isTrusted)) return std::nullopt;
@@ -136,7 +145,7 @@ platform::URL LocalService::located(platform::URL url) const {
 
 Task<platform::URL> LocalService::reached(platform::URL url) {
   if (!isMeant(url)) co_return url;
-  if (!isListening()) {
+  if (!isListening() && activationSocket().empty()) {
     startSoon();
     boost::asio::steady_timer timer(executor_);
     const auto deadline = std::chrono::steady_clock::now() + settings_.patience;
@@ -146,8 +155,20 @@ Task<platform::URL> LocalService::reached(platform::URL url) {
     }
     log::trace(Category::service, isListening() ? "listens at port " : "does not listen at port ", port());
   }
+  co_return reachedNow(std::move(url));
+}
+
+platform::URL LocalService::reachedNow(platform::URL url) {
+  if (!isMeant(url)) return url;
+  if (!isListening()) {
+    if (const fs::path socket = activationSocket(); !socket.empty()) {
+      url.set_host(socket.string());
+      return url;
+    }
+    startSoon();
+  }
   if (const auto reason = refusal()) throw transportError(TransportError::otherUser, *reason);
-  co_return located(std::move(url));
+  return located(std::move(url));
 }
 
 void LocalService::startSoon() {
@@ -183,12 +204,12 @@ void LocalService::start() {
 
 std::shared_ptr<platform::WebSocketTask> LocalServiceURLSession::webSocketTask(const platform::URL& url,
                                                                                const Executor& serial) {
-  if (service_.isMeant(url)) {
-    // A connection cannot wait here: one that comes too early fails, and the next one finds the service.
-    service_.startSoon();
-    if (const auto reason = service_.refusal()) return std::make_shared<RefusedWebSocketTask>(*reason);
+  // A connection cannot wait here: one that comes too early fails, and the next one finds the service.
+  try {
+    return inner_.webSocketTask(service_.reachedNow(url), serial);
+  } catch (const platform::PlatformError& refused) {
+    return std::make_shared<RefusedWebSocketTask>(refused);
   }
-  return inner_.webSocketTask(service_.located(url), serial);
 }
 
 Task<platform::HTTPResponse> LocalServiceURLSession::data(platform::HTTPRequest request) {

@@ -16,9 +16,10 @@
 namespace tolvera::adapters {
 
 // The user's own translation service on this machine, behind the one address that programs know it by. It may
-// listen elsewhere, because another user has taken the usual port: it writes its place into a file. It is
-// started when it is needed and does not run: by the user's service manager, or else as a child of this
-// program that ends with it. A service of another user is never used. Any thread.
+// listen elsewhere, because another user has taken the usual port: it writes its place into a file. When it
+// does not run, the socket that the user's service manager keeps for it starts it; without that socket it is
+// started when it is needed, by the manager, or else as a child of this program that ends with it. A service
+// of another user is never used. Any thread.
 class LocalService {
  public:
   struct Settings {
@@ -44,9 +45,12 @@ class LocalService {
   // The address with the port at which the service really listens; other addresses as they are. Without
   // waiting.
   [[nodiscard]] platform::URL located(platform::URL url) const;
-  // The same once the service listens: starts it if need be and waits up to `patience`. Throws PlatformError
-  // with `refusal`; for a service that does not come the connection that follows fails in words.
+  // The same once the service listens: starts it if need be and waits up to `patience`. The address may name
+  // the manager's socket, by its path in place of the host. Throws PlatformError with `refusal`; for a
+  // service that does not come the connection that follows fails in words.
   Task<platform::URL> reached(platform::URL url);
+  // The same without waiting: starts the service if it does not run.
+  [[nodiscard]] platform::URL reachedNow(platform::URL url);
   // Why nothing may be sent to the port: another user listens there; absent if none does.
   [[nodiscard]] std::optional<std::string> refusal() const;
   // Starts the service if it does not run, without waiting.
@@ -58,6 +62,8 @@ class LocalService {
  private:
   [[nodiscard]] std::uint16_t port() const;
   [[nodiscard]] bool isListening() const;
+  // The manager's socket, if it is kept for this user; otherwise empty.
+  [[nodiscard]] std::filesystem::path activationSocket() const;
   void start();
   bool startByManager() const;
 

@@ -27,4 +27,18 @@ std::vector<uid_t> usersListeningAt(std::uint16_t port) {
   return users;
 }
 
+bool isListenedAt(const std::filesystem::path& socket) {
+  constexpr unsigned long acceptsConnections = 1UL << 16U;
+  std::ifstream file("/proc/net/unix");
+  std::string line;
+  std::getline(file, line); // the headings
+  while (std::getline(file, line)) {
+    std::istringstream fields(line);
+    std::string number, references, protocol, flags, type, state, inode, path;
+    fields >> number >> references >> protocol >> flags >> type >> state >> inode >> path;
+    if (path == socket && (std::stoul(flags, nullptr, 16) & acceptsConnections) != 0) return true;
+  }
+  return false;
+}
+
 } // namespace tolvera::adapters
