@@ -117,7 +117,7 @@ void Server::waitIdle() {
   idle_.expires_after(*longestIdle_);
   idle_.async_wait([this](const boost::system::error_code& error) {
     if (error || services_->connections.count() > 0) return;
-    log::trace(log::Category::service, "ends, as nobody has connected for long");
+    log::trace(log::Category::service, "ends after a long time without a connection");
     stop();
   });
 }
