@@ -56,8 +56,8 @@ def run_terminal(programs):
 
 
 def run_by_socket(programs):
-    """The same beside a service manager that starts the service at the first connection to its socket, with what the
-    manager was told; and whether the service outlives the terminal."""
+    """Plays a service manager, which starts the service at the first connection to its socket. Returns what the
+    terminal said, whether the service outlived it, and what the manager was told."""
     place = pathlib.Path(os.environ["XDG_RUNTIME_DIR"], "tolvera")
     place.mkdir(mode=0o700, exist_ok=True)
     kept, told = socket.socket(socket.AF_UNIX), socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
@@ -69,12 +69,10 @@ def run_by_socket(programs):
 
     def start_at_first_connection():
         select.select([kept], [], [])
-        os.dup2(kept.fileno(), 3)
-        os.set_inheritable(3, True)
-        command = 'LISTEN_FDS=1 LISTEN_PID=$$ exec "$0" --engine pocketsphinx'
+        command = f'LISTEN_FDS=1 LISTEN_PID=$$ exec "$0" --engine pocketsphinx 3<&{kept.fileno()}'
         environment = {**os.environ, "NOTIFY_SOCKET": str(place / "notify"), "XDG_STATE_HOME": tempfile.mkdtemp()}
         services.append(subprocess.Popen(["sh", "-c", command, programs / "tolvera-service"], env=environment,
-                                         pass_fds=[3]))
+                                         pass_fds=[kept.fileno()]))
 
     threading.Thread(target=start_at_first_connection, daemon=True).start()
     said = run_terminal(programs)[0]

@@ -16,7 +16,6 @@
 #include <algorithm>
 #include <csignal>
 #include <cstdlib>
-#include <exception>
 #include <fstream>
 #include <system_error>
 #include <utility>
@@ -66,21 +65,23 @@ pid_t launch(const std::vector<std::string>& command) {
 // A connection that is not made, for a reason that its user is told.
 class RefusedWebSocketTask final : public platform::WebSocketTask {
  public:
-  explicit RefusedWebSocketTask(std::exception_ptr reason) : reason_(std::move(reason)) {}
+  explicit RefusedWebSocketTask(std::string reason) : reason_(std::move(reason)) {}
 
   void resume() override {}
   Task<void> send(Message) override {
-    std::rethrow_exception(reason_);
+    fail();
     co_return;
   }
   Task<Message> receive() override {
-    std::rethrow_exception(reason_);
+    fail();
     co_return Message();
   }
   void cancel(std::uint16_t, std::string) override {}
 
  private:
-  std::exception_ptr reason_;
+  void fail() const { throw transportError(TransportError::otherUser, reason_); }
+
+  std::string reason_;
 };
 
 } // namespace
@@ -206,8 +207,8 @@ std::shared_ptr<platform::WebSocketTask> LocalServiceURLSession::webSocketTask(c
   // A connection cannot wait here: one that comes too early fails, and the next one finds the service.
   try {
     return inner_.webSocketTask(service_.reachedNow(url), serial);
-  } catch (const platform::PlatformError&) {
-    return std::make_shared<RefusedWebSocketTask>(std::current_exception());
+  } catch (const platform::PlatformError& refused) {
+    return std::make_shared<RefusedWebSocketTask>(refused.localizedDescription());
   }
 }
 
