@@ -33,7 +33,7 @@ TEST_F(RealRun, LeaksNothingInTwoHundredRuns) {
       run(model_->start());
       ASSERT_TRUE(reaches(Phase::Kind::live));
       run(model_->stop());
-      ASSERT_TRUE(model_->phase().is(Phase::Kind::idle));
+      ASSERT_TRUE(model_->phase().is(Phase::Kind::idle)) << model_->phase().description().toStdString();
     }
     ASSERT_TRUE(in_.loop.settleUntil([&] { return server.liveCount() == 0; }));
   };
