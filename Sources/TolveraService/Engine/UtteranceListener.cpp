@@ -23,6 +23,8 @@ constexpr std::size_t silenceThatEnds = samplesOf(0.45);
 constexpr std::size_t silenceThatMayEnd = samplesOf(0.2);
 constexpr std::size_t leastSpeech = samplesOf(0.25);
 constexpr std::size_t leastSpacing = samplesOf(0.8);
+// Who gets so much at once has fallen behind.
+constexpr std::size_t muchAtOnce = samplesOf(1);
 constexpr std::size_t longest = samplesOf(12);
 constexpr std::size_t leastBeforeCut = samplesOf(7);
 
@@ -51,7 +53,7 @@ void UtteranceListener::hear(std::span<const std::int16_t> samples) {
   for (; at + SpeechGate::hop <= unseen_.size() && !request_.abandoned(); at += SpeechGate::hop)
     take(std::span<const float, SpeechGate::hop>(unseen_.data() + at, SpeechGate::hop));
   unseen_.erase(unseen_.begin(), unseen_.begin() + static_cast<std::ptrdiff_t>(at));
-  decodeIfDue();
+  decodeIfDue(samples.size() >= muchAtOnce);
 }
 
 void UtteranceListener::finish() {
@@ -91,12 +93,13 @@ void UtteranceListener::take(std::span<const float, SpeechGate::hop> samples) {
     cut();
 }
 
-void UtteranceListener::decodeIfDue() {
+void UtteranceListener::decodeIfDue(bool behind) {
   if (!utterance_ || utterance_->spoken < leastSpeech || request_.abandoned()) return;
   const std::size_t size = utterance_->sound.size();
   const bool mayEnd = utterance_->silent >= silenceThatMayEnd && !utterance_->sinceSilence;
   if (!mayEnd && (utterance_->silent >= silenceThatMayEnd || size - utterance_->decodedUpTo < spacing_))
     return;
+  if (!mayEnd && (behind || !isDecoderFree())) return;
   utterance_->decodedUpTo = size;
   const auto before = busy_;
   auto decoded = decodeAll(mayEnd);

@@ -44,6 +44,9 @@ class UtteranceListener : public Listener {
   void start(Request request, const std::filesystem::path& gate, const std::vector<std::string>& languages);
   // Absent if there is nothing that one could show. May throw EngineFailure.
   virtual std::optional<Decoded> decode(const Stretch& stretch) = 0;
+  // True if a decode could begin at once. The ends of utterances wait where it could not, all else is left
+  // out.
+  [[nodiscard]] virtual bool isDecoderFree() { return true; }
 
   [[nodiscard]] bool isAutomatic() const { return request_.spoken == "auto"; }
   [[nodiscard]] bool isCandidate(const std::string& language) const;
@@ -70,7 +73,7 @@ class UtteranceListener : public Listener {
   void take(std::span<const float, SpeechGate::hop> samples);
   void end();
   void cut();
-  void decodeIfDue();
+  void decodeIfDue(bool behind);
   std::optional<Decoded> decodeAll(bool final);
   void show(const Decoded& decoded, bool final);
 

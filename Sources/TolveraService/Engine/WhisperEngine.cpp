@@ -14,12 +14,10 @@ namespace tolvera::service {
 
 namespace {
 
-constexpr int threadsAtMost = 4;      // beyond them one run hardly gains
+constexpr int threadsAtMost = 4;      // beyond them one decode hardly gains
 constexpr const char* english = "en"; // its only target, in all models for several languages
 
-int threadsOfOneRun() {
-  return std::clamp(static_cast<int>(std::thread::hardware_concurrency()), 1, threadsAtMost);
-}
+int processors() { return std::max(static_cast<int>(std::thread::hardware_concurrency()), 1); }
 
 } // namespace
 
@@ -33,7 +31,9 @@ bool WhisperEngine::processorServes() {
 
 WhisperEngine::WhisperEngine(Settings settings)
     : settings_(std::move(settings)), languages_(whisperLanguages(settings_.weights)),
-      threads_(threadsOfOneRun()), freeing_([this](const std::stop_token& stop) { freeWhenUnused(stop); }) {}
+      threads_(std::min(processors(), threadsAtMost)),
+      turns_(static_cast<std::size_t>(processors() / threads_)),
+      freeing_([this](const std::stop_token& stop) { freeWhenUnused(stop); }) {}
 
 std::string WhisperEngine::translatesInto() const { return languages_.size() > 1 ? english : ""; }
 

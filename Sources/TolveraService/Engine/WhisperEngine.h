@@ -1,6 +1,7 @@
 #pragma once
 
 #include "TolveraService/Engine/SpeechEngine.h"
+#include "TolveraService/Engine/Turns.h"
 #include "TolveraService/Engine/UtteranceListener.h"
 #include "TolveraService/Engine/WhisperModel.h"
 
@@ -46,6 +47,7 @@ class WhisperEngine : public SpeechEngine {
   [[nodiscard]] std::shared_ptr<const WhisperModel> model();
   [[nodiscard]] const Settings& settings() const { return settings_; }
   [[nodiscard]] int threads() const { return threads_; }
+  [[nodiscard]] Turns& turns() { return turns_; }
   void release();
   void forgetModel(); // the next run loads it again
 
@@ -54,7 +56,8 @@ class WhisperEngine : public SpeechEngine {
 
   const Settings settings_;
   const std::vector<std::string> languages_;
-  const int threads_;
+  const int threads_; // of one decode
+  Turns turns_;
 
   std::mutex mutex_; // guards the following
   std::condition_variable_any released_;

@@ -31,6 +31,11 @@ void WhisperListener::begin(Request request) {
 }
 
 std::optional<WhisperListener::Decoded> WhisperListener::decode(const Stretch& stretch) {
+  const Turns::Turn turn(engine_.turns(), request_.abandoned);
+  return turn ? decodeInTurn(stretch) : std::nullopt;
+}
+
+std::optional<WhisperListener::Decoded> WhisperListener::decodeInTurn(const Stretch& stretch) {
   const std::span<const float> sound = stretch.sound;
   const Effort effort = stretch.final ? Effort::thorough : Effort::once;
   const bool translated = identified_ && request_.translates(programLanguage(language_));
@@ -45,7 +50,7 @@ std::optional<WhisperListener::Decoded> WhisperListener::decode(const Stretch& s
     identify(stretch);
     if (!identified_) return std::nullopt;
     if (language_ != guessed || translated != request_.translates(programLanguage(language_)))
-      return decode(stretch);
+      return decodeInTurn(stretch);
   }
   if (!isPlausible(text, stretch.spoken)) {
     log::trace(log::Category::service, "dropped what is not plausible: certainty ", text.certainty,

@@ -19,8 +19,10 @@ class WhisperListener : public UtteranceListener {
 
  protected:
   std::optional<Decoded> decode(const Stretch& stretch) override;
+  bool isDecoderFree() override { return engine_.turns().isOneFree(); }
 
  private:
+  std::optional<Decoded> decodeInTurn(const Stretch& stretch);
   void identify(const Stretch& stretch);
 
   WhisperEngine& engine_;
