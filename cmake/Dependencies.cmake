@@ -8,6 +8,12 @@ find_package(ICU REQUIRED COMPONENTS uc i18n)
 find_package(SQLite3 REQUIRED)
 find_package(CURL REQUIRED)
 find_package(Qt6 6.4 REQUIRED COMPONENTS Core DBus Quick Widgets)
+# On Wayland, the caption panel above all windows. Debian 12 has the library for Qt 5 alone; the panel is a window of
+# the X server there.
+find_package(LayerShellQt 6 CONFIG QUIET)
+if(LayerShellQt_FOUND)
+  pkg_check_modules(WaylandClient REQUIRED IMPORTED_TARGET wayland-client)
+endif()
 set(Boost_USE_DEBUG_RUNTIME OFF)
 find_package(Boost 1.81 REQUIRED COMPONENTS json url)
 

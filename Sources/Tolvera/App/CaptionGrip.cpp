@@ -6,14 +6,19 @@
 
 namespace tolvera {
 
-CaptionGrip::CaptionGrip(Part part, QQuickItem& scene) : QQuickItem(&scene), part_(part) {
+CaptionGrip::CaptionGrip(Part part, QQuickItem& panel) : QQuickItem(panel.parentItem()), part_(part) {
   setZ(part == Part::ground ? -1 : 1);
   setAcceptedMouseButtons(Qt::LeftButton);
   setAcceptHoverEvents(part == Part::edges);
-  const auto fill = [this, &scene] { setSize(scene.size()); };
-  connect(&scene, &QQuickItem::widthChanged, this, fill);
-  connect(&scene, &QQuickItem::heightChanged, this, fill);
-  fill();
+  const auto follow = [this, &panel] {
+    setPosition(panel.position());
+    setSize(panel.size());
+  };
+  connect(&panel, &QQuickItem::xChanged, this, follow);
+  connect(&panel, &QQuickItem::yChanged, this, follow);
+  connect(&panel, &QQuickItem::widthChanged, this, follow);
+  connect(&panel, &QQuickItem::heightChanged, this, follow);
+  follow();
 }
 
 Qt::CursorShape CaptionGrip::cursorFor(Qt::Edges edges) {
@@ -49,10 +54,12 @@ void CaptionGrip::hoverLeaveEvent(QHoverEvent* event) {
 }
 
 void CaptionGrip::mousePressEvent(QMouseEvent* event) {
-  Q_EMIT pressed(edgesAt(event->position()), event->globalPosition());
+  Q_EMIT pressed(edgesAt(event->position()), event->globalPosition(), event->scenePosition());
 }
 
-void CaptionGrip::mouseMoveEvent(QMouseEvent* event) { Q_EMIT moved(event->globalPosition()); }
+void CaptionGrip::mouseMoveEvent(QMouseEvent* event) {
+  Q_EMIT moved(event->globalPosition(), event->scenePosition());
+}
 
 void CaptionGrip::mouseReleaseEvent(QMouseEvent*) { Q_EMIT released(); }
 

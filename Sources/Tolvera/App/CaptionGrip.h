@@ -7,14 +7,15 @@ namespace tolvera {
 
 // The part of the caption panel that the pointer drags or resizes it by: either the ground below everything,
 // which gets the presses that neither text nor controls take, or the edges above everything. An element of
-// the panel's scene, as large as the panel; main thread.
+// the panel's scene, as large as the panel and in the same place; main thread.
 class CaptionGrip final : public QQuickItem {
   Q_OBJECT
 
  public:
   enum class Part { ground, edges };
 
-  CaptionGrip(Part part, QQuickItem& scene);
+  // `panel` outlives the grip, and is beside it.
+  CaptionGrip(Part part, QQuickItem& panel);
 
   // The pointer's shape at these edges.
   [[nodiscard]] static Qt::CursorShape cursorFor(Qt::Edges edges);
@@ -26,9 +27,9 @@ class CaptionGrip final : public QQuickItem {
   void hovered();
   // It is there no longer.
   void left();
-  // Points are those of the desktop. Without edges the press drags the whole panel.
-  void pressed(Qt::Edges edges, QPointF pointer);
-  void moved(QPointF pointer);
+  // Without edges the press drags the whole panel.
+  void pressed(Qt::Edges edges, QPointF onDesktop, QPointF inWindow);
+  void moved(QPointF onDesktop, QPointF inWindow);
   void released();
 
  protected:

@@ -27,12 +27,13 @@ void PointerGrabWindow::cover() {
 
 void PointerGrabWindow::mousePressEvent(QMouseEvent* event) {
   const auto edges = edgesAt_(event->globalPosition());
-  if (event->button() == Qt::LeftButton && edges) Q_EMIT pressed(edges, event->globalPosition());
+  if (event->button() != Qt::LeftButton || !edges) return;
+  Q_EMIT pressed(edges, event->globalPosition(), event->position());
 }
 
 void PointerGrabWindow::mouseMoveEvent(QMouseEvent* event) {
   if (event->buttons() & Qt::LeftButton) {
-    Q_EMIT moved(event->globalPosition());
+    Q_EMIT moved(event->globalPosition(), event->position());
   } else {
     watch(event->globalPosition());
   }

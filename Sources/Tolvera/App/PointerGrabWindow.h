@@ -24,8 +24,8 @@ class PointerGrabWindow final : public QRasterWindow {
 
  Q_SIGNALS:
   // As a grip's.
-  void pressed(Qt::Edges edges, QPointF pointer);
-  void moved(QPointF pointer);
+  void pressed(Qt::Edges edges, QPointF onDesktop, QPointF inWindow);
+  void moved(QPointF onDesktop, QPointF inWindow);
   void released();
 
  protected:

@@ -29,12 +29,12 @@ constexpr double cardRadius = 12;
 // Far beyond any screen, and within what a window server can express.
 constexpr double farAway = 20'000;
 
-QPoint windowPosition(QPointF origin) {
-  return QPointF(std::clamp(origin.x(), -farAway, farAway), std::clamp(origin.y(), -farAway, farAway))
-      .toPoint();
+QRect frameAt(QPointF origin, QSize size) {
+  const QPointF near(std::clamp(origin.x(), -farAway, farAway), std::clamp(origin.y(), -farAway, farAway));
+  return {near.toPoint(), size};
 }
 
-// On Wayland only the compositor moves windows.
+// On Wayland only the compositor moves ordinary windows.
 bool desktopMovesWindows() { return QGuiApplication::platformName().startsWith(QStringLiteral("wayland")); }
 
 } // namespace
@@ -48,10 +48,13 @@ QuickCaptionPanel::QuickCaptionPanel(QQmlEngine& engine, AppState& state, platfo
   setMinimumSize(CaptionGeometry::minimumSize.toSize());
   setMaximumSize(CaptionGeometry::maximumSize.toSize());
   setResizeMode(QQuickView::SizeRootObjectToView);
-  resize(CaptionGeometry::savedSize(defaults).toSize());
-  loadView(*this, Views::captionView, state);
+  floating_.setFrame({QPoint(), CaptionGeometry::savedSize(defaults).toSize()});
+  loadView(*this, Views::captionPanel, state);
   addGrip(CaptionGrip::Part::ground);
   addGrip(CaptionGrip::Part::edges);
+  connect(&floating_, &FloatingWindow::frameInWindowChanged, this,
+          [this] { rootObject()->setProperty("frame", QRectF(floating_.frameInWindow())); });
+  connect(&floating_, &FloatingWindow::screenChosen, this, &QuickCaptionPanel::placeOnOwnScreen);
   compositorPoll_.setInterval(compositorPollInterval);
   connect(&compositorPoll_, &QTimer::timeout, this, &QuickCaptionPanel::updateMask);
   followWindowOrder();
@@ -59,26 +62,32 @@ QuickCaptionPanel::QuickCaptionPanel(QQmlEngine& engine, AppState& state, platfo
 }
 
 void QuickCaptionPanel::restorePosition() {
+  if (floating_.isLayer()) {
+    floating_.forgetScreen();
+    return placeOnOwnScreen();
+  }
   const auto screen = ScreenGeometry::screenAt(ScreenGeometry::currentScreens(), QCursor::pos());
   if (screen) placeOn(*screen);
 }
+
+void QuickCaptionPanel::placeOnOwnScreen() { placeOn({screen()->geometry(), screen()->availableGeometry()}); }
 
 void QuickCaptionPanel::placeOn(const ScreenArea& screen) {
   const auto& frame = screen.frame;
   log::trace(log::Category::windows, "panel placed on the screen at ", frame.x(), ", ", frame.y(), ", ",
              frame.width(), " by ", frame.height());
-  setPosition(windowPosition(
-      CaptionGeometry::origin(screen.visibleFrame, size(), CaptionGeometry::savedPlace(defaults_))));
+  const auto size = floating_.frame().size();
+  floating_.setFrame(frameAt(
+      CaptionGeometry::origin(screen.visibleFrame, size, CaptionGeometry::savedPlace(defaults_)), size));
 }
 
 void QuickCaptionPanel::savePosition() {
-  const auto screen =
-      CaptionGeometry::screenOf(ScreenGeometry::currentScreens(), QRectF(geometry()), QCursor::pos());
-  if (!screen) return;
-  CaptionGeometry::savePlace(defaults_, CaptionGeometry::placeOf(screen->visibleFrame, QRectF(geometry())));
+  const QRectF frame = floating_.frame();
+  const auto screen = CaptionGeometry::screenOf(ScreenGeometry::currentScreens(), frame, QCursor::pos());
+  if (screen) CaptionGeometry::savePlace(defaults_, CaptionGeometry::placeOf(screen->visibleFrame, frame));
 }
 
-void QuickCaptionPanel::saveSize() { CaptionGeometry::saveSize(defaults_, size()); }
+void QuickCaptionPanel::saveSize() { CaptionGeometry::saveSize(defaults_, floating_.frame().size()); }
 
 void QuickCaptionPanel::orderFrontRegardless() {
   log::trace(log::Category::windows, "panel shown");
@@ -91,13 +100,13 @@ void QuickCaptionPanel::orderFrontRegardless() {
 void QuickCaptionPanel::orderOut() {
   compositorPoll_.stop();
   log::trace(log::Category::windows, "panel hidden");
-  gesture_.reset();
   grabWindow_.reset();
   hide();
+  end();
 }
 
 void QuickCaptionPanel::addGrip(CaptionGrip::Part part) {
-  auto* const grip = new CaptionGrip(part, *contentItem());
+  auto* const grip = new CaptionGrip(part, *rootObject()->childItems().constFirst());
   connect(grip, &CaptionGrip::hovered, this, [this] {
     notePointerAtEdge(true);
     coverDesktop();
@@ -125,14 +134,17 @@ void QuickCaptionPanel::coverDesktop() {
 
 template<typename Source>
 void QuickCaptionPanel::takeGestures(Source& source) {
-  connect(&source, &Source::pressed, this,
-          [this](Qt::Edges edges, QPointF pointer) { begin({edges, pointer, QRectF(geometry())}); });
-  connect(&source, &Source::moved, this, &QuickCaptionPanel::follow);
-  connect(&source, &Source::released, this, [this] { gesture_.reset(); });
+  connect(&source, &Source::pressed, this, [this](Qt::Edges edges, QPointF onDesktop, QPointF inWindow) {
+    floating_.takeHold(inWindow);
+    begin({edges, floating_.pointer(onDesktop, inWindow), floating_.frame()});
+  });
+  connect(&source, &Source::moved, this,
+          [this](QPointF onDesktop, QPointF inWindow) { follow(floating_.pointer(onDesktop, inWindow)); });
+  connect(&source, &Source::released, this, &QuickCaptionPanel::end);
 }
 
 void QuickCaptionPanel::begin(Gesture gesture) {
-  if (!desktopMovesWindows()) {
+  if (floating_.isLayer() || !desktopMovesWindows()) {
     gesture_ = gesture;
   } else if (gesture.edges) {
     startSystemResize(gesture.edges);
@@ -145,12 +157,17 @@ void QuickCaptionPanel::follow(QPointF pointer) {
   if (!gesture_) return;
   const auto moved = pointer - gesture_->pressedAt;
   if (!gesture_->edges) {
-    setPosition(windowPosition(gesture_->start.topLeft() + moved));
+    floating_.setFrame(frameAt(gesture_->start.topLeft() + moved, gesture_->start.size().toSize()));
   } else {
-    setGeometry(CaptionGeometry::resized(gesture_->start, gesture_->edges, moved).toRect());
+    floating_.setFrame(CaptionGeometry::resized(gesture_->start, gesture_->edges, moved).toRect());
     saveSize();
   }
   savePosition();
+}
+
+void QuickCaptionPanel::end() {
+  gesture_.reset();
+  floating_.letGo();
 }
 
 // Some window managers put a full-screen window above windows that they do not manage, so the panel raises
@@ -186,7 +203,7 @@ void QuickCaptionPanel::followScreens() {
 void QuickCaptionPanel::screensChanged() {
   if (!isVisible() || gesture_) return;
   const auto screen =
-      CaptionGeometry::screenOf(ScreenGeometry::currentScreens(), QRectF(geometry()), QCursor::pos());
+      CaptionGeometry::screenOf(ScreenGeometry::currentScreens(), floating_.frame(), QCursor::pos());
   if (screen) placeOn(*screen);
 }
 

@@ -2,6 +2,7 @@
 
 #include "Platform/UserDefaults.h"
 #include "Tolvera/App/CaptionGrip.h"
+#include "Tolvera/App/FloatingWindow.h"
 #include "Tolvera/App/PointerGrabWindow.h"
 #include "Tolvera/App/ScreenGeometry.h"
 #include "Tolvera/Desktop/X11Desktop.h"
@@ -20,7 +21,7 @@ class QQmlEngine;
 namespace tolvera {
 
 // The floating panel with the captions: above every window, on every workspace, never with the keyboard.
-// The window manager does not manage it, so the panel itself handles being dragged, by its ground, and being
+// No window manager manages it, so the panel itself handles being dragged, by its ground, and being
 // resized, at its edges. Its geometry is kept in the preference store. Main thread.
 class QuickCaptionPanel final : public QQuickView, public CaptionPanel {
   Q_OBJECT
@@ -29,7 +30,8 @@ class QuickCaptionPanel final : public QQuickView, public CaptionPanel {
   // `engine`, `state` and `defaults` outlive the panel, which is not yet on the screen.
   QuickCaptionPanel(QQmlEngine& engine, AppState& state, platform::UserDefaults& defaults);
 
-  // Places the panel on the screen with the pointer, where the user left it on its last screen.
+  // Places the panel on the screen with the pointer, where the user left it on its last screen. A compositor
+  // that has layer surfaces chooses the screen.
   void restorePosition();
   // Keeps the place where the panel stands, as shares of its screen.
   void savePosition() override;
@@ -58,13 +60,16 @@ class QuickCaptionPanel final : public QQuickView, public CaptionPanel {
   void takeGestures(Source& source);
   void begin(Gesture gesture);
   void follow(QPointF pointer);
+  void end();
   void placeOn(const ScreenArea& screen);
+  void placeOnOwnScreen();
   void followWindowOrder();
   void followScreens();
   void screensChanged();
   void updateMask();
 
   platform::UserDefaults& defaults_;
+  FloatingWindow floating_{*this};
   std::optional<Gesture> gesture_;
   std::optional<PointerGrabWindow> grabWindow_; // made at the first use
   QTimer compositorPoll_;                       // while the panel is on the screen

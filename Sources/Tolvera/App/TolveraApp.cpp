@@ -4,6 +4,7 @@
 #include "Tolvera/App/QuickCaptionWindow.h"
 #include "Tolvera/App/QuickOnboardingWindow.h"
 #include "Tolvera/App/WindowActivation.h"
+#include "Tolvera/Desktop/LayerShell.h"
 #include "Tolvera/Desktop/X11Desktop.h"
 #include "Tolvera/Views/AppLogo.h"
 #include "Tolvera/Views/Views.h"
@@ -36,14 +37,20 @@ bool runModal(const Alert& alert) {
 } // namespace
 
 bool TolveraApp::prepareProcess() {
-  // Only X lets a window float above full-screen windows; Wayland desktops run an X server as well.
+  // Qt has one platform plugin for a process. The panel floats above full-screen windows as a layer surface
+  // or on X, which Wayland desktops run as well.
+  const bool isWayland = !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY");
   if (qEnvironmentVariableIsSet("QT_QPA_PLATFORM")) {
     log::trace(log::Category::windows, "platform plugin of QT_QPA_PLATFORM");
+  } else if (isWayland && LayerShell::isOffered()) {
+    qputenv("QT_QPA_PLATFORM", "wayland;xcb");
+    log::trace(log::Category::windows, "platform plugin wayland, since the compositor has layer surfaces");
   } else if (X11Desktop::isReachable()) {
     qputenv("QT_QPA_PLATFORM", "xcb");
-    log::trace(log::Category::windows, "platform plugin xcb, since there is an X display");
-  } else if (!qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY")) {
-    log::trace(log::Category::windows, "platform plugin left to Qt: no X display");
+    log::trace(log::Category::windows, "platform plugin xcb, since there is an X display",
+               isWayland ? " and no layer surface" : "");
+  } else if (isWayland) {
+    log::trace(log::Category::windows, "platform plugin left to Qt: no layer surface and no X display");
   } else {
     return false;
   }

@@ -7,6 +7,7 @@ namespace tolvera::Views {
 
 // Where each view is found.
 inline constexpr const char* mainView = "qrc:/qt/qml/Tolvera/Views/MainView.qml";
+inline constexpr const char* captionPanel = "qrc:/qt/qml/Tolvera/Views/CaptionPanel.qml";
 inline constexpr const char* captionView = "qrc:/qt/qml/Tolvera/Views/CaptionView.qml";
 inline constexpr const char* onboardingView = "qrc:/qt/qml/Tolvera/Views/OnboardingView.qml";
 
