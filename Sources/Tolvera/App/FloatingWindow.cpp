@@ -1,5 +1,6 @@
 #include "Tolvera/App/FloatingWindow.h"
 
+#include "Tolvera/App/ScreenGeometry.h"
 #include "Tolvera/Desktop/LayerShell.h"
 
 #include <QEvent>
@@ -7,56 +8,79 @@
 #include <QWindow>
 
 #include <algorithm>
+#include <chrono>
 #include <utility>
 
 namespace tolvera {
 
 namespace {
 
+using namespace std::chrono_literals;
+
 // How far the corner of the window that covers the desktop is from the panel's at least: much further than
 // the pointer goes between two of its events.
 constexpr int reach = 400;
+
+// How long after a window has come its screen is known for certain.
+constexpr auto choiceLimit = 200ms;
+
+QPoint insideEveryScreen(QRect frame) {
+  for (const auto* screen : QGuiApplication::screens()) {
+    const QRectF visible(QPointF(0, 0), screen->size());
+    frame = ScreenGeometry::movedInside(visible, frame).toRect();
+  }
+  return frame.topLeft();
+}
 
 } // namespace
 
 FloatingWindow::FloatingWindow(QWindow& window) : window_(window), isLayer_(LayerShell::adopt(window)) {
   if (!isLayer_) return;
   window.installEventFilter(this);
-  const auto follow = [this] {
-    if (window_.isVisible() && !isHeld_ && window_.screen() != screen_) Q_EMIT screenChosen();
+  chosen_.setSingleShot(true);
+  chosen_.setInterval(choiceLimit);
+  const auto tell = [this] {
+    if (window_.isVisible() && !isHeld_) Q_EMIT screenChosen();
+  };
+  connect(&chosen_, &QTimer::timeout, this, tell);
+  const auto follow = [this, tell] {
+    if (window_.screen() != screen_) tell();
   };
   connect(&window, &QWindow::screenChanged, this, follow, Qt::QueuedConnection);
 }
 
 QRect FloatingWindow::frame() const { return isLayer_ ? frame_ : window_.geometry(); }
 
-QRect FloatingWindow::frameInWindow() const {
-  return isLayer_ ? frame_.translated(-covered_.topLeft()) : QRect(QPoint(), window_.size());
-}
-
 void FloatingWindow::setFrame(const QRect& frame) {
   if (!isLayer_) return window_.setGeometry(frame);
   frame_ = frame;
-  if (isSpread_) {
-    if (covered_ == wanted_) Q_EMIT frameInWindowChanged();
-  } else if (isHeld_) {
-    spread();
-  } else if (!window_.isVisible()) {
-    screen_ = window_.screen();
+  if (!isHeld_) {
     cover(frame);
-  } else {
-    auto& screen = screenUnder(frame);
-    const bool stands = screen_ && &screen == window_.screen() && frame.size() == covered_.size() &&
-                        frame.topLeft() - screen.geometry().topLeft() == onScreen_;
-    if (!stands) return showOn(screen);
-    // The compositor chose a screen that is like the expected one.
-    screen_ = &screen;
-    wanted_ = covered_ = frame;
+  } else if (!isSpread_) {
+    spread();
+  } else if (covered_ == wanted_) {
+    Q_EMIT frameInWindowChanged();
   }
 }
 
-void FloatingWindow::forgetScreen() {
-  if (isLayer_) LayerShell::choose(window_, LayerShell::Screen::current);
+void FloatingWindow::standOn(const QRect& screen, const QRect& frame) {
+  if (!isLayer_) return setFrame(frame);
+  frame_ = frame;
+  auto* const own = QGuiApplication::screenAt(screen.center());
+  const bool isNew = !window_.isVisible();
+  const auto place = frame.topLeft() - screen.topLeft();
+  const bool stands =
+      screen_ && own == window_.screen() && frame.size() == covered_.size() && place == onScreen_;
+  if (!isNew && !stands) return showOn(own ? *own : *window_.screen());
+  screen_ = own;
+  cover(frame);
+  if (!isNew) return;
+  LayerShell::choose(window_, LayerShell::Screen::current);
+  if (QGuiApplication::screens().size() == 1) return;
+  // On two screens at once, the window could not tell which one is its own.
+  onScreen_ = insideEveryScreen({place, frame.size()});
+  LayerShell::place(window_, onScreen_);
+  chosen_.start();
 }
 
 void FloatingWindow::takeHold(QPointF inWindow) {
@@ -98,19 +122,19 @@ void FloatingWindow::cover(const QRect& area) {
   const bool isResized = window_.isVisible() && window_.size() != area.size();
   wanted_ = area;
   window_.resize(area.size());
-  if (!isResized) followSize();
+  if (!isResized) placeWindow();
 }
 
+// The window's place changes with the frame that has the new size.
 bool FloatingWindow::eventFilter(QObject* watched, QEvent* event) {
-  if (event->type() == QEvent::Resize) followSize();
+  if (event->type() == QEvent::Resize && covered_ != wanted_ && window_.size() == wanted_.size())
+    placeWindow();
   return QObject::eventFilter(watched, event);
 }
 
-// The window's place and its size change with the same frame.
-void FloatingWindow::followSize() {
-  if (window_.size() != wanted_.size() || !screen_) return;
+void FloatingWindow::placeWindow() {
   covered_ = wanted_;
-  onScreen_ = covered_.topLeft() - screen_->geometry().topLeft();
+  if (screen_) onScreen_ = covered_.topLeft() - screen_->geometry().topLeft();
   LayerShell::place(window_, onScreen_);
   Q_EMIT frameInWindowChanged();
 }

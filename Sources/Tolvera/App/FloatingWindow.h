@@ -6,6 +6,7 @@
 #include <QPointer>
 #include <QRect>
 #include <QScreen>
+#include <QTimer>
 
 class QWindow;
 
@@ -26,11 +27,13 @@ class FloatingWindow final : public QObject {
   [[nodiscard]] bool isLayer() const { return isLayer_; }
 
   [[nodiscard]] QRect frame() const;
+  // For a window that is not shown, and during a drag.
   void setFrame(const QRect& frame);
-  // The part of the window that the panel is drawn in.
-  [[nodiscard]] QRect frameInWindow() const;
-  // A layer surface comes next to the screen that the compositor takes for the current one.
-  void forgetScreen();
+  // Puts the panel on the screen with that geometry. When a layer surface is shown, it comes to the screen
+  // that the compositor takes for the current one, and `screenChosen` tells.
+  void standOn(const QRect& screen, const QRect& frame);
+  // Of a layer surface: the part of the window that the panel is drawn in.
+  [[nodiscard]] QRect frameInWindow() const { return frame_.translated(-covered_.topLeft()); }
 
   // A drag begins with a press at that point of the window. The frame may be set until it ends.
   void takeHold(QPointF inWindow);
@@ -39,7 +42,7 @@ class FloatingWindow final : public QObject {
   [[nodiscard]] QPointF pointer(QPointF onDesktop, QPointF inWindow);
 
  Q_SIGNALS:
-  // The compositor has put the layer surface on another screen than was expected, or its screen has gone.
+  // The window's own screen is the one that the compositor has chosen, now or because the last one has gone.
   void screenChosen();
   void frameInWindowChanged();
 
@@ -47,7 +50,7 @@ class FloatingWindow final : public QObject {
   bool eventFilter(QObject* watched, QEvent* event) override;
   void spread();
   void cover(const QRect& area);
-  void followSize();
+  void placeWindow();
   void showOn(QScreen& screen);
   [[nodiscard]] QScreen& screenUnder(const QRect& frame) const;
 
@@ -59,6 +62,7 @@ class FloatingWindow final : public QObject {
   QRect covered_;            // what it covers
   QPoint onScreen_;          // the place of that on its screen
   QPointer<QScreen> screen_; // none: the screen has gone, and the surface with it
+  QTimer chosen_;
   bool isHeld_ = false;
   bool isSpread_ = false; // over the desktop
   QPointF pressedCorner_; // the window's at the press

@@ -62,10 +62,7 @@ QuickCaptionPanel::QuickCaptionPanel(QQmlEngine& engine, AppState& state, platfo
 }
 
 void QuickCaptionPanel::restorePosition() {
-  if (floating_.isLayer()) {
-    floating_.forgetScreen();
-    return placeOnOwnScreen();
-  }
+  if (floating_.isLayer()) return placeOnOwnScreen();
   const auto screen = ScreenGeometry::screenAt(ScreenGeometry::currentScreens(), QCursor::pos());
   if (screen) placeOn(*screen);
 }
@@ -77,8 +74,9 @@ void QuickCaptionPanel::placeOn(const ScreenArea& screen) {
   log::trace(log::Category::windows, "panel placed on the screen at ", frame.x(), ", ", frame.y(), ", ",
              frame.width(), " by ", frame.height());
   const auto size = floating_.frame().size();
-  floating_.setFrame(frameAt(
-      CaptionGeometry::origin(screen.visibleFrame, size, CaptionGeometry::savedPlace(defaults_)), size));
+  floating_.standOn(frame.toRect(), frameAt(CaptionGeometry::origin(screen.visibleFrame, size,
+                                                                    CaptionGeometry::savedPlace(defaults_)),
+                                            size));
 }
 
 void QuickCaptionPanel::savePosition() {
