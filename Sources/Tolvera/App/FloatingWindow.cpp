@@ -5,6 +5,7 @@
 
 #include <QEvent>
 #include <QGuiApplication>
+#include <QMouseEvent>
 #include <QWindow>
 
 #include <algorithm>
@@ -97,6 +98,7 @@ void FloatingWindow::letGo() {
     showOn(screen);
   } else {
     cover(frame_);
+    isPointerStale_ = true;
   }
 }
 
@@ -125,11 +127,32 @@ void FloatingWindow::cover(const QRect& area) {
   if (!isResized) placeWindow();
 }
 
-// The window's place changes with the frame that has the new size.
 bool FloatingWindow::eventFilter(QObject* watched, QEvent* event) {
-  if (event->type() == QEvent::Resize && covered_ != wanted_ && window_.size() == wanted_.size())
-    placeWindow();
+  switch (event->type()) {
+  case QEvent::Resize: // the place changes with the frame that has the new size
+    if (covered_ != wanted_ && window_.size() == wanted_.size()) placeWindow();
+    break;
+  case QEvent::MouseMove:
+    if (event->spontaneous()) isPointerStale_ = false;
+    break;
+  case QEvent::MouseButtonPress:
+  case QEvent::MouseButtonDblClick:
+  case QEvent::MouseButtonRelease:
+    if (!isPointerStale_ || !event->spontaneous()) break;
+    sendPointer(*static_cast<const QMouseEvent*>(event));
+    return true;
+  default:
+    break;
+  }
   return QObject::eventFilter(watched, event);
+}
+
+// Not every compositor tells where a pointer at rest is in a window that has moved.
+void FloatingWindow::sendPointer(const QMouseEvent& original) {
+  const auto inWindow = pointer_ - covered_.topLeft();
+  QMouseEvent event(original.type(), inWindow, inWindow, original.globalPosition(), original.button(),
+                    original.buttons(), original.modifiers(), original.pointingDevice());
+  QCoreApplication::sendEvent(&window_, &event);
 }
 
 void FloatingWindow::placeWindow() {

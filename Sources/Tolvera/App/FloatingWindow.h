@@ -8,6 +8,7 @@
 #include <QScreen>
 #include <QTimer>
 
+class QMouseEvent;
 class QWindow;
 
 namespace tolvera {
@@ -51,6 +52,7 @@ class FloatingWindow final : public QObject {
   void spread();
   void cover(const QRect& area);
   void placeWindow();
+  void sendPointer(const QMouseEvent& original);
   void showOn(QScreen& screen);
   [[nodiscard]] QScreen& screenUnder(const QRect& frame) const;
 
@@ -67,6 +69,7 @@ class FloatingWindow final : public QObject {
   bool isSpread_ = false; // over the desktop
   QPointF pressedCorner_; // the window's at the press
   QPointF pointer_;
+  bool isPointerStale_ = false; // Qt has it in the window as that was before
 };
 
 } // namespace tolvera
