@@ -4,7 +4,6 @@ window_story.py FOLDER-WITH-THE-PROGRAMS OTHER-PROGRAM CHAPTER"""
 
 import os
 import pathlib
-import re
 import signal
 import socket
 import sys
@@ -31,7 +30,7 @@ class Windows:
     """The program with its caption panel and made-up captions, without a service, beside another program."""
 
     def __init__(self, stage, other):
-        self._stage, self._other = stage, other
+        self._stage, self._other, self._beside = stage, other, None
         stage.url = "http://127.0.0.1:9/livetranslate"
         stage.prefer(seenOnboarding=True, uiLanguage="english", TolveraPreviewOverlay=True)
 
@@ -41,20 +40,30 @@ class Windows:
 
     def launch_with_panel(self):
         self.process = self.launch()
-        self.panel = wait_for("the panel", lambda: screen.panel_of(self.process.pid))
+        if screen.IS_WAYLAND:
+            wait_for("the panel", lambda: len(screen.Program(self.process.pid).windows()) == 2)
+        else:
+            self.panel = wait_for("the panel", lambda: screen.panel_of(self.process.pid))
         screen.settle()
+        if screen.IS_WAYLAND and self._beside and self._beside.poll() is None:
+            screen.output("swaymsg", '[title="other program"] focus')
+            screen.settle()
 
     def start_other(self, platform="xcb"):
         other = self._stage.start(self._other, "-platform", platform, log="keys")
         wait_for("the other program on the whole screen",
                  lambda: all(is_other(desktop.picture().pixel(at, at)) for at in (3, -3)))
         screen.settle()
+        self._beside = other
         return other
 
     # --- The panel --------------------------------------------------------------------------------------------
 
     def frame(self):
-        return geometry(self.panel)
+        """Where the panel is; on Wayland where it is seen, above the other program."""
+        if not screen.IS_WAYLAND:
+            return geometry(self.panel)
+        return wait_for("the panel above the other program", lambda: desktop.picture().area_on(OTHER_COLOR))
 
     def ground(self):
         """In the card, below the text."""
@@ -95,19 +104,18 @@ class Windows:
             print(f" beside a program that uses {platform}")
             self.launch_with_panel()
             # Some window managers put a full-screen window above the panel. These do not, so it begins below.
-            screen.eye().lower(self.panel)
+            if not screen.IS_WAYLAND:
+                screen.eye().lower(self.panel)
             other = self.start_other(platform)
             promise("the panel is above a full-screen window that comes later",
                     not is_other(screen.pixel(*self.ground())))
             self._stage.end(self.process)
             self.launch_with_panel()
-            if screen.IS_WAYLAND:
-                screen.output("swaymsg", '[title="other program"] focus')
-            else:
+            if not screen.IS_WAYLAND:
                 window = screen.windows_named("other program")[0]
                 promise("the panel does not take the focus when it comes", screen.focused_window() != self.panel)
                 screen.output("wmctrl", "-i", "-a", str(window))
-            screen.settle()
+                screen.settle()
             focus = desktop.focus()
             promise("the panel is above a full-screen window that was there first",
                     not is_other(screen.pixel(*self.ground())) and is_other(screen.pixel(3, 3)))
@@ -128,6 +136,8 @@ class Windows:
             self._stage.end(self.process)
 
     def gestures(self):
+        if screen.IS_WAYLAND:
+            self.start_other("wayland")
         self.launch_with_panel()
         x, y, width, height = self.frame()
         ground = self.ground()
@@ -177,6 +187,28 @@ class Windows:
         turn("DUMMY1", "--off")
         promise("it comes to a screen that is there when its own goes", self.stands_on(*large))
 
+    def outputs(self):
+        """A compositor's screens; it chooses the one for the panel."""
+        def sway(*words):
+            screen.output("swaymsg", *words)
+
+        def launch():
+            self.launch_with_panel()
+            sway("[app_id=org.tolvera.Tolvera] kill")  # its main window, which closes
+
+        beside, large = (1280, 0, 1024, 800), (0, 0, 1280, 800)
+        sway("output", "*", "background", "#{:02x}{:02x}{:02x}".format(*OTHER_COLOR), "solid_color")
+        launch()
+        sway("create_output")
+        sway("output HEADLESS-2 resolution 1024x800 position 1280 0; output HEADLESS-1 position 0 0")
+        promise("the panel stays when another screen comes", self.stands_on(*large))
+        self._stage.end(self.process)
+        sway("focus output HEADLESS-2")
+        launch()
+        promise("it comes to the compositor's current screen", self.stands_on(*beside))
+        sway("output HEADLESS-2 disable")
+        promise("it comes to a screen that is there when its own goes", self.stands_on(*large))
+
     def low_screen(self):
         """Both ordinary windows, with their frames and the buttons that matter, on a screen lower than they are."""
         screen.output("xrandr", "--output", "DUMMY0", "--mode", "640x480")
@@ -194,9 +226,10 @@ class Windows:
                         min(x, y) >= 0 and x + width <= 640 and y + height <= 480)
 
     def scales(self):
-        def size():  # the X server inside rounds it
-            return tuple(map(int, re.search(r"(\d+)x(\d+)\+0\+0", screen.output("xrandr")).groups()))
+        def size():
+            return desktop.picture().width, desktop.picture().height
 
+        self.start_other("wayland")
         self.launch_with_panel()
         for scale in (1.25, 1.5, 2):
             before = size()

@@ -8,6 +8,7 @@ import json
 import os
 import re
 import socket
+import statistics
 import struct
 import subprocess
 import time
@@ -122,6 +123,24 @@ class Picture:
         start = self._size * (round(y) % self.height * self.width + round(x) % self.width)
         point = tuple(self.points[start:start + 3])
         return point if self._size == 3 else point[::-1]
+
+    def area_on(self, color):
+        """(x, y, width, height) of the one thing on a ground of that colour, wherever the pointer is; None if
+        there is none. The screen's very edges, which scaling changes, do not count."""
+        ground, edge, rows = bytes(color), 4, []
+        for y in range(edge, self.height - edge):
+            start = 3 * (y * self.width + edge)
+            row = self.points[start:start + 3 * (self.width - 2 * edge)]
+            if row == ground * (len(row) // 3):
+                continue
+            others = [x // 3 for x in range(0, len(row), 3) if row[x:x + 3] != ground]
+            if others[-1] - others[0] > 100:
+                rows.append((y, edge + others[0], edge + others[-1]))
+        if not rows:
+            return None
+        # The thing may have round corners, and the pointer may stand beside it.
+        left, right = (statistics.mode(row[side] for row in rows) for side in (1, 2))
+        return left, rows[0][0], right - left + 1, rows[-1][0] - rows[0][0] + 1
 
 
 class Eye:
