@@ -95,7 +95,7 @@ platform::MachineFacts LinuxPlatform::machineFacts() const {
   facts.microphone = adapters_->audio.inputName();
   if (isSet("WAYLAND_DISPLAY")) {
     facts.desktop =
-        isSet("DISPLAY") ? "Wayland, with an X server inside" : "Wayland; the panel is an ordinary window";
+        isSet("DISPLAY") ? "Wayland, with an X server inside" : "Wayland; the panel may be an ordinary window";
   } else if (isSet("DISPLAY")) {
     facts.desktop = "X11";
   }

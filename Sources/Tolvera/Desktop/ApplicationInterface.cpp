@@ -1,9 +1,29 @@
 #include "Tolvera/Desktop/ApplicationInterface.h"
 
+#include <QDBusArgument>
 #include <QDBusConnection>
 #include <QDBusMessage>
 
 namespace tolvera {
+
+namespace {
+
+// While it lives, Qt finds the token by which a Wayland compositor lets a window come to the front.
+class ActivationToken {
+ public:
+  explicit ActivationToken(const QDBusMessage& message) {
+    const auto platformData =
+        qdbus_cast<QVariantMap>(message.arguments().value(message.arguments().size() - 1));
+    qputenv(variable, platformData.value(QStringLiteral("activation-token")).toByteArray());
+  }
+  ~ActivationToken() { qunsetenv(variable); }
+  Q_DISABLE_COPY_MOVE(ActivationToken)
+
+ private:
+  static constexpr const char* variable = "XDG_ACTIVATION_TOKEN";
+};
+
+} // namespace
 
 const QString ApplicationInterface::name = QStringLiteral("org.freedesktop.Application");
 
@@ -20,6 +40,7 @@ QString ApplicationInterface::introspect(const QString&) const {
 bool ApplicationInterface::handleMessage(const QDBusMessage& message, const QDBusConnection& connection) {
   if (message.interface() != name) return false;
   const auto member = message.member();
+  const ActivationToken token(message);
   // The program opens no files; to be asked to open one means to show itself.
   if (member == QStringLiteral("Activate") || member == QStringLiteral("Open")) {
     Q_EMIT instance_.activated();
