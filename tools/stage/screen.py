@@ -125,16 +125,16 @@ class Picture:
         return point if self._size == 3 else point[::-1]
 
     def area_on(self, color):
-        """(x, y, width, height) of the one thing on a ground of that colour, wherever the pointer is; None if
-        there is none. The screen's very edges, which scaling changes, do not count."""
+        """(x, y, width, height) of the one dark thing on a ground of that colour, wherever the pointer is; None if
+        there is none. The screen's very edges, which scaling changes, do not count, nor does a blurred edge."""
         ground, edge, rows = bytes(color), 4, []
         for y in range(edge, self.height - edge):
             start = 3 * (y * self.width + edge)
             row = self.points[start:start + 3 * (self.width - 2 * edge)]
             if row == ground * (len(row) // 3):
                 continue
-            others = [x // 3 for x in range(0, len(row), 3) if row[x:x + 3] != ground]
-            if others[-1] - others[0] > 100:
+            others = [x // 3 for x in range(0, len(row), 3) if row[x] < color[0] - 60]
+            if others and others[-1] - others[0] > 100:
                 rows.append((y, edge + others[0], edge + others[-1]))
         if not rows:
             return None

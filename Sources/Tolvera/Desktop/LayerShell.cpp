@@ -6,6 +6,7 @@
 
 #include <QGuiApplication>
 #include <QMargins>
+#include <QPointF>
 #include <QWindow>
 
 #include <poll.h>
@@ -94,6 +95,9 @@ bool adopt(QWindow& window) {
 }
 
 void place(QWindow& window, QPoint onScreen) {
+  // The library counts in the compositor's pixels, which differ from Qt's if the user scales Qt's programs.
+  const double scale = qEnvironmentVariable("QT_SCALE_FACTOR").toDouble();
+  if (scale > 0) onScreen = (QPointF(onScreen) * scale).toPoint();
   Surface::get(&window)->setMargins({onScreen.x(), onScreen.y(), 0, 0});
 }
 
