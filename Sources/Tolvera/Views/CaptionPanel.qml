@@ -7,6 +7,7 @@ Item {
 
     required property AppState app
     property alias atEdge: view.atEdge
+    property alias hovering: view.hovering
     // Where the panel is in the window.
     property rect frame: Qt.rect(0, 0, width, height)
 
