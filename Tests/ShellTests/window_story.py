@@ -17,7 +17,7 @@ except (ImportError, ValueError):
     sys.exit(77)
 from screen import desktop, drag, geometry, wait_for
 from stage import Stage, end, main_window, promise, tell
-from tray import Tray
+from tray import Notifications, Tray
 
 OTHER_COLOR = (200, 40, 160)
 
@@ -253,6 +253,7 @@ class Windows:
         return wait_for("the window in front", lambda: screen.focused_window() == self.shows_window(process))
 
     def program(self):
+        notifications = Notifications()
         first = self.launch()
         self.shows_window(first)
         self.start_other()
@@ -261,8 +262,14 @@ class Windows:
         screen.press_key("ctrl+w")
         wait_for("the closed window", lambda: main_window() is None)
         promise("closing the window leaves the program running", first.poll() is None)
+        promise("without a tray it says where it is found", wait_for("the notification", lambda: any(
+            "Launch Tolvera again" in text for text in notifications.texts())))
         promise("a further launch ends with status 0", self.launch().wait(15) == 0)
         promise("it brings the closed window back", self.comes_to_front(first))
+        screen.press_key("ctrl+w")
+        wait_for("the closed window", lambda: main_window() is None)
+        screen.settle()
+        promise("it says so once in a login", len(notifications.texts()) == 1)
         first.kill()
         first.wait()
         hanging = self.launch()

@@ -54,6 +54,7 @@ void AppDelegate::mainWindowClosed() {
   lastGeometry_ = mainWindow_->geometry();
   mainWindow_->deleteLater();
   mainWindow_ = nullptr;
+  Q_EMIT leftWithoutWindow();
 }
 
 bool AppDelegate::eventFilter(QObject* watched, QEvent* event) {

@@ -46,6 +46,8 @@ class AppDelegate final : public QObject {
   bool eventFilter(QObject* watched, QEvent* event) override;
 
  Q_SIGNALS:
+  // The user has closed the main window; the program goes on.
+  void leftWithoutWindow();
   // The program is about to end; its windows go.
   void terminationBegan();
 

@@ -1,5 +1,6 @@
 #include "Tolvera/App/MenuBarExtra.h"
 
+#include "Tolvera/Desktop/LoginNotice.h"
 #include "Tolvera/Desktop/X11Desktop.h"
 #include "Tolvera/Model/AppState.h"
 #include "Tolvera/Views/MenuBarIcon.h"
@@ -49,6 +50,17 @@ QIcon MenuBarExtra::icon(bool running, Colors colors) {
   QIcon icon;
   for (const int side : {16, 18, 22, 24, 32, 36, 44, 48, 64}) icon.addPixmap(drawn(side, running, colors));
   return icon;
+}
+
+void MenuBarExtra::tellIfThereIsNoTray() {
+  if (host_.kind() != TrayHost::Kind::none) return;
+  const auto strings = state_.settings()->strings();
+  LoginNotice::show(
+      QStringLiteral("told-without-tray"), strings.productName(),
+      strings.pick(
+          "托维拉还在运行，这个桌面没有托盘。再启动一次托维拉，窗口就会回来；在窗口里按 Ctrl+Q 退出。",
+          "Tolvera is still running, and this desktop has no tray. Launch Tolvera again and its window "
+          "comes back; Ctrl+Q in the window quits."));
 }
 
 // An icon is bound to the host that it was made for, so another host gets a new one.

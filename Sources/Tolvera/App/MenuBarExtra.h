@@ -33,6 +33,9 @@ class MenuBarExtra final : public QObject {
   // The icon in every size that trays ask for, as squares.
   [[nodiscard]] static QIcon icon(bool running, Colors colors);
 
+  // Without a tray, tells once in a login where the program is found.
+  void tellIfThereIsNoTray();
+
  private:
   void insertOrRemove();
   void redraw();

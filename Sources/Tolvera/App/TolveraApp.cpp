@@ -108,6 +108,8 @@ TolveraApp::~TolveraApp() {
 void TolveraApp::launch() {
   delegate_->openMainWindow();
   menuBarExtra_ = std::make_unique<MenuBarExtra>(*state_, [this] { delegate_->openMainWindow(); });
+  QObject::connect(delegate_.get(), &AppDelegate::leftWithoutWindow, menuBarExtra_.get(),
+                   &MenuBarExtra::tellIfThereIsNoTray);
   QTimer::singleShot(0, delegate_.get(), [this] {
     delegate_->applicationDidFinishLaunching(QCoreApplication::applicationFilePath(), platform_, runModal);
   });
