@@ -3,6 +3,7 @@
 #include "Tolvera/App/ScreenGeometry.h"
 #include "Tolvera/Desktop/LayerShell.h"
 
+#include <QCoreApplication>
 #include <QEvent>
 #include <QGuiApplication>
 #include <QMouseEvent>
@@ -98,7 +99,7 @@ void FloatingWindow::letGo() {
     showOn(screen);
   } else {
     cover(frame_);
-    isPointerStale_ = true;
+    isPointerStale_ = window_.isVisible();
   }
 }
 
@@ -132,6 +133,7 @@ bool FloatingWindow::eventFilter(QObject* watched, QEvent* event) {
   case QEvent::Resize: // the place changes with the frame that has the new size
     if (covered_ != wanted_ && window_.size() == wanted_.size()) placeWindow();
     break;
+  case QEvent::Enter:
   case QEvent::MouseMove:
     if (event->spontaneous()) isPointerStale_ = false;
     break;

@@ -6,6 +6,7 @@
 #include "Tolvera/Views/MenuBarIcon.h"
 
 #include <QCursor>
+#include <QGuiApplication>
 #include <QPainter>
 #include <QPixmap>
 
@@ -38,7 +39,7 @@ QPixmap drawn(int side, bool running, MenuBarExtra::Colors colors) {
 } // namespace
 
 MenuBarExtra::MenuBarExtra(AppState& state, std::function<void()> openWindow)
-    : state_(state), menu_(state, std::move(openWindow)) {
+    : state_(state), openWindow_(std::move(openWindow)), menu_(state, openWindow_) {
   connect(&host_, &TrayHost::changed, this, &MenuBarExtra::insertOrRemove);
   connect(state.settings(), &AppSettings::menuBarEnabledChanged, this, &MenuBarExtra::insertOrRemove);
   connect(&state, &AppState::phaseChanged, this, &MenuBarExtra::redraw);
@@ -73,7 +74,10 @@ void MenuBarExtra::insertOrRemove() {
   icon_ = std::make_unique<QSystemTrayIcon>();
   icon_->setContextMenu(&menu_);
   connect(icon_.get(), &QSystemTrayIcon::activated, this, [this](QSystemTrayIcon::ActivationReason reason) {
-    if (reason == QSystemTrayIcon::Trigger) menu_.popup(QCursor::pos());
+    if (reason != QSystemTrayIcon::Trigger) return;
+    // On Wayland only the desktop can put a menu beside its icon, which it does at the other button.
+    if (QGuiApplication::platformName().startsWith(QStringLiteral("wayland"))) return openWindow_();
+    menu_.popup(QCursor::pos());
   });
   redraw();
   icon_->show();

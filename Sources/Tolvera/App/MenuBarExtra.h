@@ -42,6 +42,7 @@ class MenuBarExtra final : public QObject {
   [[nodiscard]] Colors colors() const;
 
   AppState& state_;
+  const std::function<void()> openWindow_;
   MenuBarView menu_;
   TrayHost host_;
   TrayHost::Kind insertedInto_ = TrayHost::Kind::none;
