@@ -94,8 +94,8 @@ platform::MachineFacts LinuxPlatform::machineFacts() const {
   if (const auto version = adapters_->audio.serverVersion()) facts.soundServer = "PipeWire " + *version;
   facts.microphone = adapters_->audio.inputName();
   if (isSet("WAYLAND_DISPLAY")) {
-    facts.desktop =
-        isSet("DISPLAY") ? "Wayland, with an X server inside" : "Wayland; the panel may be an ordinary window";
+    facts.desktop = isSet("DISPLAY") ? "Wayland, with an X server inside"
+                                     : "Wayland; the panel may be an ordinary window";
   } else if (isSet("DISPLAY")) {
     facts.desktop = "X11";
   }
