@@ -6,6 +6,7 @@ import contextlib
 import json
 import os
 import pathlib
+import re
 import shutil
 import signal
 import subprocess
@@ -34,9 +35,7 @@ class Stage:
 
     def __init__(self, programs):
         self.programs = pathlib.Path(programs).resolve()
-        self.service_log = None
         self._processes = []
-        self._bar = 0
 
     def __enter__(self):
         self.home = pathlib.Path(tempfile.mkdtemp(prefix="tolvera-stage."))
@@ -93,22 +92,24 @@ class Stage:
     def log(self, name):
         return (self.home / name).read_text(errors="replace")
 
-    def start_service(self):
-        """The local service on a port of its own, with accounts of its own."""
-        process = self.start(self.programs / "tolvera-service", "--port", "0", "--state",
-                             self.home / "accounts", log="service.log")
+    def start_service(self, port=0, *options):
+        """The local service with accounts of the stage's own, on a port of its own unless one is given."""
+        log = self.home / "service.log"
+        said = log.stat().st_size if log.exists() else 0
+        process = self.start(self.programs / "tolvera-service", "--port", port, "--state",
+                             self.home / "accounts", *options, log=log.name)
 
         def listening():
             if process.poll() is not None:
-                raise RuntimeError("the local service has ended: " + self.log("service.log"))
-            return "listening on" in self.log("service.log")
+                raise RuntimeError("the local service has ended: " + self.log(log.name))
+            return re.search(r"listening on 127\.0\.0\.1:(\d+)\n", self.log(log.name)[said:])
 
-        wait_for("the local service", listening, 60)
-        line = next(line for line in self.log("service.log").splitlines() if "listening on" in line)
-        self.url = f"http://127.0.0.1:{line.rsplit(':', 1)[1]}/livetranslate"
+        self.port = int(wait_for("the local service", listening, 60)[1])
+        self.url = f"http://127.0.0.1:{self.port}/livetranslate"
+        return process
 
-    def start_player(self, lead=0.5, rounds=8):
-        """The application with the film: each sentence after a pause, all of them `rounds` times."""
+    def make_film(self, lead=0.5, rounds=8):
+        """Each sentence after a pause, all of them `rounds` times."""
         parts = [str(lead)]
         for index, sentence in enumerate(SENTENCES):
             file = self.home / f"sentence-{index}.wav"
@@ -116,6 +117,11 @@ class Stage:
             parts += [str(file), "2.5"]
         film = self.home / "film.wav"
         subprocess.run([STAGE / "sound", "join", film, *(parts[:1] + parts[1:] * rounds)], check=True)
+        return film
+
+    def start_player(self, film=None, **length):
+        """The application with a film of sound, `make_film` if none is given."""
+        film = film or self.make_film(**length)
         player = self._install("org.tolvera.ExamplePlayer", PLAYER,
                                f'pw-play "{film}" &\ntrap "kill $!" TERM\nwait')
         process = self.start(player, log="player.log")
@@ -193,3 +199,10 @@ def end(process, sent=signal.SIGTERM):
         except subprocess.TimeoutExpired:
             process.kill()
     return process.wait()
+
+
+def memory(pid):
+    """Megabytes: (resident, resident with each shared page divided by its users)."""
+    with open(f"/proc/{pid}/smaps_rollup") as file:
+        values = dict(line.split()[:2] for line in file if ":" in line.split()[0])
+    return int(values["Rss:"]) / 1024, int(values["Pss:"]) / 1024
