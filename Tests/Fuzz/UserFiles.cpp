@@ -1,15 +1,17 @@
 #include "Fuzz/Fuzz.h"
 
+#include "Fakes/InMemoryPlatform.h"
 #include "Harness/TemporaryDirectory.h"
 #include "Platform/Linux/Desktop/PreferencesFile.h"
 #include "Platform/Linux/Desktop/XdgDesktopIndex.h"
+#include "Tolvera/Model/TokenStore.h"
 
 #include <array>
 #include <fstream>
 #include <string>
 #include <vector>
 
-// Files that a user or another program has written: preferences, and an entry of the desktop.
+// Files that a user or another program has written: preferences, a token, and an entry of the desktop.
 void tolvera::test::fuzz(std::string_view input) {
   static const TemporaryDirectory directory;
   const auto write = [&](const char* name) {
@@ -20,6 +22,11 @@ void tolvera::test::fuzz(std::string_view input) {
   adapters::PreferencesFile preferences(write("preferences.json"));
   const auto loaded = preferences.load();
   require(preferences.save(loaded), "preferences can be saved after any file");
+
+  InMemoryFileManager files;
+  TokenStore::save(files, input, "server");
+  if (const auto token = TokenStore::load(files, "server"))
+    require(token->find_first_of({"\0\r\n", 3}) == token->npos, "a header carries every token");
 
   write("any.desktop");
   const std::array directories{directory.path()};

@@ -10,10 +10,7 @@
 
 namespace tolvera::adapters {
 
-namespace {
-
-// {"name": "..."}
-std::string nameIn(const char* json) {
+std::string PipeWireMetadata::nameIn(const char* json) {
   std::array<spa_json, 2> levels{};
   spa_json_init(&levels[0], json, std::strlen(json));
   if (spa_json_enter_object(&levels[0], &levels[1]) <= 0) return {};
@@ -29,8 +26,6 @@ std::string nameIn(const char* json) {
   }
   return {};
 }
-
-} // namespace
 
 struct PipeWireMetadata::Events {
   static int onProperty(void* data, std::uint32_t subject, const char* key, const char* /*type*/,

@@ -24,6 +24,8 @@ class PipeWireMetadata {
   // The node's name behind a key such as "default.audio.source"; empty if there is none, as happens for a
   // moment while a default changes.
   [[nodiscard]] std::string defaultNode(const std::string& key) const;
+  // The node's name in the value of such a key, {"name": "..."}; empty for any other text.
+  [[nodiscard]] static std::string nameIn(const char* json);
 
  private:
   struct Events;

@@ -30,21 +30,6 @@ std::uint64_t startOf(std::int32_t pid) {
 // Above every number that the kernel gives to a process.
 constexpr std::int32_t firstSandboxedPid = 1 << 30;
 
-// The PulseAudio server connects its clients, and each of them names its own process. One in a sandbox names
-// it by a number that is another process's outside; the server then names its application.
-bool isPulse(const spa_dict* properties) {
-  return property(properties, PW_KEY_CLIENT_API) == "pipewire-pulse";
-}
-
-std::string sandboxedApplication(const spa_dict* properties) {
-  return std::string(isPulse(properties) ? property(properties, "pipewire.access.portal.app_id") : "");
-}
-
-std::int32_t pidIn(const spa_dict* properties) {
-  return static_cast<std::int32_t>(
-      numberIn(properties, isPulse(properties) ? PW_KEY_APP_PROCESS_ID : PW_KEY_SEC_PID));
-}
-
 } // namespace
 
 struct PipeWireObjects::ClientEntry : PipeWireServerObject<pw_client> {
@@ -116,9 +101,7 @@ struct PipeWireObjects::NodeEntry : PipeWireServerObject<pw_node> {
       return;
     }
     device = idIn(properties, PW_KEY_DEVICE_ID);
-    sink.properties.clear();
-    const spa_dict_item* item = nullptr;
-    spa_dict_for_each(item, properties) sink.properties[item->key] = item->value;
+    sink.properties = allIn(properties);
   }
 
   bool isSink;
@@ -143,13 +126,11 @@ struct PipeWireObjects::DeviceEntry : PipeWireServerObject<pw_device> {
 
   void onInfo(const pw_device_info& info) {
     if ((info.change_mask & PW_DEVICE_CHANGE_MASK_PROPS) == 0) return;
-    properties.clear();
-    const spa_dict_item* item = nullptr;
-    spa_dict_for_each(item, info.props) properties[item->key] = item->value;
+    properties = allIn(info.props);
     connection.changed();
   }
 
-  std::map<std::string, std::string, std::less<>> properties;
+  PropertyMap properties;
 };
 
 PipeWireObjects::PipeWireObjects(PipeWireConnection& connection) : connection_(connection) {}

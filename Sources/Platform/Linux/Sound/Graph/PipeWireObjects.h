@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Platform/Linux/Sound/Graph/PipeWireConnection.h"
+#include "Platform/Linux/Sound/Graph/PipeWireProperties.h"
 #include "Platform/Linux/Sound/Graph/PipeWireSource.h"
 
 #include <compare>
@@ -45,7 +46,7 @@ class PipeWireObjects {
   struct Sink {
     std::uint64_t serial = 0;
     std::string name;
-    std::map<std::string, std::string, std::less<>> properties;
+    PropertyMap properties;
     bool known = false;
   };
 

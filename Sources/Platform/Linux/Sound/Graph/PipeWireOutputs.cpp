@@ -18,7 +18,7 @@ namespace {
 
 constexpr std::string_view standIn = "auto_null"; // made by the session manager when there is no output
 
-using Properties = std::map<std::string, std::string, std::less<>>; // of a sink and its device
+using Properties = PropertyMap; // of a sink and its device
 
 // The first of the properties that says anything.
 std::string_view first(const Properties& properties, std::initializer_list<std::string_view> keys) {
