@@ -1,23 +1,40 @@
-"""The network between the program and the local service: a relay that passes everything on, counts the sound and the
-finished captions, and can be cut or held. The service answers to a name only with its own port, so the relay
-has the same port at the other address of this machine, [::1]."""
+"""The network between the program and the local service: a relay that passes everything on, notes the sound, its
+charges and the finished captions, and can be cut or held. The service answers to a name only with its own port, so the
+relay has the same port at the other address of this machine, [::1]."""
 
 import contextlib
+import re
 import socket
 import threading
 
 CLOSE_WAIT = 8  # the state of a connection whose other end has gone, as TCP_INFO gives it
+BALANCE = re.compile(rb'"secondsLeft":([-+.\deE]+)[,}]')
 
 
-class Sound:
-    """What a client of the service sends on one connection; of a web socket, the seconds of sound."""
+class Line:
+    """What was said on one connection. Of a web socket: the seconds of sound, whether the client said stop, and the
+    seconds that the service told were charged. Each balance that it told is added to `told`."""
 
-    def __init__(self):
-        self.seconds = 0
-        self._rest = b""
+    def __init__(self, told):
+        self.sent = self.charged = self.captions = 0
+        self.stopped = False
+        self._balances = told
+        self._granted = None
+        self._rest = self._told = b""
         self._is_socket = False
 
-    def take(self, data):
+    def hear_service(self, data):
+        self.captions += data.count(b'"final":true')
+        self._told += data
+        end = max(0, len(self._told) - 64)  # a number may come in two parts
+        for match in BALANCE.finditer(self._told) if self._is_socket else ():
+            self._balances.append(float(match[1]))
+            self._granted = self._granted or self._balances[-1]
+            self.charged = self._granted - self._balances[-1]
+            end = max(end, match.end())
+        self._told = self._told[end:]
+
+    def hear_client(self, data):
         self._rest += data
         if not self._is_socket:
             head, end, rest = self._rest.partition(b"\r\n\r\n")
@@ -27,7 +44,8 @@ class Sound:
         while frame := self._frame():
             kind, start, size = frame
             if kind in (0, 2):
-                self.seconds += size / 32_000
+                self.sent += size / 32_000
+            self.stopped |= kind == 1
             self._rest = self._rest[start + size:]
 
     def _frame(self):
@@ -48,9 +66,9 @@ class Relay:
 
     def __init__(self, port):
         self.url = f"http://[::1]:{port}/livetranslate"
-        self.captions = 0
-        self.sent = []  # a `Sound` for each connection
         self.is_cut = False
+        self.balances = []  # all that were told, in their order
+        self._all = []
         self._port = port
         self._flows = threading.Event()
         self._flows.set()
@@ -59,11 +77,14 @@ class Relay:
         self._listener = socket.create_server(("::1", port), family=socket.AF_INET6)
         threading.Thread(target=self._accept, daemon=True).start()
 
-    def seconds(self):
-        """Of sound that was passed on, and on how many connections."""
+    def lines(self):
+        """All that carried sound."""
         with self._lock:
-            counted = [sound.seconds for sound in self.sent if sound.seconds]
-        return sum(counted), len(counted)
+            return [line for line in self._all if line.sent]
+
+    @property
+    def captions(self):
+        return sum(line.captions for line in self.lines())
 
     @contextlib.contextmanager
     def cut(self):
@@ -99,24 +120,21 @@ class Relay:
             return client.close()
         for end in (client, service):
             end.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
-        pair, sound = (client, service), Sound()
+        pair, line = (client, service), Line(self.balances)
         with self._lock:
             self._open.add(pair)
-            self.sent.append(sound)
-        threading.Thread(target=self._pass, args=(pair, service, client, self._count), daemon=True).start()
-        self._pass(pair, client, service, sound.take)
+            self._all.append(line)
+        threading.Thread(target=self._pass, args=(pair, service, client, line.hear_service), daemon=True).start()
+        self._pass(pair, client, service, line.hear_client)
 
-    def _count(self, data):
-        self.captions += data.count(b'"final":true')
-
-    def _pass(self, pair, source, sink, count):
+    def _pass(self, pair, source, sink, hear):
         with contextlib.suppress(OSError):
             while data := source.recv(65536):
                 if not self._flows.is_set():
                     self._flows.wait()
                     if source.getsockopt(socket.IPPROTO_TCP, socket.TCP_INFO, 1)[0] == CLOSE_WAIT:
                         break
-                count(data)
+                hear(data)
                 sink.sendall(data)
         self._end(pair)
 
