@@ -5,44 +5,20 @@
 //   ClientCost TOLVERA-TERMINAL [SECONDS]      streams for 60 s each by default
 
 #include "Harness/PrivateGraph.h"
+#include "ProcessUse.h"
 #include "StreamingClient.h"
-
-#include <unistd.h>
 
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
-#include <sstream>
 #include <vector>
 
 using namespace tolvera;
+using bench::memory;
+using bench::processorTime;
 using namespace std::chrono_literals;
 
 namespace {
-
-// Seconds of processor time that a process has used.
-double processorTime(pid_t pid) {
-  std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
-  std::string line;
-  std::getline(file, line);
-  std::istringstream fields(line.substr(line.rfind(')') + 2));
-  std::string skipped;
-  for (int i = 0; i < 11; ++i) fields >> skipped;
-  double user = 0;
-  double system = 0;
-  fields >> user >> system;
-  return (user + system) / static_cast<double>(::sysconf(_SC_CLK_TCK));
-}
-
-// A "Vm..." line of a process, in MB.
-double memory(pid_t pid, const std::string& key) {
-  std::ifstream file("/proc/" + std::to_string(pid) + "/status");
-  for (std::string line; std::getline(file, line);) {
-    if (line.starts_with(key + ":")) return std::strtod(line.c_str() + key.size() + 1, nullptr) / 1024;
-  }
-  return 0;
-}
 
 // A capture mode as the preferences name it, and whether the service sends speech all the time.
 struct Mode {
