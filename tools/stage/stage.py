@@ -202,7 +202,8 @@ def end(process, sent=signal.SIGTERM):
 
 
 def memory(pid):
-    """Megabytes: (resident, resident with each shared page divided by its users)."""
+    """Megabytes: (resident, resident with each shared page divided by its users, the process's own, which no file
+    holds)."""
     with open(f"/proc/{pid}/smaps_rollup") as file:
         values = dict(line.split()[:2] for line in file if ":" in line.split()[0])
-    return int(values["Rss:"]) / 1024, int(values["Pss:"]) / 1024
+    return tuple(int(values[key]) / 1024 for key in ("Rss:", "Pss:", "Anonymous:"))
