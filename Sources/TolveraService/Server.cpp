@@ -44,35 +44,43 @@ tcp::acceptor listenOn(asio::io_context& context, std::uint16_t port, int nextPo
   }
 }
 
+// Runs of a better engine, which may come, begin while runs of the present one go on.
+std::size_t threadsToHear(const CurrentEngine& engine, const EngineChoice& choice) {
+  return engine.get()->runs() + (engine.missing() ? runsOfWhisper(choice) : 0);
+}
+
 } // namespace
 
 boost::json::object Server::about() const {
-  const auto languages = engine_->languages();
+  const auto engine = engine_.get();
+  const auto languages = engine->languages();
   return {{"name", "tolvera-service"},
           {"version", TOLVERA_VERSION},
-          {"engine", engine_->name()},
-          {"soundGoesTo", engine_->sendsTo()},
+          {"engine", engine->name()},
+          {"soundGoesTo", engine->sendsTo()},
           {"textGoesTo", translator_->sendsTo()},
           {"languages", boost::json::array(languages.begin(), languages.end())}};
 }
 
 Server::Server(const Settings& settings)
-    : engine_(makeSpeechEngine(settings.engine)), accounts_(settings.stateDirectory),
+    : engine_(settings.engine), accounts_(settings.stateDirectory),
       translator_(makeTranslator(settings.translator, settings.translationModes)),
-      listening_(engine_->runs()), services_(std::make_shared<Services>(Services{accounts_,
-                                                                                 *translator_,
-                                                                                 *engine_,
-                                                                                 speech_,
-                                                                                 routes_,
-                                                                                 clock_,
-                                                                                 blocking_.get_executor(),
-                                                                                 warming_.get_executor(),
-                                                                                 listening_.get_executor(),
-                                                                                 settings.silence,
-                                                                                 {},
-                                                                                 {},
-                                                                                 {},
-                                                                                 {}})),
+      listening_(threadsToHear(engine_, settings.engine)),
+      services_(std::make_shared<Services>(Services{accounts_,
+                                                    *translator_,
+                                                    engine_,
+                                                    speech_,
+                                                    routes_,
+                                                    clock_,
+                                                    blocking_.get_executor(),
+                                                    warming_.get_executor(),
+                                                    listening_.get_executor(),
+                                                    settings.silence,
+                                                    {},
+                                                    {},
+                                                    {},
+                                                    {},
+                                                    {}})),
       servesAllUsers_(settings.servesAllUsers), longestIdle_(settings.longestIdle) {
   auto loopback = listenOn(context_, settings.port, settings.takesNextPort ? mostNextPorts : 0);
   port_ = loopback.local_endpoint().port();
@@ -80,6 +88,9 @@ Server::Server(const Settings& settings)
   using Local = asio::local::stream_protocol;
   for (const int socket : settings.sockets)
     acceptors_.emplace_back(Local::acceptor(context_, Local(), socket));
+  services_->onRun = [this] {
+    if (const auto model = engine_.missing()) offer_.make(*model);
+  };
   services_->tellRuns = [this] { manager::tellStatus(status()); };
   // Programs know it by the port that it was meant to have.
   for (const std::uint16_t known : {port(), settings.port})
@@ -97,8 +108,8 @@ Server::~Server() {
 
 std::string Server::status() const {
   const std::size_t runs = services_->runs.size();
-  return std::to_string(runs) + (runs == 1 ? " run; hears with " : " runs; hears with ") + engine_->name() +
-         "; pages at http://127.0.0.1:" + std::to_string(port_);
+  return std::to_string(runs) + (runs == 1 ? " run; hears with " : " runs; hears with ") +
+         engine_.get()->name() + "; pages at http://127.0.0.1:" + std::to_string(port_);
 }
 
 void Server::run() {
@@ -117,6 +128,7 @@ void Server::waitIdle() {
   idle_.expires_after(*longestIdle_);
   idle_.async_wait([this](const boost::system::error_code& error) {
     if (error || services_->connections.count() > 0) return;
+    if (offer_.isInstalling()) return waitIdle();
     log::trace(log::Category::service, "ends after a long time without a connection");
     stop();
   });

@@ -2,8 +2,9 @@
 
 #include "TolveraService/ClientSocket.h"
 #include "TolveraService/Engine/ApertiumTranslator.h"
-#include "TolveraService/Engine/SpeechEngines.h"
+#include "TolveraService/Engine/CurrentEngine.h"
 #include "TolveraService/Engine/Translators.h"
+#include "TolveraService/ModelOffer.h"
 #include "TolveraService/Services.h"
 
 #include "Async/SystemClock.h"
@@ -51,7 +52,9 @@ class Server {
 
   [[nodiscard]] std::uint16_t port() const { return port_; }
   // What leaves this process, and where it goes.
-  [[nodiscard]] Destinations destinations() const { return {engine_->sendsTo(), translator_->sendsTo()}; }
+  [[nodiscard]] Destinations destinations() const {
+    return {engine_.get()->sendsTo(), translator_->sendsTo()};
+  }
 
   // Serves until `stop`. Called once.
   void run();
@@ -71,11 +74,11 @@ class Server {
   void waitIdle();
   [[nodiscard]] std::string status() const;
 
-  std::unique_ptr<SpeechEngine> engine_;
+  CurrentEngine engine_;
   AccountStore accounts_;
   std::unique_ptr<Translator> translator_;
   Speech speech_;
-  Routes routes_{accounts_, speech_.voices(), about(), destinations()};
+  Routes routes_{accounts_, speech_.voices(), [this] { return about(); }, destinations()};
   std::map<uid_t, std::size_t> connectionsOf_; // network thread
   boost::asio::io_context context_{1};
   SystemClock clock_{context_.get_executor()};
@@ -88,6 +91,7 @@ class Server {
   const bool servesAllUsers_;
   const std::optional<std::chrono::milliseconds> longestIdle_;
   boost::asio::steady_timer idle_{context_};
+  ModelOffer offer_;        // network thread
   bool isStopping_ = false; // network thread
 };
 

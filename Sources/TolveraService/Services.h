@@ -1,8 +1,8 @@
 #pragma once
 
 #include "TolveraService/Accounts/AccountStore.h"
+#include "TolveraService/Engine/CurrentEngine.h"
 #include "TolveraService/Engine/Speech.h"
-#include "TolveraService/Engine/SpeechEngine.h"
 #include "TolveraService/Engine/Translator.h"
 #include "TolveraService/Http/Connections.h"
 #include "TolveraService/Http/Routes.h"
@@ -26,7 +26,7 @@ class StreamConnection;
 struct Services {
   AccountStore& accounts;
   Translator& translator;
-  SpeechEngine& engine;
+  CurrentEngine& engine;
   Speech& speech;
   Routes& routes;
   Clock& clock;
@@ -38,6 +38,7 @@ struct Services {
   Connections connections;            // network thread
   // The run of each account, network thread.
   std::map<std::int64_t, std::weak_ptr<StreamConnection>> runs;
+  std::function<void()> onRun;    // called when a run is asked for, network thread
   std::function<void()> tellRuns; // called when a run has been added or has left, network thread
 };
 

@@ -32,7 +32,7 @@ struct Program {
 
   explicit Program(const std::filesystem::path& directory, std::uint16_t port = 0)
       : log(directory / "log"), process({TOLVERA_SERVICE_PROGRAM, "--port", std::to_string(port), "--state",
-                                         (directory / "state").string()},
+                                         (directory / "state").string(), "--engine", "pocketsphinx"},
                                         log.string()) {
     for (int look = 0; look < 3000 && !output().ends_with('\n'); ++look) std::this_thread::sleep_for(20ms);
   }

@@ -50,8 +50,9 @@ std::vector<std::string> framesOf(FakeEngine& engine, test::TestLoop& loop, std:
   job.audio = std::make_shared<AudioQueue>();
   job.audio->push(std::string(seconds * 2 * SpeechEngine::sampleRate, '\0'));
   job.audio->finish();
+  job.engine = {std::shared_ptr<void>(), &engine}; // not owned
   const auto output = job.output = std::make_shared<StreamOutput>();
-  Transcription(std::move(job), accounts, engine, translator, speech, loop.clock()).run(engine.listener());
+  Transcription(std::move(job), accounts, translator, speech, loop.clock()).run(engine.listener());
   std::vector<std::string> frames;
   while (output->waiting() > 0) frames.push_back(loop.run(output->next())->payload);
   return frames;

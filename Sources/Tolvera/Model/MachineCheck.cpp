@@ -49,10 +49,11 @@ CheckedThing recognition(const json::object& about) {
   const auto* const languages = about.if_contains("languages");
   if (engine.empty() || languages == nullptr || !languages->is_array())
     return {"recognition", true, "the service does not say how it recognises"};
-  std::string text = engine + ", " + std::to_string(languages->get_array().size()) + " languages";
-  if (languages->get_array().size() == 1)
+  const std::size_t count = languages->get_array().size();
+  std::string text = engine + ", " + std::to_string(count) + " languages";
+  if (count <= 1)
     text += "; \"tolvera-service models install base-q8_0\" makes it understand people, in many languages";
-  return {"recognition", true, std::move(text)};
+  return {"recognition", count > 0, std::move(text)};
 }
 
 Task<CheckedThing> account(platform::Platform& platform, const API& api) {

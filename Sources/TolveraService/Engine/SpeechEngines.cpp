@@ -1,20 +1,20 @@
 #include "TolveraService/Engine/SpeechEngines.h"
 
 #include "TolveraService/Engine/PocketSphinxEngine.h"
+#include "TolveraService/Engine/SilentEngine.h"
 
 #include "Async/Log.h"
 
+#include <algorithm>
 #include <stdexcept>
+#include <thread>
 
 #ifdef TOLVERA_WHISPER
 #include "TolveraService/Engine/TranscriptionServer.h"
 #include "TolveraService/Engine/WhisperEngine.h"
-#include "TolveraService/Models/ModelCatalogue.h"
 #include "TolveraService/Models/ModelStore.h"
 
-#include <algorithm>
 #include <cstdio>
-#include <thread>
 #include <vector>
 #endif
 
@@ -58,7 +58,7 @@ std::unique_ptr<SpeechEngine> makeServer(const ServerChoice& choice, std::size_t
   return std::make_unique<TranscriptionServer>(choice, std::move(gate), runs > 0 ? runs : runsOfAServer);
 }
 
-Found findWhisper(std::size_t runs) {
+Found findWhisper(const EngineChoice& choice) {
   if (!WhisperEngine::processorServes()) return {nullptr, "the processor is too old for it"};
   const std::vector<Model> catalogue = loadModelCatalogue();
   WhisperEngine::Settings settings;
@@ -71,7 +71,7 @@ Found findWhisper(std::size_t runs) {
   }
   if (settings.weights.empty()) return {nullptr, "no model is installed"};
   if (settings.gate.empty()) return {nullptr, "the model that finds speech is not installed"};
-  settings.runs = runs > 0 ? runs : std::max<std::size_t>(fewestRuns, std::thread::hardware_concurrency());
+  settings.runs = runsOfWhisper(choice);
   return {std::make_unique<WhisperEngine>(std::move(settings)), {}};
 }
 #else
@@ -79,7 +79,7 @@ std::unique_ptr<SpeechEngine> makeServer(const ServerChoice&, std::size_t) {
   throw std::runtime_error("The service was built without whisper.cpp, which finds the speech to send.");
 }
 
-Found findWhisper(std::size_t) { return {nullptr, "the service was built without it"}; }
+Found findWhisper(const EngineChoice&) { return {nullptr, "the service was built without it"}; }
 #endif
 
 } // namespace
@@ -87,7 +87,7 @@ Found findWhisper(std::size_t) { return {nullptr, "the service was built without
 std::unique_ptr<SpeechEngine> makeSpeechEngine(const EngineChoice& choice) {
   if (choice.server) return makeServer(*choice.server, choice.runs);
   if (choice.name != "pocketsphinx") {
-    Found whisper = findWhisper(choice.runs);
+    Found whisper = findWhisper(choice);
     if (whisper.engine) {
       log::trace(log::Category::service, "speech is heard by ", whisper.engine->name(), ", ",
                  whisper.engine->runs(), " runs at once");
@@ -96,8 +96,40 @@ std::unique_ptr<SpeechEngine> makeSpeechEngine(const EngineChoice& choice) {
     if (choice.name == "whisper") throw std::runtime_error("Whisper cannot be used: " + whisper.reason + ".");
     log::warn(log::Category::service, "Whisper is not used: ", whisper.reason);
   }
-  log::trace(log::Category::service, "speech is heard by PocketSphinx, English only");
-  return std::make_unique<PocketSphinxEngine>(choice.runs > 0 ? choice.runs : fewestRuns);
+  try {
+    auto engine = std::make_unique<PocketSphinxEngine>(choice.runs > 0 ? choice.runs : fewestRuns);
+    log::trace(log::Category::service, "speech is heard by PocketSphinx, English only");
+    return engine;
+  } catch (const std::runtime_error& error) {
+    if (!missingModel(choice)) throw;
+    log::warn(log::Category::service, error.what());
+    return std::make_unique<SilentEngine>();
+  }
+}
+
+std::size_t runsOfWhisper(const EngineChoice& choice) {
+  return choice.runs > 0 ? choice.runs
+                         : std::max<std::size_t>(fewestRuns, std::thread::hardware_concurrency());
+}
+
+std::optional<Model> missingModel([[maybe_unused]] const EngineChoice& choice) {
+#ifdef TOLVERA_WHISPER
+  if (choice.server || !choice.name.empty() || !WhisperEngine::processorServes()) return std::nullopt;
+  std::optional<Model> first; // the default
+  bool hasGate = false;
+  for (const Model& model : loadModelCatalogue()) {
+    const bool sound = ModelStore::isInstalled(model);
+    if (isGate(model)) {
+      hasGate = hasGate || sound;
+    } else if (sound) {
+      return std::nullopt;
+    } else if (!first && !model.address.empty()) {
+      first = model;
+    }
+  }
+  if (hasGate) return first;
+#endif
+  return std::nullopt;
 }
 
 } // namespace tolvera::service

@@ -125,7 +125,7 @@ Response Routes::me(const Request& request) {
 }
 
 // For people who look for a fault; the programs do not depend on it.
-Response Routes::about(const Request&) { return ok(about_); }
+Response Routes::about(const Request&) { return ok(about_()); }
 
 Response Routes::checkout(const Request& request) {
   const auto account = caller(request);

@@ -10,6 +10,7 @@
 
 #include <array>
 #include <cstddef>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -24,9 +25,11 @@ class Routes {
  public:
   static constexpr std::string_view base = "/livetranslate";
 
-  // `voices`: codes of the voices that speak translations. `about`: what the service says of itself.
-  Routes(AccountStore& accounts, std::vector<std::string> voices, boost::json::object about = {},
-         Destinations destinations = {})
+  // `voices`: codes of the voices that speak translations. `about`: what the service says of itself now.
+  Routes(
+      AccountStore& accounts, std::vector<std::string> voices,
+      std::function<boost::json::object()> about = [] { return boost::json::object(); },
+      Destinations destinations = {})
       : accounts_(accounts), voices_(std::move(voices)), about_(std::move(about)),
         pages_(accounts, std::move(destinations)) {}
 
@@ -48,7 +51,7 @@ class Routes {
 
   AccountStore& accounts_;
   std::vector<std::string> voices_;
-  boost::json::object about_;
+  std::function<boost::json::object()> about_;
   PageRoutes pages_;
   RateLimit signups_{2000, 4000};
   std::size_t signupCount_ = 0; // since the start

@@ -62,8 +62,8 @@ void showProgress(const Progress& progress) {
 }
 
 int install(const Model& model, std::string_view file) {
-  if (const auto path = ModelStore::find(model); path && !ModelStore::fault(model, *path)) {
-    std::printf("%s is installed already: %s\n", model.name.c_str(), path->c_str());
+  if (ModelStore::isInstalled(model)) {
+    std::printf("%s is installed already: %s\n", model.name.c_str(), ModelStore::find(model)->c_str());
     return 0;
   }
   if (!file.empty()) {

@@ -82,6 +82,11 @@ std::optional<fs::path> ModelStore::find(const Model& model) {
   return std::nullopt;
 }
 
+bool ModelStore::isInstalled(const Model& model) {
+  const auto path = find(model);
+  return path && !fault(model, *path);
+}
+
 std::optional<std::string> ModelStore::fault(const Model& model, const fs::path& path) {
   const std::string cure = "; mend it with: tolvera-service models install " + model.name;
   try {

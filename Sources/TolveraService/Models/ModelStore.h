@@ -25,6 +25,9 @@ std::filesystem::path ownDirectory();
 // The model's file, unchecked; absent if it is not installed.
 std::optional<std::filesystem::path> find(const Model& model);
 
+// True if it is installed and as published.
+bool isInstalled(const Model& model);
+
 // What is wrong with an installed file, as a sentence that names the cure; absent if it is as published. A
 // file whose size and time are those of its last check is not read again.
 std::optional<std::string> fault(const Model& model, const std::filesystem::path& path);

@@ -35,6 +35,10 @@ Task<std::optional<AccountStore::Account>> found(std::shared_ptr<Services> servi
   co_return services->accounts.find(token);
 }
 
+Task<std::shared_ptr<SpeechEngine>> engineOfRun(std::shared_ptr<Services> services) {
+  co_return services->engine.forNextRun();
+}
+
 // True if every sample is below -42 dB, which speech is not.
 bool isSilence(std::string_view sound) {
   constexpr int loud = 256;
@@ -135,6 +139,9 @@ Task<std::string> StreamConnection::admit() {
     co_return errorFrame(errorCode::upstreamRejected, refusal::storeFailed());
   }
   if (!account) co_return errorFrame(errorCode::upstreamRejected, refusal::unknownToken());
+  auto choose = engineOfRun(services_);
+  engine_ = co_await on(services_->blocking, std::move(choose));
+  services_->onRun();
   if (std::string refused = refusedLanguages(); !refused.empty())
     co_return errorFrame(errorCode::upstreamRejected, refused);
   if (account->secondsLeft <= 0) co_return errorFrame(errorCode::quotaExhausted, refusal::outOfTime());
@@ -148,7 +155,7 @@ Task<std::string> StreamConnection::admit() {
     leaveRuns();
     // A code that ends the run: after any other one the client would connect again and again in vain, and
     // show a lost connection in the end.
-    co_return errorFrame(errorCode::upstreamRejected, refusal::busy(services_->engine.runs()));
+    co_return errorFrame(errorCode::upstreamRejected, refusal::busy(engine_->runs()));
   }
   begin(*account, std::move(ears));
   co_return std::string();
@@ -157,26 +164,26 @@ Task<std::string> StreamConnection::admit() {
 // What is wrong with the languages that the run asks for, as a text for the user; empty if nothing is. A
 // language that is still to be identified is looked at when it is known.
 std::string StreamConnection::refusedLanguages() const {
-  const std::vector<std::string> languages = services_->engine.languages();
+  const std::vector<std::string> languages = engine_->languages();
+  if (languages.empty()) return refusal::noEngine();
   const bool automatic = parameters_.source == "auto";
   if (!automatic && std::find(languages.begin(), languages.end(), parameters_.source) == languages.end())
     return refusal::cannotHear(parameters_.source, languages);
   if (automatic && languages.size() > 1) return {};
   const std::string& source = automatic ? languages.front() : parameters_.source;
-  if (captionRoute(source, parameters_.target, services_->engine, services_->translator) !=
-      CaptionRoute::none)
+  if (captionRoute(source, parameters_.target, *engine_, services_->translator) != CaptionRoute::none)
     return {};
-  const auto offered = captionLanguages(source, services_->engine, services_->translator);
+  const auto offered = captionLanguages(source, *engine_, services_->translator);
   return refusal::cannotTranslate(source, parameters_.target, offered, services_->translator.silentServer());
 }
 
 // A run that has ended, or gives way, needs a moment to give its ears back.
 Task<std::unique_ptr<Listener>> StreamConnection::listener() {
-  auto ears = services_->engine.listener();
+  auto ears = engine_->listener();
   if (ears || !canHope()) co_return ears;
   for (auto waited = handOverStep; !ears && waited < handOverLimit; waited += handOverStep) {
     co_await pause(handOverStep);
-    ears = services_->engine.listener();
+    ears = engine_->listener();
   }
   co_return ears;
 }
@@ -185,11 +192,11 @@ bool StreamConnection::canHope() {
   std::size_t holders = 0;
   for (const auto& [account, run] : services_->runs) {
     const auto other = run.lock();
-    if (!other || other.get() == this || !other->holdsListener_) continue;
+    if (!other || other.get() == this || other->engine_ != engine_ || !other->holdsListener_) continue;
     if (other->giveWay()) return true;
     ++holders;
   }
-  return holders < services_->engine.runs();
+  return holders < engine_->runs();
 }
 
 bool StreamConnection::giveWay() {
@@ -222,7 +229,7 @@ Task<void> StreamConnection::take(std::string_view sound) {
     auto ears = co_await listener();
     while (works_) co_await pause(handOverStep);
     if (!ears) {
-      output_->sendLast(errorFrame(errorCode::upstreamRejected, refusal::busy(services_->engine.runs())));
+      output_->sendLast(errorFrame(errorCode::upstreamRejected, refusal::busy(engine_->runs())));
       audio_->abandon();
     } else {
       audio_->resume();
@@ -238,7 +245,7 @@ void StreamConnection::begin(AccountStore::Account account, std::unique_ptr<List
              parameters_.target, parameters_.dub ? ", with dub" : "");
   auto services = services_;
   for (const std::string& from :
-       {parameters_.source, services->engine.translatesInto(), services->engine.languages().front()})
+       {parameters_.source, engine_->translatesInto(), engine_->languages().front()})
     if (services->translator.canTranslate(from, parameters_.target)) {
       asio::post(services->warming, [services, from, target = parameters_.target, audio = audio_] {
         services->translator.warmUp(from, target, [&audio] { return audio->isAbandoned(); });
@@ -249,9 +256,9 @@ void StreamConnection::begin(AccountStore::Account account, std::unique_ptr<List
     dub_ = std::make_shared<DubStream>(services->clock, output_);
     spawn(socket_.get_executor(), "speaking to a stream", DubStream::send(dub_));
   }
-  Transcription::Job job{parameters_, account.installation, audio_, output_, dub_};
-  transcription_ = std::make_shared<Transcription>(std::move(job), services->accounts, services->engine,
-                                                   services->translator, services->speech, services->clock);
+  Transcription::Job job{parameters_, account.installation, engine_, audio_, output_, dub_};
+  transcription_ = std::make_shared<Transcription>(std::move(job), services->accounts, services->translator,
+                                                   services->speech, services->clock);
   listen(std::move(listener));
 }
 

@@ -68,6 +68,7 @@ class StreamConnection : public std::enable_shared_from_this<StreamConnection> {
   std::shared_ptr<Services> services_;
   boost::beast::websocket::stream<ClientStream> socket_;
   StreamParameters parameters_;
+  std::shared_ptr<SpeechEngine> engine_; // from the admission on
   std::int64_t account_ = 0;
   std::shared_ptr<AudioQueue> audio_ = std::make_shared<AudioQueue>();
   std::shared_ptr<StreamOutput> output_ = std::make_shared<StreamOutput>();

@@ -138,6 +138,12 @@ std::string unknownToken() {
          "account. Quit the program and open it again: it then makes a new account.";
 }
 
+std::string noEngine() {
+  return "语音识别尚未安装。请在终端运行：tolvera-service models install base-q8_0 / Speech recognition is "
+         "not "
+         "installed. Run in a terminal: tolvera-service models install base-q8_0";
+}
+
 std::string busy(std::size_t streams) {
   const std::string count = std::to_string(streams);
   return "本地服务正忙：这台电脑最多同时翻译 " + count +

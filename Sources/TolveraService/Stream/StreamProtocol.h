@@ -49,6 +49,8 @@ std::string cannotTranslate(std::string_view source, std::string_view target,
 // `reason`: which translator does not work, and why.
 std::string translationFailed(const std::string& reason);
 std::string unknownToken();
+// Neither an engine nor a model is installed.
+std::string noEngine();
 std::string busy(std::size_t streams);
 // `server`: the one that hears; empty if this machine does.
 std::string tooSlow(const std::string& server);

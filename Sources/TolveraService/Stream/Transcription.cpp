@@ -32,15 +32,15 @@ Duration slept() {
 
 } // namespace
 
-Transcription::Transcription(Job job, AccountStore& accounts, const SpeechEngine& engine,
-                             Translator& translator, const Speech& speech, const Clock& clock)
-    : job_(std::move(job)), accounts_(accounts), engine_(engine), translator_(translator), clock_(clock),
-      captions_({job_.parameters.target, job_.parameters.voice, job_.output, job_.dub,
-                 [this] { return ended_ || job_.audio->isAbandoned(); },
-                 [this](const std::string& reason) {
-                   endWith(errorCode::upstreamRejected, refusal::translationFailed(reason));
-                 }},
-                engine, translator, speech) {}
+Transcription::Transcription(Job job, AccountStore& accounts, Translator& translator, const Speech& speech,
+                             const Clock& clock)
+    : job_(std::move(job)), accounts_(accounts), engine_(*job_.engine), translator_(translator),
+      clock_(clock), captions_({job_.parameters.target, job_.parameters.voice, job_.output, job_.dub,
+                                [this] { return ended_ || job_.audio->isAbandoned(); },
+                                [this](const std::string& reason) {
+                                  endWith(errorCode::upstreamRejected, refusal::translationFailed(reason));
+                                }},
+                               engine_, translator, speech) {}
 
 void Transcription::run(std::unique_ptr<Listener> listener) {
   listener_ = std::move(listener);

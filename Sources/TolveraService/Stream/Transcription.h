@@ -22,19 +22,20 @@ namespace tolvera::service {
 
 // The work of one run: sound from its queue becomes frames of captions and balance. A job on a worker thread
 // calls `run`, and again after a pause of the queue; it shares the queue and the output with the connection
-// and uses the store, the engine, the translator and the speech of the server, which outlive it.
+// and uses the store, the translator and the speech of the server, which outlive it.
 class Transcription {
  public:
   struct Job {
     StreamParameters parameters;
     SecretHash installation{}; // whose time is used
+    std::shared_ptr<const SpeechEngine> engine;
     std::shared_ptr<AudioQueue> audio;
     std::shared_ptr<StreamOutput> output;
     std::shared_ptr<DubStream> dub; // null if the translation is not spoken
   };
 
-  Transcription(Job job, AccountStore& accounts, const SpeechEngine& engine, Translator& translator,
-                const Speech& speech, const Clock& clock);
+  Transcription(Job job, AccountStore& accounts, Translator& translator, const Speech& speech,
+                const Clock& clock);
 
   // Listens until the queue is paused, the sound ends or the time on the account does, sends what it still
   // has, and gives the listener back. The socket is closed after the last alone. Never throws.
