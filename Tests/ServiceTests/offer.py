@@ -10,52 +10,11 @@ import subprocess
 import sys
 import tempfile
 import threading
-import time
 
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "tools/stage"))
 import models
-from gi.repository import Gio, GLib
 from models import Publisher, expect
-
-NAME = "org.freedesktop.Notifications"
-PLACE = "/org/freedesktop/Notifications"
-ARGUMENTS = "".join(f'<arg type="{kind}" direction="in"/>' for kind in ("s", "u", "s", "s", "s", "as", "a{sv}", "i"))
-INTERFACE = f"""<node><interface name="{NAME}">
-<method name="GetCapabilities"><arg type="as" direction="out"/></method>
-<method name="Notify">{ARGUMENTS}<arg type="u" direction="out"/></method>
-<method name="CloseNotification"><arg type="u" direction="in"/></method>
-</interface></node>"""
-
-
-class Desktop:
-    """Keeps what it was told to show: (title, body, actions, hints)."""
-
-    def __init__(self):
-        self.shown, self.taken_away = [], 0
-        self._bus = Gio.bus_get_sync(Gio.BusType.SESSION)
-        self._bus.register_object(PLACE, Gio.DBusNodeInfo.new_for_xml(INTERFACE).interfaces[0], self._call, None, None)
-        Gio.bus_own_name_on_connection(self._bus, NAME, Gio.BusNameOwnerFlags.NONE, None, None)
-        threading.Thread(target=GLib.MainLoop().run, daemon=True).start()
-
-    def _call(self, _bus, _sender, _path, _interface, method, values, invocation):
-        answer = None
-        if method == "GetCapabilities":
-            answer = GLib.Variant("(as)", (["actions", "body-markup"],))
-        elif method == "Notify":
-            self.shown.append(values.unpack()[3:7])
-            answer = GLib.Variant("(u)", (7,))
-        else:
-            self.taken_away += 1
-        invocation.return_value(answer)
-
-    def press(self):
-        self._bus.emit_signal(None, PLACE, NAME, "ActionInvoked", GLib.Variant("(us)", (7, self.shown[-1][2][0])))
-
-    def until(self, condition):
-        deadline = time.monotonic() + 30
-        while not condition() and time.monotonic() < deadline:
-            time.sleep(0.02)
-        return condition()
-
+from notifications import Notifications
 
 class Service:
     def __init__(self, environment, log):
@@ -111,7 +70,7 @@ def main():
         expect("without a desktop the command is printed", b"cannot hear French" in refused
                and log.read_text().count("tolvera-service models install base-q8_0") == 1)
 
-        desktop = Desktop()
+        desktop = Notifications()
         service = Service(environment, log)
         service.run()
         desktop.until(lambda: desktop.shown)

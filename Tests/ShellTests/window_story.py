@@ -15,9 +15,10 @@ try:
 except (ImportError, ValueError):
     print("the bindings of the accessibility bus are not installed")
     sys.exit(77)
+from notifications import Notifications
 from screen import desktop, drag, geometry, wait_for
 from stage import Stage, end, main_window, promise, tell
-from tray import Notifications, Tray
+from tray import Tray
 
 OTHER_COLOR = (200, 40, 160)
 
@@ -263,13 +264,13 @@ class Windows:
         wait_for("the closed window", lambda: main_window() is None)
         promise("closing the window leaves the program running", first.poll() is None)
         promise("without a tray it says where it is found", wait_for("the notification", lambda: any(
-            "Launch Tolvera again" in text for text in notifications.texts())))
+            "Launch Tolvera again" in text for _, text, *_ in notifications.shown)))
         promise("a further launch ends with status 0", self.launch().wait(15) == 0)
         promise("it brings the closed window back", self.comes_to_front(first))
         screen.press_key("ctrl+w")
         wait_for("the closed window", lambda: main_window() is None)
         screen.settle()
-        promise("it says so once in a login", len(notifications.texts()) == 1)
+        promise("it says so once in a login", len(notifications.shown) == 1)
         first.kill()
         first.wait()
         hanging = self.launch()

@@ -1,43 +1,8 @@
-"""A tray of the newer kind (StatusNotifierItem), and a host of notifications, as programs see them on the session
-bus."""
-
-import os
+"""A tray of the newer kind (StatusNotifierItem), as programs see it on the session bus."""
 
 from gi.repository import Gio, GLib
+from notifications import connect
 from screen import wait_for
-
-
-def connect():
-    """A connection to the session bus of its own."""
-    return Gio.DBusConnection.new_for_address_sync(
-        os.environ["DBUS_SESSION_BUS_ADDRESS"], Gio.DBusConnectionFlags.AUTHENTICATION_CLIENT |
-        Gio.DBusConnectionFlags.MESSAGE_BUS_CONNECTION, None, None)
-
-
-class Notifications:
-    """A desktop's host of notifications, which keeps their texts."""
-
-    NAME, PATH = "org.freedesktop.Notifications", "/org/freedesktop/Notifications"
-    INTERFACE = f"""<node><interface name="{NAME}"><method name="Notify">
-      <arg type="s" direction="in"/><arg type="u" direction="in"/><arg type="s" direction="in"/>
-      <arg type="s" direction="in"/><arg type="s" direction="in"/><arg type="as" direction="in"/>
-      <arg type="a{{sv}}" direction="in"/><arg type="i" direction="in"/><arg type="u" direction="out"/>
-      </method></interface></node>"""
-
-    def __init__(self):
-        self._texts, self._bus = [], connect()
-        self._bus.register_object(self.PATH, Gio.DBusNodeInfo.new_for_xml(self.INTERFACE).interfaces[0],
-                                  self._notify, None, None)
-        Gio.bus_own_name_on_connection(self._bus, self.NAME, Gio.BusNameOwnerFlags.NONE, None, None)
-
-    def _notify(self, _bus, _sender, _path, _interface, _method, parameters, invocation):
-        self._texts.append(parameters.unpack()[4])
-        invocation.return_value(GLib.Variant("(u)", (1,)))
-
-    def texts(self):
-        while GLib.MainContext.default().iteration(False):
-            pass
-        return self._texts
 
 
 class Tray:

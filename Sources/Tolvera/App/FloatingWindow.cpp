@@ -23,7 +23,7 @@ using namespace std::chrono_literals;
 // the pointer goes between two of its events.
 constexpr int reach = 400;
 
-// How long after a window has come its screen is known for certain.
+// A window that has been shown knows its screen for certain after this time.
 constexpr auto choiceLimit = 200ms;
 
 QPoint insideEveryScreen(QRect frame) {

@@ -69,7 +69,7 @@ class FloatingWindow final : public QObject {
   bool isSpread_ = false; // over the desktop
   QPointF pressedCorner_; // the window's at the press
   QPointF pointer_;
-  bool isPointerStale_ = false; // Qt has it in the window as that was before
+  bool isPointerStale_ = false; // Qt counts it from the window's former place
 };
 
 } // namespace tolvera

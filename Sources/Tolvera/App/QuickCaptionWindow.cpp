@@ -104,7 +104,7 @@ void QuickCaptionPanel::orderOut() {
 }
 
 void QuickCaptionPanel::addGrip(CaptionGrip::Part part) {
-  auto* const grip = new CaptionGrip(part, *rootObject()->childItems().constFirst());
+  auto* const grip = new CaptionGrip(part, *rootObject()->property("panel").value<QQuickItem*>());
   connect(grip, &CaptionGrip::hovered, this, [this] {
     notePointerAtEdge(true);
     coverDesktop();

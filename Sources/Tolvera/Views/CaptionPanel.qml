@@ -6,6 +6,7 @@ Item {
     id: window
 
     required property AppState app
+    readonly property Item panel: view
     property alias atEdge: view.atEdge
     property alias hovering: view.hovering
     // Where the panel is in the window.

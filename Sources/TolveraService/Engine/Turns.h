@@ -8,7 +8,7 @@
 namespace tolvera::service {
 
 // Lets only so many decodes run at once as the processors carry. The threads of a decode spin while they wait
-// for each other, so one decode too many makes all of them several times slower. Any thread.
+// for each other, so one decode too many slows down all of them. Any thread.
 class Turns {
  public:
   explicit Turns(std::size_t atOnce) : free_(atOnce) {}

@@ -139,9 +139,8 @@ std::string unknownToken() {
 }
 
 std::string noEngine() {
-  return "语音识别尚未安装。请在终端运行：tolvera-service models install base-q8_0 / Speech recognition is "
-         "not "
-         "installed. Run in a terminal: tolvera-service models install base-q8_0";
+  return "语音识别尚未安装。请在终端运行：tolvera-service models install base-q8_0 / "
+         "Speech recognition is not installed. Run in a terminal: tolvera-service models install base-q8_0";
 }
 
 std::string busy(std::size_t streams) {
