@@ -4,9 +4,9 @@
 //
 //   FrameLatency [CHUNKS]      by default 3,000 chunks (5 minutes)
 
+#include "Quantile.h"
 #include "StreamingClient.h"
 
-#include <algorithm>
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
@@ -14,6 +14,7 @@
 
 using namespace tolvera;
 using namespace std::chrono_literals;
+using bench::quantile;
 
 namespace {
 
@@ -24,10 +25,6 @@ float numbered(std::size_t index) { return (static_cast<float>(index % 30000) + 
 std::size_t numberOf(const std::string& frame) {
   return static_cast<std::size_t>(static_cast<unsigned char>(frame[0])) |
          static_cast<std::size_t>(static_cast<unsigned char>(frame[1])) << 8U;
-}
-
-double quantile(const std::vector<double>& sorted, double share) {
-  return sorted[static_cast<std::size_t>(share * static_cast<double>(sorted.size() - 1))];
 }
 
 } // namespace
@@ -74,9 +71,8 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "%zu of %zu chunks arrived\n", milliseconds.size(), chunks);
     return 1;
   }
-  std::ranges::sort(milliseconds);
   std::printf("%zu chunks: median %.3f ms, p90 %.3f ms, p99 %.3f ms, worst %.3f ms\n", chunks,
               quantile(milliseconds, 0.5), quantile(milliseconds, 0.9), quantile(milliseconds, 0.99),
-              milliseconds.back());
+              quantile(milliseconds, 1));
   return 0;
 }

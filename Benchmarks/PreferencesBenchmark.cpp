@@ -3,6 +3,8 @@
 //
 //   PreferencesBenchmark [SECONDS]
 
+#include "Quantile.h"
+
 #include "Harness/TemporaryDirectory.h"
 #include "Platform/Linux/Desktop/JsonUserDefaults.h"
 
@@ -21,6 +23,7 @@
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 using tolvera::adapters::JsonUserDefaults;
+using tolvera::bench::quantile;
 
 namespace {
 
@@ -59,8 +62,8 @@ int main(int argc, char** argv) {
   const int watch = ::inotify_init1(IN_CLOEXEC);
   ::inotify_add_watch(watch, directory.path().c_str(), IN_MOVED_FROM | IN_MOVED_TO);
 
-  std::vector<Clock::duration> stalls;
-  std::vector<Clock::duration> lags;
+  std::vector<double> stalls; // ms, as all below
+  std::vector<double> lags;
   int writes = 0;
   int worstSecond = 0;
   double processor = 0;
@@ -74,7 +77,7 @@ int main(int argc, char** argv) {
       std::this_thread::sleep_until(began + i * 1ms);
       const auto before = Clock::now();
       store.setObject(keys[i % 4], i * 0.5);
-      stalls.push_back(Clock::now() - before);
+      stalls.push_back(milliseconds(Clock::now() - before));
       if (i % 1000 == 999) {
         const int now = replacements(watch);
         worstSecond = std::max(worstSecond, now);
@@ -92,23 +95,20 @@ int main(int argc, char** argv) {
       store.setObject("overlayX", -i - 1.0);
       pollfd ready{.fd = watch, .events = POLLIN, .revents = 0};
       ::poll(&ready, 1, 5000);
-      lags.push_back(Clock::now() - assigned);
+      lags.push_back(milliseconds(Clock::now() - assigned));
       store.flush();
       replacements(watch);
     }
   }
   ::close(watch);
 
-  std::ranges::sort(stalls);
   std::printf("assignments          %zu in %d s\n", stalls.size(), seconds);
   std::printf("file writes          %.1f per second, %d in the busiest\n", double(writes) / seconds,
               worstSecond);
-  std::printf("assignment           median %.4f ms, p99 %.4f ms, longest %.4f ms\n",
-              milliseconds(stalls[stalls.size() / 2]), milliseconds(stalls[stalls.size() * 99 / 100]),
-              milliseconds(stalls.back()));
+  std::printf("assignment           median %.4f ms, p99 %.4f ms, longest %.4f ms\n", quantile(stalls, 0.5),
+              quantile(stalls, 0.99), quantile(stalls, 1));
   std::printf("processor time       %.2f ms per second on the assigning thread\n", processor / seconds);
   std::printf("flush at the end     %.2f ms\n", flushing);
-  std::ranges::sort(lags);
   std::printf("a single assignment  on disk after %.1f ms (median), %.1f ms (longest of %zu)\n",
-              milliseconds(lags[lags.size() / 2]), milliseconds(lags.back()), lags.size());
+              quantile(lags, 0.5), quantile(lags, 1), lags.size());
 }

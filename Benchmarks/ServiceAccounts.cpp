@@ -1,6 +1,8 @@
 // Asks the service's REST interface for signups and accounts from clients on the loopback interface, each on
 // one connection that it keeps, and prints how many a second it answers and how soon.
 
+#include "Quantile.h"
+
 #include "ServiceTests/Clients.h"
 #include "ServiceTests/RunningServer.h"
 
@@ -10,7 +12,6 @@
 #include <boost/asio/read_until.hpp>
 #include <boost/asio/write.hpp>
 
-#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <string>
@@ -20,6 +21,7 @@
 namespace {
 
 namespace asio = boost::asio;
+using tolvera::bench::quantile;
 using Clock = std::chrono::steady_clock;
 
 // A client that does as little as it can: the service is what is measured.
@@ -77,10 +79,9 @@ void measure(const char* name, std::uint16_t port, const std::string& request, d
     all.insert(all.end(), times[i].begin(), times[i].end());
     refusals += refused[i];
   }
-  std::sort(all.begin(), all.end());
   std::printf("%-22s %7.0f a second, median %.2f ms, p99 %.2f ms, worst %.2f ms, %zu refused\n", name,
-              static_cast<double>(all.size()) / seconds, all[all.size() / 2], all[all.size() * 99 / 100],
-              all.back(), refusals);
+              static_cast<double>(all.size()) / seconds, quantile(all, 0.5), quantile(all, 0.99),
+              quantile(all, 1), refusals);
 }
 
 } // namespace

@@ -1,18 +1,19 @@
 // Speaks sentences into the service in real time and prints how soon the first sound of a translation follows
 // its final caption, how long the program holds its microphone back, and how long speech takes to make.
 
+#include "Quantile.h"
 #include "SpokenSentences.h"
 
 #include "ServiceTests/Clients.h"
 #include "ServiceTests/RunningServer.h"
 
 #include <algorithm>
-#include <cmath>
 #include <cstdio>
 #include <optional>
 
 namespace {
 
+using tolvera::bench::quantile;
 using tolvera::bench::spokenSentences;
 using tolvera::test::HTTPClient;
 using tolvera::test::StreamClient;
@@ -23,12 +24,6 @@ constexpr std::size_t pauseChunks = 15;
 
 double secondsBetween(Time earlier, Time later) {
   return std::chrono::duration<double>(later - earlier).count();
-}
-
-double quantile(std::vector<double> values, double q) {
-  if (values.empty()) return NAN;
-  std::sort(values.begin(), values.end());
-  return values[static_cast<std::size_t>(std::lround(q * static_cast<double>(values.size() - 1)))];
 }
 
 void speak(StreamClient& client) {

@@ -6,72 +6,34 @@
 // alignment by least edits with the sentence decides. A word that no caption gets right is left out and
 // counted.
 
+#include "Quantile.h"
 #include "SpokenSentences.h"
 #include "WordTimes.h"
+#include "Words.h"
 
 #include "ServiceTests/Clients.h"
 #include "ServiceTests/RunningServer.h"
 
 #include <algorithm>
-#include <cmath>
 #include <cstdio>
 #include <optional>
-#include <sstream>
 #include <thread>
 
 namespace {
 
+using tolvera::bench::align;
+using tolvera::bench::Alignment;
+using tolvera::bench::quantile;
 using tolvera::bench::spokenSentences;
 using tolvera::bench::wordEnds;
+using tolvera::bench::Words;
+using tolvera::bench::wordsOf;
 using tolvera::test::HTTPClient;
 using tolvera::test::StreamClient;
 using Time = StreamClient::Clock::time_point;
-using Words = std::vector<std::string>;
 
 constexpr std::size_t chunk = 1600;
 constexpr std::size_t pauseChunks = 25;
-
-Words wordsOf(std::string_view text) {
-  std::string plain;
-  for (const char c : text)
-    if (c != '.') plain += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-  std::istringstream stream(plain);
-  return {std::istream_iterator<std::string>(stream), {}};
-}
-
-// Least edits between what was said and what was heard, and which words of the former came through.
-struct Alignment {
-  std::size_t edits = 0;
-  std::vector<bool> right;
-};
-
-Alignment align(const Words& said, const Words& heard) {
-  const std::size_t rows = said.size() + 1;
-  const std::size_t columns = heard.size() + 1;
-  std::vector<std::vector<std::size_t>> cost(rows, std::vector<std::size_t>(columns));
-  for (std::size_t i = 0; i < rows; ++i)
-    for (std::size_t j = 0; j < columns; ++j) {
-      if (i == 0 || j == 0) {
-        cost[i][j] = i + j;
-        continue;
-      }
-      const std::size_t change = cost[i - 1][j - 1] + (said[i - 1] == heard[j - 1] ? 0 : 1);
-      cost[i][j] = std::min({change, cost[i - 1][j] + 1, cost[i][j - 1] + 1});
-    }
-  Alignment result{cost.back().back(), std::vector<bool>(said.size())};
-  for (std::size_t i = said.size(), j = heard.size(); i > 0 && j > 0;) {
-    const bool same = said[i - 1] == heard[j - 1];
-    if (cost[i][j] == cost[i - 1][j - 1] + (same ? 0 : 1)) {
-      result.right[i - 1] = same;
-      --i, --j;
-    } else if (cost[i][j] == cost[i - 1][j] + 1) {
-      --i;
-    } else {
-      --j;
-    }
-  }
-  return result;
-}
 
 struct Sentence {
   Words words;
@@ -166,12 +128,6 @@ Figures measure(std::uint16_t port, const std::vector<Sentence>& sentences) {
     add(figures, sentences[i], starts[i], own);
   }
   return figures;
-}
-
-double quantile(std::vector<double> values, double q) {
-  if (values.empty()) return NAN;
-  std::sort(values.begin(), values.end());
-  return values[static_cast<std::size_t>(std::lround(q * static_cast<double>(values.size() - 1)))];
 }
 
 void print(const char* name, const Figures& figures) {

@@ -14,6 +14,7 @@
 // into.
 
 #include "ProcessUse.h"
+#include "Quantile.h"
 
 #include "Harness/Eventually.h"
 #include "Harness/TemporaryDirectory.h"
@@ -34,6 +35,7 @@ namespace {
 
 using namespace std::chrono_literals;
 using namespace tolvera;
+using bench::quantile;
 namespace asio = boost::asio;
 namespace http = boost::beast::http;
 using Clock = test::StreamClient::Clock;
@@ -150,13 +152,7 @@ class Run {
   double granted_ = 0;
 };
 
-double quantile(std::vector<double>& values, double q) {
-  if (values.empty()) return NAN;
-  std::ranges::sort(values);
-  return values[static_cast<std::size_t>(q * static_cast<double>(values.size() - 1))];
-}
-
-void print(const char* what, std::vector<double>& seconds) {
+void print(const char* what, const std::vector<double>& seconds) {
   std::printf("  %-24s median %6.1f ms, p99 %6.1f ms, worst %6.1f ms (%zu)\n", what,
               1000 * quantile(seconds, 0.5), 1000 * quantile(seconds, 0.99), 1000 * quantile(seconds, 1),
               seconds.size());

@@ -5,6 +5,8 @@
 //
 //   TapLatency [BURSTS]      200 bursts, four a second, if not told otherwise
 
+#include "Quantile.h"
+
 #include "Async/SystemClock.h"
 #include "Platform/Linux/Sound/PipeWireAudioSystem.h"
 #include "TolveraCore/CoreAudioTapBackend.h"
@@ -35,6 +37,7 @@
 
 using namespace tolvera;
 using namespace std::chrono_literals;
+using tolvera::bench::quantile;
 using Instant = std::chrono::steady_clock::time_point;
 
 namespace {
@@ -168,11 +171,6 @@ class Ear {
   std::int64_t longestGap_ = 0;
   float first_ = 0;
 };
-
-double quantile(std::vector<double> values, double share) {
-  std::sort(values.begin(), values.end());
-  return values[static_cast<std::size_t>(share * static_cast<double>(values.size() - 1))];
-}
 
 void print(const char* what, const std::vector<double>& values) {
   if (values.empty()) {

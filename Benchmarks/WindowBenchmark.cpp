@@ -3,6 +3,8 @@
 //
 //   WindowBenchmark [SECONDS [MINUTES]]      20 captions a second for 15 s, then 60 minutes fast-forwarded
 
+#include "Quantile.h"
+
 #include "Fakes/InMemoryModel.h"
 #include "Tolvera/App/MainWindow.h"
 #include "Tolvera/App/QuickCaptionWindow.h"
@@ -27,6 +29,7 @@
 #include <vector>
 
 using namespace tolvera;
+using bench::quantile;
 using Steady = std::chrono::steady_clock;
 
 namespace {
@@ -130,13 +133,9 @@ class Windows {
   Steady::time_point mainFrame_;
 };
 
-void print(const char* what, std::vector<double> values) {
-  std::ranges::sort(values);
-  const auto at = [&values](double share) {
-    return values[static_cast<std::size_t>(share * static_cast<double>(values.size() - 1))];
-  };
-  std::printf("  %-12s median %5.1f ms, p95 %5.1f ms, p99 %5.1f ms, longest %5.1f ms\n", what, at(0.5),
-              at(0.95), at(0.99), values.back());
+void print(const char* what, const std::vector<double>& values) {
+  std::printf("  %-12s median %5.1f ms, p95 %5.1f ms, p99 %5.1f ms, longest %5.1f ms\n", what,
+              quantile(values, 0.5), quantile(values, 0.95), quantile(values, 0.99), quantile(values, 1));
 }
 
 // Captions as the service sends them: the sentence so far, its last words still open.
