@@ -17,12 +17,14 @@ set(CMAKE_LINK_DEPENDS_NO_SHARED ON)
 find_program(CCACHE ccache)
 if(CCACHE)
   set(CMAKE_CXX_COMPILER_LAUNCHER ${CCACHE})
-  # Precompiled headers carry time stamps that ccache has to be told to overlook.
-  add_compile_options(-Xclang -fno-pch-timestamp)
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+    # Precompiled headers carry time stamps that ccache has to be told to overlook.
+    add_compile_options(-Xclang -fno-pch-timestamp)
+  endif()
 endif()
 
 find_program(LLD ld.lld-19)
-if(LLD)
+if(LLD AND CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
   add_link_options(--ld-path=${LLD})
 endif()
 
