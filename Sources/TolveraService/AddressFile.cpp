@@ -21,11 +21,12 @@ namespace {
 
 } // namespace
 
-AddressFile::AddressFile() {
-  const char* const runtime = std::getenv("XDG_RUNTIME_DIR");
+AddressFile::AddressFile(bool servesAllUsers) : isShared_(servesAllUsers && ::geteuid() == 0) {
+  const char* const runtime = isShared_ ? "/run" : std::getenv("XDG_RUNTIME_DIR");
   if (runtime == nullptr || runtime[0] != '/') return;
   const auto directory = std::filesystem::path(runtime) / "tolvera";
   if (::mkdir(directory.c_str(), 0700) != 0 && errno != EEXIST) failed(directory);
+  if (isShared_ && ::chmod(directory.c_str(), 0755) != 0) failed(directory);
   path_ = directory / "service";
   const auto lockPath = directory / "service.lock";
   lock_ = ::open(lockPath.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
@@ -47,6 +48,7 @@ void AddressFile::write(std::uint16_t port) {
   const std::string temporary = path_.string() + ".new";
   const int file = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0600);
   if (file < 0) failed(temporary);
+  if (isShared_) ::fchmod(file, 0644); // under any umask
   const std::string text = std::to_string(port) + "\n";
   const bool written = ::write(file, text.data(), text.size()) == static_cast<ssize_t>(text.size());
   ::close(file);

@@ -5,13 +5,14 @@
 
 namespace tolvera::service {
 
-// Tells the programs of this user at which port the service listens: $XDG_RUNTIME_DIR/tolvera/service,
-// readable by the user alone. One service a user has it at a time. Main thread.
+// Tells programs at which port the service listens. Those of this user read $XDG_RUNTIME_DIR/tolvera/service,
+// which is readable by the user alone; where root serves all users, everyone reads /run/tolvera/service. One
+// service a user has it at a time. Main thread.
 class AddressFile {
  public:
   // Claims the file. Throws std::runtime_error if another service of the user has it, std::system_error if it
   // cannot be made. Without a runtime directory nothing is claimed and nothing written.
-  AddressFile();
+  explicit AddressFile(bool servesAllUsers);
   // Removes the file and gives up the claim.
   ~AddressFile();
   AddressFile(const AddressFile&) = delete;
@@ -22,6 +23,7 @@ class AddressFile {
   void write(std::uint16_t port);
 
  private:
+  bool isShared_;
   std::filesystem::path path_;
   int lock_ = -1;
 };

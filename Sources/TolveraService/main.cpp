@@ -32,7 +32,7 @@ void serve(const service::Options& options) {
   if (options.port) {
     settings.port = *options.port;
   } else {
-    address.emplace();
+    address.emplace(options.servesAllUsers);
     settings.port = service::Options::defaultPort;
     settings.takesNextPort = address->isClaimed();
   }

@@ -5,6 +5,7 @@ no service of this machine. Ends with 1 at the first promise that is not kept.""
 import os
 import pathlib
 import select
+import shutil
 import signal
 import socket
 import subprocess
@@ -25,9 +26,9 @@ def expect(promise, kept):
 
 def enter_own_network():
     if not os.environ.get("TOLVERA_OWN_NETWORK"):
-        environment = {**os.environ, "TOLVERA_OWN_NETWORK": "1"}
         user = [] if os.getuid() == 0 else ["--map-root-user"]
-        os.execvpe("unshare", ["unshare", *user, "--net", "/usr/bin/python3", *sys.argv], environment)
+        environment = {**os.environ, "TOLVERA_OWN_NETWORK": "mapped" if user else "real"}
+        os.execvpe("unshare", ["unshare", *user, "--net", "--mount", "/usr/bin/python3", *sys.argv], environment)
     subprocess.run(["ip", "link", "set", "lo", "up"], check=True)
 
 
@@ -83,6 +84,25 @@ def run_by_socket(programs):
     return said, alive, [told.recv(1000).decode() for _ in range(4)]
 
 
+def check_beside_root(programs, options):
+    """Whether a user finds a service while one of root runs with these options, and whether it had to be started."""
+    subprocess.run(["mount", "-t", "tmpfs", "tmpfs", "/run"], check=True)
+    copies, home = (pathlib.Path(tempfile.mkdtemp()) for _ in range(2))
+    copies.chmod(0o755)
+    for name in "tolvera-service", "tolvera-terminal":
+        shutil.copy(programs / name, copies)
+    os.chown(home, NOBODY, NOBODY)
+    service = subprocess.Popen([copies / "tolvera-service", "--engine", "pocketsphinx", *options], text=True,
+                               stdout=subprocess.PIPE, env={**os.environ, "XDG_STATE_HOME": tempfile.mkdtemp()})
+    service.stdout.readline()
+    check = subprocess.run([copies / "tolvera-terminal", "--check"], user=NOBODY, group=NOBODY, extra_groups=[], text=True,
+                           env={"PATH": os.environ["PATH"], "HOME": home, "XDG_RUNTIME_DIR": home,
+                                "TOLVERA_LOG": "service"}, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+    service.terminate()
+    service.wait(10)
+    return "ok       service" in check.stdout, "started as process" in check.stdout
+
+
 def main(programs):
     enter_own_network()
     said, alive, told = run_by_socket(programs)
@@ -94,12 +114,15 @@ def main(programs):
     expect("a service that does not run is started", "phase: live" in said and "ended with 0" in said)
     expect("its place is told to this user alone", port == PORT and mode == 0o600)
     expect("it ends with the program that started it", not left)
-    stranger = socket.create_server(("127.0.0.1", PORT))
-    try:
-        os.fchown(stranger.fileno(), NOBODY, NOBODY)
-    except OSError:
+    if os.getuid() != 0 or os.environ["TOLVERA_OWN_NETWORK"] == "mapped":
         print("skipped: only the superuser can stand in for another user")
         return
+    found, started = check_beside_root(programs, [])
+    expect("a user beside root's own service gets one too", found and started)
+    found, started = check_beside_root(programs, ["--all-users"])
+    expect("root's service for all users serves a user", found and not started)
+    stranger = socket.create_server(("127.0.0.1", PORT))
+    os.fchown(stranger.fileno(), NOBODY, NOBODY)
     heard = []
     threading.Thread(target=lambda: heard.append(stranger.accept()), daemon=True).start()
     said, port, _, _ = run_terminal(programs)

@@ -35,8 +35,22 @@ bool isLoopback(const platform::URL& url) {
   return host == "127.0.0.1" || host == "localhost" || host == "[::1]";
 }
 
-// The superuser can read everything anyway.
-bool isTrusted(uid_t user) { return user == ::getuid() || user == 0; }
+// The port in a file that only its owner can have written; absent if there is no such file.
+std::optional<std::uint16_t> portIn(const fs::path& path, uid_t owner) {
+  struct stat facts{};
+  if (::lstat(path.c_str(), &facts) != 0 || facts.st_uid != owner || !S_ISREG(facts.st_mode))
+    return std::nullopt;
+  std::ifstream file(path);
+  unsigned port = 0;
+  if (!(file >> port) || port == 0 || port > 65535) return std::nullopt;
+  return static_cast<std::uint16_t>(port);
+}
+
+// True if all who listen at the port are this user.
+bool isListenedAtBy(std::uint16_t port, uid_t owner) {
+  const auto users = usersListeningAt(port);
+  return !users.empty() && std::ranges::all_of(users, [owner](uid_t user) { return user == owner; });
+}
 
 // Gives the process id of a program with its output dropped, or 0. The program ends with the thread that
 // started it.
@@ -111,35 +125,37 @@ bool LocalService::isMeant(const platform::URL& url) const {
   return isLoopback(url) && url.port_number() == settings_.usualPort;
 }
 
-// The file stands in a directory that is the user's alone, so what it says is the user's own word.
-std::uint16_t LocalService::port() const {
-  std::ifstream file(settings_.addressFile);
-  unsigned port = 0;
-  return file >> port && port > 0 && port <= 65535 ? static_cast<std::uint16_t>(port) : settings_.usualPort;
+// The files stand in directories that are the user's and root's alone.
+LocalService::Place LocalService::place() const {
+  if (const auto port = portIn(settings_.addressFile, ::getuid())) return {*port, ::getuid()};
+  if (const auto port = portIn(settings_.sharedAddressFile, 0); port && isListenedAtBy(*port, 0))
+    return {*port, 0};
+  return {settings_.usualPort, ::getuid()};
 }
 
 bool LocalService::isListening() const {
-  const auto users = usersListeningAt(port());
-  return !users.empty() && std::ranges::all_of(users, isTrusted);
+  const auto [port, owner] = place();
+  return isListenedAtBy(port, owner);
 }
 
 fs::path LocalService::activationSocket() const {
   if (settings_.addressFile.empty()) return {};
   fs::path path = settings_.addressFile.parent_path() / "service.sock";
   struct stat facts{};
-  const bool isOwn = ::lstat(path.c_str(), &facts) == 0 && S_ISSOCK(facts.st_mode) && isTrusted(facts.st_uid);
+  const bool isOwn =
+      ::lstat(path.c_str(), &facts) == 0 && S_ISSOCK(facts.st_mode) && facts.st_uid == ::getuid();
   return isOwn && isListenedAt(path) ? path : fs::path();
 }
 
 std::optional<std::string> LocalService::refusal() const {
-  const auto users = usersListeningAt(port());
-  if (std::ranges::all_of(users, isTrusted)) return std::nullopt;
-  return "another user of this machine listens at 127.0.0.1:" + std::to_string(port()) +
+  const auto [port, owner] = place();
+  if (usersListeningAt(port).empty() || isListenedAtBy(port, owner)) return std::nullopt;
+  return "another user of this machine listens at 127.0.0.1:" + std::to_string(port) +
          ", so nothing is sent there";
 }
 
 platform::URL LocalService::located(platform::URL url) const {
-  if (isMeant(url)) url.set_port_number(port());
+  if (isMeant(url)) url.set_port_number(place().port);
   return url;
 }
 
@@ -153,7 +169,8 @@ Task<platform::URL> LocalService::reached(platform::URL url) {
       timer.expires_after(pause);
       co_await timer.async_wait(boost::asio::use_awaitable);
     }
-    log::trace(Category::service, isListening() ? "listens at port " : "does not listen at port ", port());
+    log::trace(Category::service, isListening() ? "listens at port " : "does not listen at port ",
+               place().port);
   }
   co_return reachedNow(std::move(url));
 }

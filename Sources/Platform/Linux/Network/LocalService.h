@@ -18,14 +18,16 @@ namespace tolvera::adapters {
 // The user's own translation service on this machine, behind the one address that programs know it by. It may
 // listen elsewhere, because another user has taken the usual port: it writes its place into a file. When it
 // does not run, the socket that the user's service manager keeps for it starts it; without that socket it is
-// started when it is needed, by the manager, or else as a child of this program that ends with it. A service
-// of another user is never used. Any thread.
+// started when it is needed, by the manager, or else as a child of this program that ends with it. Of other
+// users' services only one of root that serves everyone is used. Any thread.
 class LocalService {
  public:
   struct Settings {
     std::uint16_t usualPort = 18790;
     // Where the service writes its place; empty without a runtime directory.
     std::filesystem::path addressFile = defaultAddressFile();
+    // Where a service of root that serves every user writes its place.
+    std::filesystem::path sharedAddressFile = "/run/tolvera/service";
     // What is started as a child; empty for nothing.
     std::filesystem::path program = programBeside();
     bool usesServiceManager = true;
@@ -60,7 +62,11 @@ class LocalService {
   static std::filesystem::path programBeside();
 
  private:
-  [[nodiscard]] std::uint16_t port() const;
+  struct Place {
+    std::uint16_t port;
+    uid_t owner; // of the service that may be used there
+  };
+  [[nodiscard]] Place place() const;
   [[nodiscard]] bool isListening() const;
   // The manager's socket, if it is kept for this user; otherwise empty.
   [[nodiscard]] std::filesystem::path activationSocket() const;
