@@ -163,11 +163,11 @@ void LoopbackServer::Connection::reset() {
   });
 }
 
-void LoopbackServer::Connection::vanish() {
+bool LoopbackServer::Connection::vanish() {
   sock_filter nothing{BPF_RET | BPF_K, 0, 0, 0};
   const sock_fprog filter{1, &nothing};
-  ::setsockopt(transport_->stream.next_layer().socket().native_handle(), SOL_SOCKET, SO_ATTACH_FILTER,
-               &filter, sizeof filter);
+  return ::setsockopt(transport_->stream.next_layer().socket().native_handle(), SOL_SOCKET, SO_ATTACH_FILTER,
+                      &filter, sizeof filter) == 0;
 }
 
 void LoopbackServer::Connection::pauseReading(bool paused) {

@@ -131,7 +131,9 @@ class LoopbackServer::Connection {
   void sendBinary(const std::string& bytes) { send(false, bytes); }
   void close(std::uint16_t code); // begins the closing handshake
   void reset();                   // ends the TCP connection by a reset
-  void vanish();                  // from now on what arrives is lost, unacknowledged, as behind a cut wire
+  // From now on what arrives is lost, unacknowledged, as behind a cut wire. False where the kernel reserves
+  // that for the superuser.
+  [[nodiscard]] bool vanish();
   // Leaves what arrives in the socket's buffers, a close frame too; one read under way still ends.
   void pauseReading(bool paused);
 

@@ -192,7 +192,7 @@ TEST_F(NetworkFault, NoticesVanishedPeer) {
   for (const std::size_t sends : {0U, 1U}) { // in silence too
     auto socket = connect(sends);
     auto pending = start(socket->receive());
-    server_.connection(sends)->vanish();
+    if (!server_.connection(sends)->vanish()) GTEST_SKIP() << "only the superuser can cut a connection here";
     if (sends > 0) run(socket->send(bytes(3200)));
     EXPECT_TRUE(endsWithin(pending, 10s)) << sends;
     EXPECT_EQ(end(pending), where_ + " has stopped answering");
