@@ -76,10 +76,10 @@ class Stage:
             f"[Desktop Entry]\nType=Application\nName={name}\nExec={program} %u\n{more}")
         return program
 
-    def start(self, *command, log):
-        """Starts a program that ends with the stage at the latest."""
+    def start(self, *command, log, **variables):
+        """Starts a program that ends with the stage at the latest, with more variables in its environment."""
         with open(self.home / log, "ab") as file:
-            process = subprocess.Popen([str(word) for word in command], env=self.environment, stdout=file,
+            process = subprocess.Popen([str(word) for word in command], env=self.environment | variables, stdout=file,
                                        stderr=subprocess.STDOUT, stdin=subprocess.DEVNULL)
         self._processes.append(process)
         return process
@@ -92,12 +92,14 @@ class Stage:
     def log(self, name):
         return (self.home / name).read_text(errors="replace")
 
-    def start_service(self, port=0, *options):
-        """The local service with accounts of the stage's own, on a port of its own unless one is given."""
+    def start_service(self, port=0, *options, models=None):
+        """The local service with accounts of the stage's own, on a port of its own unless one is given. `models` is a
+        folder of data with speech models; without it simple English is heard."""
         log = self.home / "service.log"
         said = log.stat().st_size if log.exists() else 0
         process = self.start(self.programs / "tolvera-service", "--port", port, "--state",
-                             self.home / "accounts", *options, log=log.name)
+                             self.home / "accounts", *options, log=log.name,
+                             **({"XDG_DATA_DIRS": f"{models}:/usr/local/share:/usr/share"} if models else {}))
 
         def listening():
             if process.poll() is not None:
@@ -108,16 +110,20 @@ class Stage:
         self.url = f"http://127.0.0.1:{self.port}/livetranslate"
         return process
 
-    def make_film(self, lead=0.5, rounds=8):
-        """Each sentence after a pause, all of them `rounds` times."""
+    def make_film(self, lead=0.5, rounds=8, speech=()):
+        """Recordings, or else SENTENCES, each after a pause, all of them `rounds` times."""
         parts = [str(lead)]
-        for index, sentence in enumerate(SENTENCES):
-            file = self.home / f"sentence-{index}.wav"
-            subprocess.run(["flite", "-voice", "rms", "-t", sentence, "-o", file], check=True)
+        for file in speech or self._sentences():
             parts += [str(file), "2.5"]
         film = self.home / "film.wav"
         subprocess.run([STAGE / "sound", "join", film, *(parts[:1] + parts[1:] * rounds)], check=True)
         return film
+
+    def _sentences(self):
+        for index, sentence in enumerate(SENTENCES):
+            file = self.home / f"sentence-{index}.wav"
+            subprocess.run(["flite", "-voice", "rms", "-t", sentence, "-o", file], check=True)
+            yield file
 
     def start_player(self, film=None, **length):
         """The application with a film of sound, `make_film` if none is given."""
