@@ -29,6 +29,11 @@ SENTENCES = (
 )
 
 
+def data_of_user():
+    """The folder with the speech models that the user has installed; the stage's own has none."""
+    return pathlib.Path(os.environ.get("XDG_DATA_HOME") or pathlib.Path.home() / ".local/share")
+
+
 class Stage:
     """A context: everything that it started has ended when it is left. `programs` is the folder with the
     programs."""
