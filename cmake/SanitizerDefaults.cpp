@@ -1,7 +1,12 @@
 // What the sanitizers leave out of their reports, in every program that they are built into.
 
+extern "C" const char* __tsan_default_options();
 extern "C" const char* __tsan_default_suppressions();
 extern "C" const char* __lsan_default_suppressions();
+
+// Libraries that are built without ThreadSanitizer, Qt and the C++ runtime above all, order what they do by
+// means that it does not see. A test forks to be killed in the middle of its writing.
+const char* __tsan_default_options() { return "ignore_noninstrumented_modules=1:die_after_fork=0"; }
 
 // Patterns that ThreadSanitizer cannot see through, none of them a race: a reference count kept inside the
 // uninstrumented C++ runtime, one that orders its last decrement by a fence, and the library of whisper.cpp,

@@ -96,7 +96,8 @@ class ScriptedConnection final : public platform::WebSocketTask {
     apply();
     for (const auto& resume : std::exchange(waiting_, {})) resume();
   }
-  [[nodiscard]] platform::PlatformError lost() const {
+  [[nodiscard]] platform::PlatformError lost() {
+    const std::scoped_lock lock(mutex_);
     return {platform::transportErrorDomain, ECONNRESET, failure_.value()};
   }
 
