@@ -120,7 +120,7 @@ std::string guessTarget(std::string_view localeIdentifier) {
 
 std::size_t std::hash<tolvera::Language>::operator()(const tolvera::Language& language) const noexcept {
   const std::hash<std::string_view> text;
-  std::size_t hash = text(language.code);
-  hash = hash * 31 + text(language.englishName);
-  return hash * 31 + static_cast<std::size_t>(language.canDub);
+  std::size_t sum = text(language.code);
+  sum = sum * 31 + text(language.englishName);
+  return sum * 31 + static_cast<std::size_t>(language.canDub);
 }
