@@ -96,9 +96,10 @@ def check_beside_root(programs, options):
     service = subprocess.Popen([copies / "tolvera-service", "--engine", "pocketsphinx", *options], text=True,
                                stdout=subprocess.PIPE, env={**os.environ, "XDG_STATE_HOME": tempfile.mkdtemp()})
     service.stdout.readline()
-    check = subprocess.run([copies / "tolvera-terminal", "--check"], user=NOBODY, group=NOBODY, extra_groups=[], text=True,
-                           env={"PATH": os.environ["PATH"], "HOME": home, "XDG_RUNTIME_DIR": home,
-                                "TOLVERA_LOG": "service", "ASAN_OPTIONS": "detect_leaks=0"}, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+    environment = {"PATH": os.environ["PATH"], "HOME": home, "XDG_RUNTIME_DIR": home, "TOLVERA_LOG": "service",
+                   "ASAN_OPTIONS": "detect_leaks=0"}
+    check = subprocess.run([copies / "tolvera-terminal", "--check"], user=NOBODY, group=NOBODY, extra_groups=[],
+                           env=environment, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
     service.terminate()
     service.wait(10)
     return "ok       service" in check.stdout, "started as process" in check.stdout
