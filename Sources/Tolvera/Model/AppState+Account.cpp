@@ -28,6 +28,11 @@ struct AppState::Signup {
   std::string token;
   std::exception_ptr failure;
   std::vector<std::shared_ptr<Gate>> waiting;
+
+  void end() {
+    isOver = true;
+    for (const auto& gate : waiting) gate->open();
+  }
 };
 
 platform::URL AppState::serverURL() const { return settings_->baseURL(); }
@@ -50,14 +55,14 @@ Task<std::string> AppState::currentToken() {
   const auto signup = std::make_shared<Signup>();
   signup->server = server;
   signup_ = signup;
+  // A task that the program's end destroys in the middle takes along those that wait for it.
+  const std::unique_ptr<Signup, decltype([](Signup* ended) { ended->end(); })> ending(signup.get());
   try {
     signup->token = co_await signUp(server);
   } catch (...) {
     signup->failure = std::current_exception();
   }
-  signup->isOver = true;
   if (signup_ == signup) signup_.reset();
-  for (const auto& gate : signup->waiting) gate->open();
   if (signup->failure) std::rethrow_exception(signup->failure);
   co_return signup->token;
 }
