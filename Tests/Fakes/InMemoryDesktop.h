@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Async/Gate.h"
 #include "Platform/CaptureDevice.h"
 #include "Platform/FileManager.h"
 #include "Platform/RunningApplications.h"
@@ -104,12 +105,15 @@ struct ScriptedCaptureDevice final : platform::CaptureDevice {
   [[nodiscard]] platform::AuthorizationStatus audioAuthorizationStatus() const override { return status; }
   Task<bool> requestAudioAccess() override {
     ++requests;
+    if (thinks) co_await answered.pass();
     status = userAgrees ? platform::AuthorizationStatus::authorized : platform::AuthorizationStatus::denied;
     co_return userAgrees;
   }
 
   platform::AuthorizationStatus status = platform::AuthorizationStatus::authorized;
   bool userAgrees = true;
+  bool thinks = false; // before the answer, until `answered` opens
+  Gate answered;
   int requests = 0; // how often the user was asked
 };
 

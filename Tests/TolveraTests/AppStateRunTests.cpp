@@ -134,6 +134,33 @@ TEST_F(Run, StopEndsAWaitingStart) {
   expectNothingLeft();
 }
 
+TEST_F(Run, StopEndsAStartThatAsks) {
+  launch();
+  in_.captureDevice.status = platform::AuthorizationStatus::notDetermined;
+  in_.captureDevice.thinks = true;
+  const auto starting = begin(app_->start());
+  stop();
+  in_.captureDevice.answered.open();
+  settle();
+  EXPECT_TRUE(starting.finished());
+  EXPECT_EQ(phase(), "idle");
+  expectNothingLeft();
+}
+
+TEST_F(Run, StopEndsAStartThatConnects) {
+  launch();
+  TaskHandle stopping;
+  in_.network.onConnection([&](test::ScriptedConnection& connection) {
+    connection.accept();
+    stopping = spawn(in_.loop.executor(), "stop", app_, app_->stop());
+  });
+  start();
+  in_.loop.advance(6s);
+  EXPECT_TRUE(stopping.finished());
+  EXPECT_EQ(phase(), "idle");
+  expectNothingLeft();
+}
+
 TEST_F(Run, StopWorksTwiceInEveryPhase) {
   launch();
   const std::pair<const char*, std::function<void()>> phases[] = {
