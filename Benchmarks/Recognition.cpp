@@ -13,6 +13,7 @@
 // which knows English alone (WordTimes.h). Numbers count as words ("10" is "ten", Words.h). The processor's
 // time and the memory are this process's: the client that plays costs next to nothing.
 
+#include "ProcessUse.h"
 #include "Quantile.h"
 #include "Recordings.h"
 #include "WordTimes.h"
@@ -21,12 +22,10 @@
 #include "ServiceTests/Clients.h"
 #include "ServiceTests/RunningServer.h"
 
-#include <sys/resource.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
-#include <fstream>
 #include <future>
 #include <optional>
 #include <span>
@@ -39,6 +38,8 @@ namespace {
 
 using tolvera::bench::align;
 using tolvera::bench::leadSamples;
+using tolvera::bench::memory;
+using tolvera::bench::processorTime;
 using tolvera::bench::quantile;
 using tolvera::bench::rate;
 using tolvera::bench::Recording;
@@ -48,28 +49,13 @@ using tolvera::bench::wordsOf;
 using tolvera::test::HTTPClient;
 using tolvera::test::StreamClient;
 using Time = StreamClient::Clock::time_point;
+
 constexpr std::size_t chunk = 1600;
 
 void printDelays(const char* name, const std::vector<double>& seconds) {
   if (seconds.empty()) return;
   std::printf("%-44s %5.2f s median, %.2f s 95th (%zu)\n", name, quantile(seconds, 0.5),
               quantile(seconds, 0.95), seconds.size());
-}
-
-double memory() { // MB
-  std::ifstream file("/proc/self/statm");
-  double pages = 0;
-  file >> pages >> pages;
-  return pages * static_cast<double>(::sysconf(_SC_PAGESIZE)) / 1e6;
-}
-
-double processorSeconds() {
-  rusage usage{};
-  ::getrusage(RUSAGE_SELF, &usage);
-  const auto seconds = [](timeval time) {
-    return static_cast<double>(time.tv_sec) + 1e-6 * static_cast<double>(time.tv_usec);
-  };
-  return seconds(usage.ru_utime) + seconds(usage.ru_stime);
 }
 
 struct Caption {
@@ -268,8 +254,8 @@ int main(int count, char** values) {
                                     : tolvera::bench::streamOf(recordings, noise, dB);
     tolvera::test::RunningServer server(std::max<std::size_t>(runs, 2), engine);
     if (target.empty()) target = language == "auto" ? "en" : language;
-    const double idle = memory();
-    const double before = processorSeconds();
+    const double idle = memory(::getpid(), "VmRSS");
+    const double before = processorTime(::getpid());
     const auto run = [&] {
       return play(server->port(), stream, "&target=" + target + "&source=" + language + "&dub=0&src=1");
     };
@@ -286,8 +272,8 @@ int main(int count, char** values) {
       printFigures(recordings, captions);
     }
     std::printf("%-44s %5.2f\n", "processor seconds a second of stream",
-                (processorSeconds() - before) / streamed);
-    std::printf("%-44s %5.0f MB idle, %.0f MB with a run\n", "memory", idle, memory());
+                (processorTime(::getpid()) - before) / streamed);
+    std::printf("%-44s %5.0f MB idle, %.0f MB with a run\n", "memory", idle, memory(::getpid(), "VmRSS"));
     for (const Caption& caption : captions)
       if (caption.final) {
         std::printf("%7.2f ", caption.at);

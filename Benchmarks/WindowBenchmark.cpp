@@ -3,6 +3,7 @@
 //
 //   WindowBenchmark [SECONDS [MINUTES]]      20 captions a second for 15 s, then 60 minutes fast-forwarded
 
+#include "ProcessUse.h"
 #include "Quantile.h"
 
 #include "Fakes/InMemoryModel.h"
@@ -23,7 +24,6 @@
 #include <array>
 #include <chrono>
 #include <cstdio>
-#include <fstream>
 #include <functional>
 #include <string>
 #include <vector>
@@ -53,13 +53,6 @@ std::string sentence(int number, int words) {
     text += vocabulary[index];
   }
   return text;
-}
-
-double residentMegabytes() {
-  std::ifstream file("/proc/self/statm");
-  long pages = 0;
-  file >> pages >> pages;
-  return static_cast<double>(pages) * static_cast<double>(::sysconf(_SC_PAGESIZE)) / 1e6;
 }
 
 int itemsBelow(const QQuickItem& item) {
@@ -105,7 +98,8 @@ class Windows {
 
   void printSize(const char* when) {
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-    std::printf("  %-10s %6.1f MB resident, %d items, %lld objects\n", when, residentMegabytes(),
+    std::printf("  %-10s %6.1f MB resident, %d items, %lld objects\n", when,
+                bench::memory(::getpid(), "VmRSS"),
                 itemsBelow(*panel_->contentItem()) + itemsBelow(*main_.contentItem()),
                 static_cast<long long>(main_.findChildren<QObject*>().size() +
                                        panel_->findChildren<QObject*>().size()));

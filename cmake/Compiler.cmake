@@ -36,7 +36,3 @@ endif()
 
 # clang 19 reports libstdc++ 12's own use of a deprecated function, inside std::stable_sort, as ours.
 set(TOLVERA_WARNINGS -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror -Wno-deprecated-declarations)
-if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
-  # gcc's -Wshadow also means a constructor's parameter that is named as the member which it sets.
-  list(REMOVE_ITEM TOLVERA_WARNINGS -Wshadow)
-endif()

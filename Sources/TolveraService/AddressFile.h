@@ -6,8 +6,8 @@
 namespace tolvera::service {
 
 // Tells programs at which port the service listens. Those of this user read $XDG_RUNTIME_DIR/tolvera/service,
-// which is readable by the user alone; where root serves all users, everyone reads /run/tolvera/service. One
-// service a user has it at a time. Main thread.
+// which is readable by the user alone; where root serves all users, everyone reads /run/tolvera/service. Only
+// one service of a user has the file at a time. Main thread.
 class AddressFile {
  public:
   // Claims the file. Throws std::runtime_error if another service of the user has it, std::system_error if it

@@ -85,20 +85,20 @@ def run_by_socket(programs):
 
 
 def check_beside_root(programs, options):
-    """Whether a user finds a service while one of root runs with these options, and whether it had to be started. This
-    user has no message bus, where a library of the sound server leaks."""
-    subprocess.run(["mount", "-t", "tmpfs", "tmpfs", "/run"], check=True)
-    copies, home = (pathlib.Path(tempfile.mkdtemp()) for _ in range(2))
-    copies.chmod(0o755)
-    for name in "tolvera-service", "tolvera-terminal":
-        shutil.copy(programs / name, copies)
+    """Whether a user finds a service while one of root runs with these options, and whether it had to be started."""
+    folder = pathlib.Path("/run")  # where root tells its place; here one of this test's, which ends with it
+    subprocess.run(["mount", "-t", "tmpfs", "tmpfs", folder], check=True)
+    home = folder / "home"
+    home.mkdir()
     os.chown(home, NOBODY, NOBODY)
-    service = subprocess.Popen([copies / "tolvera-service", "--engine", "pocketsphinx", *options], text=True,
-                               stdout=subprocess.PIPE, env={**os.environ, "XDG_STATE_HOME": tempfile.mkdtemp()})
+    for name in "tolvera-service", "tolvera-terminal":  # the user may not see the folder with the programs
+        shutil.copy(programs / name, folder)
+    service = subprocess.Popen([folder / "tolvera-service", "--engine", "pocketsphinx", *options], text=True,
+                               stdout=subprocess.PIPE, env={**os.environ, "XDG_STATE_HOME": folder / "state"})
     service.stdout.readline()
     environment = {"PATH": os.environ["PATH"], "HOME": home, "XDG_RUNTIME_DIR": home, "TOLVERA_LOG": "service",
-                   "ASAN_OPTIONS": "detect_leaks=0"}
-    check = subprocess.run([copies / "tolvera-terminal", "--check"], user=NOBODY, group=NOBODY, extra_groups=[],
+                   "ASAN_OPTIONS": "detect_leaks=0"}  # without a message bus a library of the sound server leaks
+    check = subprocess.run([folder / "tolvera-terminal", "--check"], user=NOBODY, group=NOBODY, extra_groups=[],
                            env=environment, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
     service.terminate()
     service.wait(10)

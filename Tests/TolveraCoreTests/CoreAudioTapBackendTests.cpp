@@ -143,14 +143,14 @@ TEST_F(TapBackend, RunsNoCallbackAfterStop) {
   for (int run = 0; run < 50; ++run) {
     start();
     const int before = offers;
-    while (offers < before + 2) std::this_thread::yield(); // one was offered as a whole since the start
+    while (offers < before + 3) std::this_thread::yield(); // the start came before two of them
     backend->stop();
     const auto count = blocks.size();
     std::this_thread::yield();
     EXPECT_EQ(blocks.size(), count);
     EXPECT_EQ(hardware.made, 0);
   }
-  EXPECT_GE(blocks.size(), 50U);
+  EXPECT_GE(blocks.size(), 100U);
 }
 
 } // namespace

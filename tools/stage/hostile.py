@@ -7,6 +7,7 @@ import base64
 import contextlib
 import hashlib
 import json
+import math
 import os
 import pathlib
 import signal
@@ -22,7 +23,7 @@ from gi.repository import Gio, GLib
 
 # MB, at most. A sanitizer keeps what was freed, and shadows what is used: TOLVERA_MEMORY_LIMIT=inf for its programs.
 MEMORY = float(os.environ.get("TOLVERA_MEMORY_LIMIT", "150"))
-GROWTH = MEMORY / 7.5
+GROWTH = 20 if math.isfinite(MEMORY) else MEMORY
 ANSWER = float(os.environ.get("TOLVERA_ANSWER_LIMIT", "0.1"))  # s that a call to the program may take
 READY = {"type": "ready", "secondsLeft": 3000}
 PACK = {"id": "p", "hours": 1, "cents": 1, "fen": 1}

@@ -55,7 +55,7 @@ Task<std::string> AppState::currentToken() {
   const auto signup = std::make_shared<Signup>();
   signup->server = server;
   signup_ = signup;
-  // A task that the program's end destroys in the middle takes along those that wait for it.
+  // If the program's end destroys this task in the middle, those that wait for it are destroyed as well.
   const std::unique_ptr<Signup, decltype([](Signup* ended) { ended->end(); })> ending(signup.get());
   try {
     signup->token = co_await signUp(server);

@@ -46,10 +46,14 @@ std::optional<std::uint16_t> portIn(const fs::path& path, uid_t owner) {
   return static_cast<std::uint16_t>(port);
 }
 
-// True if all who listen at the port are this user.
+bool areAll(const std::vector<uid_t>& users, uid_t owner) {
+  return std::ranges::all_of(users, [owner](uid_t user) { return user == owner; });
+}
+
+// True if this user listens at the port, and nobody else does.
 bool isListenedAtBy(std::uint16_t port, uid_t owner) {
   const auto users = usersListeningAt(port);
-  return !users.empty() && std::ranges::all_of(users, [owner](uid_t user) { return user == owner; });
+  return !users.empty() && areAll(users, owner);
 }
 
 // Gives the process id of a program with its output dropped, or 0. The program ends with the thread that
@@ -125,7 +129,7 @@ bool LocalService::isMeant(const platform::URL& url) const {
   return isLoopback(url) && url.port_number() == settings_.usualPort;
 }
 
-// The files stand in directories that are the user's and root's alone.
+// Only the user can write into the directory of the first file, and only root into that of the second.
 LocalService::Place LocalService::place() const {
   if (const auto port = portIn(settings_.addressFile, ::getuid())) return {*port, ::getuid()};
   if (const auto port = portIn(settings_.sharedAddressFile, 0); port && isListenedAtBy(*port, 0))
@@ -149,7 +153,7 @@ fs::path LocalService::activationSocket() const {
 
 std::optional<std::string> LocalService::refusal() const {
   const auto [port, owner] = place();
-  if (usersListeningAt(port).empty() || isListenedAtBy(port, owner)) return std::nullopt;
+  if (areAll(usersListeningAt(port), owner)) return std::nullopt;
   return "another user of this machine listens at 127.0.0.1:" + std::to_string(port) +
          ", so nothing is sent there";
 }

@@ -18,8 +18,8 @@ namespace tolvera::adapters {
 // The user's own translation service on this machine, behind the one address that programs know it by. It may
 // listen elsewhere, because another user has taken the usual port: it writes its place into a file. When it
 // does not run, the socket that the user's service manager keeps for it starts it; without that socket it is
-// started when it is needed, by the manager, or else as a child of this program that ends with it. Of other
-// users' services only one of root that serves everyone is used. Any thread.
+// started when it is needed, by the manager, or else as a child of this program that ends with it. It uses
+// another user's service only if that user is root and the service serves everyone. Any thread.
 class LocalService {
  public:
   struct Settings {
