@@ -50,7 +50,7 @@ bool areAll(const std::vector<uid_t>& users, uid_t owner) {
   return std::ranges::all_of(users, [owner](uid_t user) { return user == owner; });
 }
 
-// True if this user listens at the port, and nobody else does.
+// True if this user, and no other, listens at the port.
 bool isListenedAtBy(std::uint16_t port, uid_t owner) {
   const auto users = usersListeningAt(port);
   return !users.empty() && areAll(users, owner);
