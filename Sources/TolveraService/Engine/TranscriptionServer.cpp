@@ -25,6 +25,9 @@ namespace {
 constexpr std::chrono::seconds patience{20};
 constexpr std::chrono::milliseconds beforeRetry{300};
 constexpr int failuresThatEnd = 3;
+// Each decode sends the whole utterance, and others may use the server too.
+constexpr std::chrono::milliseconds spacing{800};
+constexpr double share = 0.5;
 constexpr std::size_t bytesPerSecond = 100; // of text, at most
 constexpr std::size_t bytesBeside = 200;
 constexpr std::size_t speechToChange = 2 * SpeechEngine::sampleRate;
@@ -108,7 +111,7 @@ TranscriptionServerListener::~TranscriptionServerListener() {
 }
 
 void TranscriptionServerListener::begin(Request request) {
-  start(std::move(request), server_.gate(), server_.languages());
+  start(std::move(request), server_.gate(), server_.languages(), {spacing, share});
 }
 
 std::optional<UtteranceListener::Decoded> TranscriptionServerListener::decode(const Stretch& stretch) {

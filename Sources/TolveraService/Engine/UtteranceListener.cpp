@@ -22,7 +22,6 @@ constexpr std::size_t silenceThatEnds = samplesOf(0.45);
 // The end is decoded ahead: where the silence goes on the result is there when the utterance ends.
 constexpr std::size_t silenceThatMayEnd = samplesOf(0.2);
 constexpr std::size_t leastSpeech = samplesOf(0.25);
-constexpr std::size_t leastSpacing = samplesOf(0.8);
 // Who gets so much at once has fallen behind.
 constexpr std::size_t muchAtOnce = samplesOf(1);
 constexpr std::size_t longest = samplesOf(12);
@@ -33,12 +32,13 @@ constexpr std::size_t longPause = samplesOf(3);
 } // namespace
 
 void UtteranceListener::start(Request request, const std::filesystem::path& gate,
-                              const std::vector<std::string>& languages) {
+                              const std::vector<std::string>& languages, Pace pace) {
   request_ = std::move(request);
   for (const std::string& code : languages) candidates_.push_back(whisperLanguage(code));
   identified_ = !isAutomatic();
   language_ = identified_ ? whisperLanguage(request_.spoken) : candidates_.front();
-  spacing_ = leastSpacing;
+  pace_ = pace;
+  spacing_ = samplesOf(pace_.spacing.count());
   gate_.emplace(gate);
 }
 
@@ -103,9 +103,9 @@ void UtteranceListener::decodeIfDue(bool behind) {
   utterance_->decodedUpTo = size;
   const auto before = busy_;
   auto decoded = decodeAll(mayEnd);
-  // Where a decode is slow there are fewer: half of the time is left to the ends of utterances and to other
-  // runs.
-  spacing_ = std::max(leastSpacing, samplesOf((busy_ - before).count() * 2));
+  // Where a decode is slow there are fewer: the rest of the time is left to the ends of utterances and to
+  // other runs.
+  spacing_ = samplesOf(std::max(pace_.spacing, (busy_ - before) / pace_.share).count());
   if (decoded) show(*decoded, false);
   if (mayEnd) utterance_->sinceSilence = decoded ? *std::move(decoded) : Decoded{};
 }

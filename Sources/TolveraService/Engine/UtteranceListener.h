@@ -40,8 +40,15 @@ class UtteranceListener : public Listener {
   static constexpr std::size_t speechToIdentify = 3 * SpeechEngine::sampleRate;
   static constexpr std::size_t speechToBeSure = SpeechEngine::sampleRate;
 
+  // How often an utterance is decoded while it grows.
+  struct Pace {
+    std::chrono::duration<double> spacing; // of new sound between two decodes, at least
+    double share;                          // of the time that these decodes may take, from 0 to 1
+  };
+
   // Takes what `begin` was given. Throws what SpeechGate throws.
-  void start(Request request, const std::filesystem::path& gate, const std::vector<std::string>& languages);
+  void start(Request request, const std::filesystem::path& gate, const std::vector<std::string>& languages,
+             Pace pace);
   // Absent if there is nothing that one could show. May throw EngineFailure.
   virtual std::optional<Decoded> decode(const Stretch& stretch) = 0;
   // True if a decode could begin at once. The ends of utterances wait where it could not, all else is left
@@ -81,8 +88,9 @@ class UtteranceListener : public Listener {
   std::vector<float> unseen_; // less than a hop
   std::vector<float> before_; // the last sound without speech
   std::optional<Utterance> utterance_;
-  std::size_t pause_ = 0;   // samples since the last utterance
-  std::size_t heard_ = 0;   // samples in all
+  std::size_t pause_ = 0; // samples since the last utterance
+  std::size_t heard_ = 0; // samples in all
+  Pace pace_{};
   std::size_t spacing_ = 0; // samples between decodes
   std::chrono::duration<double> busy_{};
 };

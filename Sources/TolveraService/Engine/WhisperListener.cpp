@@ -5,6 +5,7 @@
 
 #include "Async/Log.h"
 
+#include <chrono>
 #include <utility>
 
 namespace tolvera::service {
@@ -13,6 +14,8 @@ namespace {
 
 using Effort = WhisperDecoder::Effort;
 
+constexpr std::chrono::milliseconds spacing{500}; // two processors decode in about 0.3 s
+constexpr double share = 2.0 / 3;
 constexpr float sure = 0.9F;
 constexpr float sureOfChange = 0.8F;
 constexpr float improbable = -0.9F;
@@ -26,7 +29,7 @@ WhisperListener::~WhisperListener() {
 }
 
 void WhisperListener::begin(Request request) {
-  start(std::move(request), engine_.settings().gate, engine_.languages());
+  start(std::move(request), engine_.settings().gate, engine_.languages(), {spacing, share});
   decoder_.emplace(engine_.model(), engine_.threads(), request_.abandoned);
 }
 
