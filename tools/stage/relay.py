@@ -12,12 +12,13 @@ BALANCE = re.compile(rb'"secondsLeft":([-+.\deE]+)[,}]')
 
 
 class Line:
-    """What was said on one connection. Of a web socket: the seconds of sound, whether the client said stop, and the
-    seconds that the service told were charged. Each balance that it told is added to `told`."""
+    """What was said on one connection. Of a web socket: the seconds of sound, the seconds that the service told were
+    charged, and how many were uncharged when the client said stop, if it did. Each balance that the service told is
+    added to `told`."""
 
     def __init__(self, told):
         self.sent = self.charged = self.captions = 0
-        self.stopped = False
+        self.uncharged_at_stop = None
         self._balances = told
         self._granted = None
         self._rest = self._told = b""
@@ -45,7 +46,8 @@ class Line:
             kind, start, size = frame
             if kind in (0, 2):
                 self.sent += size / 32_000
-            self.stopped |= kind == 1
+            if kind == 1:
+                self.uncharged_at_stop = self.sent - self.charged
             self._rest = self._rest[start + size:]
 
     def _frame(self):
