@@ -14,7 +14,8 @@ namespace {
 
 using Effort = WhisperDecoder::Effort;
 
-constexpr std::chrono::milliseconds spacing{500}; // two processors decode in about 0.3 s
+// A word shows 0.1 s sooner than with 800 ms, and a run costs a third more of the processor.
+constexpr std::chrono::milliseconds spacing{500};
 constexpr double share = 2.0 / 3;
 constexpr float sure = 0.9F;
 constexpr float sureOfChange = 0.8F;
