@@ -99,7 +99,7 @@ void UtteranceListener::decodeIfDue(bool behind) {
   const bool mayEnd = utterance_->silent >= silenceThatMayEnd && !utterance_->sinceSilence;
   if (!mayEnd && (utterance_->silent >= silenceThatMayEnd || size - utterance_->decodedUpTo < spacing_))
     return;
-  if (!mayEnd && (behind || !isDecoderFree())) return;
+  if (behind || (!mayEnd && !isDecoderFree())) return;
   utterance_->decodedUpTo = size;
   const auto before = busy_;
   auto decoded = decodeAll(mayEnd);

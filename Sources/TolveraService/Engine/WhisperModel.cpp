@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <ctime>
 #include <fstream>
 #include <mutex>
 #include <stdexcept>
@@ -25,14 +26,22 @@ constexpr int tokensPerSecond = 6;
 
 constexpr float another = 0.4F; // how far the second try's temperature is from the first's
 
-// The threads of a decode wait for each other thousands of times a second, and spin meanwhile. On a machine
-// that has more to do than it has processors that takes far longer than one thread alone.
-int threadsNow(int threads) {
+// A decode whose threads got less of the processors than this had to share them.
+constexpr double wholeShare = 0.85;
+
+// Tasks of the machine that run or could run now, this thread among them; 1 if that cannot be read.
+int runnableTasks() {
   std::ifstream file("/proc/loadavg");
   double average = 0;
-  int running = 0;
-  file >> average >> average >> average >> running;
-  return running > threads + 1 ? 1 : threads;
+  int runnable = 1;
+  file >> average >> average >> average >> runnable;
+  return runnable;
+}
+
+double secondsOf(clockid_t clock) {
+  timespec time{};
+  ::clock_gettime(clock, &time);
+  return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
 }
 
 std::string trimmed(std::string text) {
@@ -80,7 +89,7 @@ WhisperDecoder::WhisperDecoder(std::shared_ptr<const WhisperModel> model, int th
 
 WhisperDecoder::Text WhisperDecoder::decode(std::span<const float> samples, const std::string& language,
                                             Effort effort, bool translate) {
-  threads_ = threadsNow(threadsAtMost_);
+  chooseThreads();
   whisper_full_params parameters = whisper_full_default_params(WHISPER_SAMPLING_GREEDY);
   const int context = static_cast<int>(samples.size() / samplesPerContext) + contextAround;
   tokensAtMost_ =
@@ -100,8 +109,12 @@ WhisperDecoder::Text WhisperDecoder::decode(std::span<const float> samples, cons
   parameters.abort_callback = [](void* self) { return static_cast<WhisperDecoder*>(self)->abandoned_(); };
   parameters.abort_callback_user_data = this;
   const auto count = static_cast<int>(samples.size());
+  const double began = secondsOf(CLOCK_MONOTONIC);
+  const double used = secondsOf(CLOCK_PROCESS_CPUTIME_ID);
   if (!works(whisper_full_with_state(model_->get(), state_.get(), parameters, samples.data(), count)))
     return {};
+  const double wanted = (secondsOf(CLOCK_MONOTONIC) - began) * threads_;
+  crowded_ = threads_ < threadsAtMost_ || secondsOf(CLOCK_PROCESS_CPUTIME_ID) - used < wanted * wholeShare;
   Text text;
   double sum = 0;
   int tokens = 0;
@@ -115,6 +128,13 @@ WhisperDecoder::Text WhisperDecoder::decode(std::span<const float> samples, cons
   text.words = trimmed(std::move(text.words));
   text.certainty = static_cast<float>(sum / std::max(tokens, 1));
   return text;
+}
+
+// The threads of a decode wait for each other thousands of times a second, and spin meanwhile. Where other
+// programs take some of the processors, fewer threads are done sooner.
+void WhisperDecoder::chooseThreads() {
+  const int others = crowded_ ? runnableTasks() - 1 : 0;
+  threads_ = std::clamp(threadsAtMost_ - others, 1, threadsAtMost_);
 }
 
 // False if the run was abandoned half way.

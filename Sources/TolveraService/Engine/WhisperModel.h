@@ -63,13 +63,15 @@ class WhisperDecoder {
   Guess identify(std::span<const std::string> languages);
 
  private:
+  void chooseThreads();
   [[nodiscard]] bool works(int result) const;
   Text decode(std::span<const float> samples, const std::string& language, Effort effort, bool translate);
 
   std::shared_ptr<const WhisperModel> model_;
   std::unique_ptr<whisper_state, WhisperFree> state_;
   int threadsAtMost_;
-  int threads_ = 1; // of the last decode
+  int threads_ = 1;      // of the last decode
+  bool crowded_ = false; // the last decode had to share the processors
   std::function<bool()> abandoned_;
   int tokensAtMost_ = 0;
 };

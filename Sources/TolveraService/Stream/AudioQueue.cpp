@@ -46,6 +46,11 @@ void AudioQueue::abandon() {
   finish();
 }
 
+std::size_t AudioQueue::waiting() {
+  std::scoped_lock lock(mutex_);
+  return count();
+}
+
 void AudioQueue::setPaused(bool paused) {
   {
     std::scoped_lock lock(mutex_);

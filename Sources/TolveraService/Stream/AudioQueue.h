@@ -38,6 +38,8 @@ class AudioQueue {
   // `starved`: fewer came, and no more for `patience`; `finished`: the last ones, perhaps none.
   State take(std::vector<std::int16_t>& samples, std::size_t least, std::size_t most,
              std::chrono::milliseconds patience);
+  // Samples that are not taken yet. Any thread.
+  [[nodiscard]] std::size_t waiting();
   // True if no more results are wanted. Any thread.
   [[nodiscard]] bool isAbandoned() const { return abandoned_; }
 

@@ -19,6 +19,7 @@ constexpr std::chrono::milliseconds patience{1500};
 constexpr std::size_t leastSamples = SpeechEngine::sampleRate / 10;
 constexpr std::size_t mostSamples = SpeechEngine::sampleRate * 2; // the account is charged after them
 constexpr std::size_t samplesToMeasure = 20 * SpeechEngine::sampleRate;
+constexpr std::size_t samplesTooLate = AudioQueue::capacity / 2;
 
 // How long the machine has slept since it started.
 Duration slept() {
@@ -118,7 +119,8 @@ bool Transcription::hear(const std::vector<std::int16_t>& samples) {
   log::trace(log::Category::service, "hearing takes ", ratio, " of real time");
   measured_ = 0;
   busy_ = {};
-  return ratio <= 1;
+  // A listener that is a little late leaves out what it can. One that is very late has no more to leave out.
+  return ratio <= 1 || job_.audio->waiting() < samplesTooLate;
 }
 
 void Transcription::heard(const Heard& heard) {
