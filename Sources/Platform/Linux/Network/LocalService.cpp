@@ -168,8 +168,7 @@ Task<platform::URL> LocalService::reached(platform::URL url) {
   if (!isListening() && activationSocket().empty()) {
     startSoon();
     boost::asio::steady_timer timer(executor_);
-    const auto deadline = std::chrono::steady_clock::now() + settings_.patience;
-    while (!isListening() && std::chrono::steady_clock::now() < deadline) {
+    while (!isListening() && mayStillCome()) {
       timer.expires_after(pause);
       co_await timer.async_wait(boost::asio::use_awaitable);
     }
@@ -197,7 +196,12 @@ void LocalService::startSoon() {
   const auto now = std::chrono::steady_clock::now();
   if (isListening() || (lastStart_ && now < *lastStart_ + settings_.patience)) return;
   lastStart_ = now;
-  start();
+  isStarting_ = start();
+}
+
+bool LocalService::mayStillCome() {
+  const std::lock_guard lock(mutex_);
+  return isStarting_ && std::chrono::steady_clock::now() < *lastStart_ + settings_.patience;
 }
 
 bool LocalService::startByManager() const {
@@ -209,18 +213,19 @@ bool LocalService::startByManager() const {
   return child > 0 && ::waitpid(child, &status, 0) == child && WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
-void LocalService::start() {
+bool LocalService::start() {
   if (startByManager()) {
     log::trace(Category::service, "started by the service manager");
-    return;
+    return true;
   }
   if (child_ > 0) ::waitpid(child_, nullptr, WNOHANG);
   if (settings_.program.empty()) {
     log::warn(Category::service, "does not run, and there is no program to start");
-    return;
+    return false;
   }
   child_ = launch({settings_.program.string()});
   log::trace(Category::service, "started as process ", child_);
+  return child_ > 0;
 }
 
 std::shared_ptr<platform::WebSocketTask> LocalServiceURLSession::webSocketTask(const platform::URL& url,

@@ -70,13 +70,16 @@ class LocalService {
   [[nodiscard]] bool isListening() const;
   // The manager's socket, if it is kept for this user; otherwise empty.
   [[nodiscard]] std::filesystem::path activationSocket() const;
-  void start();
+  // True if the service has been started and may listen soon.
+  bool start();
   bool startByManager() const;
+  [[nodiscard]] bool mayStillCome();
 
   Executor executor_;
   Settings settings_;
-  std::mutex mutex_; // of the two below
+  std::mutex mutex_; // of what is below
   std::optional<std::chrono::steady_clock::time_point> lastStart_;
+  bool isStarting_ = false; // the last start began something
   pid_t child_ = 0;
 };
 
