@@ -52,7 +52,9 @@ class TerminalRun {
     co_await model_->bootstrap();
     if (quitting_) co_return;
     co_await model_->start();
-    if (model_->phase().is(Phase::Kind::failed)) quit(EXIT_FAILURE);
+    if (!model_->phase().is(Phase::Kind::failed)) co_return;
+    std::fputs("The run did not begin. tolvera-terminal --check says what is missing.\n", stderr);
+    quit(EXIT_FAILURE);
   }
 
   void waitForSignal() {

@@ -27,6 +27,7 @@ TEST(Terminal, ReportsAnAbsentService) {
   std::ifstream file(output);
   const std::string text((std::istreambuf_iterator<char>(file)), {});
   EXPECT_NE(text.find("phase: failed("), std::string::npos) << text;
+  EXPECT_NE(text.find("--check"), std::string::npos) << text;
 }
 
 } // namespace
