@@ -22,7 +22,7 @@ constexpr std::size_t silenceThatEnds = samplesOf(0.45);
 // The end is decoded ahead: where the silence goes on the result is there when the utterance ends.
 constexpr std::size_t silenceThatMayEnd = samplesOf(0.2);
 constexpr std::size_t leastSpeech = samplesOf(0.25);
-// Who gets so much at once has fallen behind.
+// A listener that gets so much at once has fallen behind, and decodes only the ends of utterances.
 constexpr std::size_t muchAtOnce = samplesOf(1);
 constexpr std::size_t longest = samplesOf(12);
 constexpr std::size_t leastBeforeCut = samplesOf(7);

@@ -5,6 +5,7 @@
 #include <whisper.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <ctime>
 #include <fstream>
@@ -26,8 +27,21 @@ constexpr int tokensPerSecond = 6;
 
 constexpr float another = 0.4F; // how far the second try's temperature is from the first's
 
-// A decode whose threads got less of the processors than this had to share them.
-constexpr double wholeShare = 0.85;
+// The part of the time since it was made that some threads of this process have had the processors.
+class ProcessorShare {
+ public:
+  [[nodiscard]] double of(int threads) const {
+    const double used = static_cast<double>(std::clock() - before_) / CLOCKS_PER_SEC;
+    const std::chrono::duration<double> passed = std::chrono::steady_clock::now() - began_;
+    return used / (passed.count() * threads);
+  }
+
+ private:
+  std::chrono::steady_clock::time_point began_ = std::chrono::steady_clock::now();
+  std::clock_t before_ = std::clock();
+};
+
+constexpr double wholeShare = 0.85; // below it other programs took a part
 
 // Tasks of the machine that run or could run now, this thread among them; 1 if that cannot be read.
 int runnableTasks() {
@@ -36,12 +50,6 @@ int runnableTasks() {
   int runnable = 1;
   file >> average >> average >> average >> runnable;
   return runnable;
-}
-
-double secondsOf(clockid_t clock) {
-  timespec time{};
-  ::clock_gettime(clock, &time);
-  return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
 }
 
 std::string trimmed(std::string text) {
@@ -109,12 +117,11 @@ WhisperDecoder::Text WhisperDecoder::decode(std::span<const float> samples, cons
   parameters.abort_callback = [](void* self) { return static_cast<WhisperDecoder*>(self)->abandoned_(); };
   parameters.abort_callback_user_data = this;
   const auto count = static_cast<int>(samples.size());
-  const double began = secondsOf(CLOCK_MONOTONIC);
-  const double used = secondsOf(CLOCK_PROCESS_CPUTIME_ID);
+  const ProcessorShare share;
   if (!works(whisper_full_with_state(model_->get(), state_.get(), parameters, samples.data(), count)))
     return {};
-  const double wanted = (secondsOf(CLOCK_MONOTONIC) - began) * threads_;
-  crowded_ = threads_ < threadsAtMost_ || secondsOf(CLOCK_PROCESS_CPUTIME_ID) - used < wanted * wholeShare;
+  // Fewer threads find room beside other programs, so they do not tell that those have gone.
+  crowded_ = threads_ < threadsAtMost_ || share.of(threads_) < wholeShare;
   Text text;
   double sum = 0;
   int tokens = 0;
@@ -131,7 +138,7 @@ WhisperDecoder::Text WhisperDecoder::decode(std::span<const float> samples, cons
 }
 
 // The threads of a decode wait for each other thousands of times a second, and spin meanwhile. Where other
-// programs take some of the processors, fewer threads are done sooner.
+// programs take some of the processors, fewer threads finish sooner.
 void WhisperDecoder::chooseThreads() {
   const int others = crowded_ ? runnableTasks() - 1 : 0;
   threads_ = std::clamp(threadsAtMost_ - others, 1, threadsAtMost_);

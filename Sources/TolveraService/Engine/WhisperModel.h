@@ -71,7 +71,7 @@ class WhisperDecoder {
   std::unique_ptr<whisper_state, WhisperFree> state_;
   int threadsAtMost_;
   int threads_ = 1;      // of the last decode
-  bool crowded_ = false; // the last decode had to share the processors
+  bool crowded_ = false; // other programs take some of the processors
   std::function<bool()> abandoned_;
   int tokensAtMost_ = 0;
 };

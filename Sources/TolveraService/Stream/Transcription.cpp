@@ -119,7 +119,7 @@ bool Transcription::hear(const std::vector<std::int16_t>& samples) {
   log::trace(log::Category::service, "hearing takes ", ratio, " of real time");
   measured_ = 0;
   busy_ = {};
-  // A listener that is a little late leaves out what it can. One that is very late has no more to leave out.
+  // A listener that is a little late catches up by fewer decodes. One that is very late cannot catch up.
   return ratio <= 1 || job_.audio->waiting() < samplesTooLate;
 }
 

@@ -196,12 +196,12 @@ void LocalService::startSoon() {
   const auto now = std::chrono::steady_clock::now();
   if (isListening() || (lastStart_ && now < *lastStart_ + settings_.patience)) return;
   lastStart_ = now;
-  isStarting_ = start();
+  didStart_ = start();
 }
 
 bool LocalService::mayStillCome() {
   const std::lock_guard lock(mutex_);
-  return isStarting_ && std::chrono::steady_clock::now() < *lastStart_ + settings_.patience;
+  return didStart_ && std::chrono::steady_clock::now() < *lastStart_ + settings_.patience;
 }
 
 bool LocalService::startByManager() const {

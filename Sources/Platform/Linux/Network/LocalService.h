@@ -70,16 +70,16 @@ class LocalService {
   [[nodiscard]] bool isListening() const;
   // The manager's socket, if it is kept for this user; otherwise empty.
   [[nodiscard]] std::filesystem::path activationSocket() const;
-  // True if the service has been started and may listen soon.
-  bool start();
+  bool start(); // false if there is nothing to start
   bool startByManager() const;
+  // True while a service that was started may begin to listen.
   [[nodiscard]] bool mayStillCome();
 
   Executor executor_;
   Settings settings_;
   std::mutex mutex_; // of what is below
   std::optional<std::chrono::steady_clock::time_point> lastStart_;
-  bool isStarting_ = false; // the last start began something
+  bool didStart_ = false; // the last start had something to start
   pid_t child_ = 0;
 };
 
