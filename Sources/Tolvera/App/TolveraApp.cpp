@@ -18,9 +18,18 @@
 #include <QQuickWindow>
 #include <QTimer>
 
+#include <malloc.h>
+
+#include <chrono>
+
 namespace tolvera {
 
 namespace {
+
+using namespace std::chrono_literals;
+
+// A run's last tasks end soon after it.
+constexpr auto runIsFreedAfter = 1s;
 
 bool runModal(const Alert& alert) {
   QMessageBox box(QMessageBox::Warning, QString(), alert.message);
@@ -37,6 +46,9 @@ bool runModal(const Alert& alert) {
 } // namespace
 
 bool TolveraApp::prepareProcess() {
+  // Each thread that had a heap of its own would keep what it has freed. They allocate too little to wait for
+  // each other, and real-time threads allocate nothing.
+  ::mallopt(M_ARENA_MAX, 1);
   // Qt has one platform plugin for a process. The panel floats above full-screen windows as a layer surface
   // or on X, which Wayland desktops run as well.
   const bool isWayland = !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY");
@@ -80,6 +92,12 @@ TolveraApp::TolveraApp(platform::Platform& platform) : platform_(platform), lang
     menuBarExtra_.reset();
     menuBarPreview_.close();
     onboarding_->close();
+  });
+  // What a run has freed goes back to the system. It lies between pieces that stay, where the allocator would
+  // keep it, and more of it with every run.
+  QObject::connect(state_.get(), &AppState::phaseChanged, delegate_.get(), [this] {
+    if (state_->phase().isActive()) return;
+    QTimer::singleShot(runIsFreedAfter, delegate_.get(), [] { ::malloc_trim(0); });
   });
 }
 

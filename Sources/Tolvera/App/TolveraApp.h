@@ -26,8 +26,8 @@ class TolveraApp {
   TolveraApp(const TolveraApp&) = delete;
   TolveraApp& operator=(const TolveraApp&) = delete;
 
-  // What has to be set before the application object is made: the window system to use and how to draw. False
-  // if there is no window system, which Qt would answer with an abort.
+  // What has to be set before the application object is made: the heap, the window system and how to draw.
+  // False if there is no window system, which Qt would answer with an abort.
   [[nodiscard]] static bool prepareProcess();
   // What has to be set once it is made: names, icon, fonts.
   static void prepareApplication();
