@@ -28,7 +28,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// A run's last tasks end soon after it.
+// The last tasks of a run end after its phase has changed.
 constexpr auto runIsFreedAfter = 1s;
 
 bool runModal(const Alert& alert) {
@@ -46,8 +46,8 @@ bool runModal(const Alert& alert) {
 } // namespace
 
 bool TolveraApp::prepareProcess() {
-  // Each thread that had a heap of its own would keep what it has freed. They allocate too little to wait for
-  // each other, and real-time threads allocate nothing.
+  // With a heap for each thread, each heap keeps what its thread has freed. The threads allocate too little
+  // to wait for each other at one heap, and real-time threads allocate nothing.
   ::mallopt(M_ARENA_MAX, 1);
   // Qt has one platform plugin for a process. The panel floats above full-screen windows as a layer surface
   // or on X, which Wayland desktops run as well.
@@ -93,8 +93,8 @@ TolveraApp::TolveraApp(platform::Platform& platform) : platform_(platform), lang
     menuBarPreview_.close();
     onboarding_->close();
   });
-  // What a run has freed goes back to the system. It lies between pieces that stay, where the allocator would
-  // keep it, and more of it with every run.
+  // The allocator keeps the memory that a run has freed, as it lies between pieces that are still in use, and
+  // each run adds to it. A trim gives that memory back to the system.
   QObject::connect(state_.get(), &AppState::phaseChanged, delegate_.get(), [this] {
     if (state_->phase().isActive()) return;
     QTimer::singleShot(runIsFreedAfter, delegate_.get(), [] { ::malloc_trim(0); });
