@@ -21,6 +21,8 @@ class Clock {
   [[nodiscard]] virtual WallTime now() const = 0;
   // The time on the clock that `sleep` waits on. Its zero means nothing.
   [[nodiscard]] virtual Duration uptime() const = 0;
+  // As `uptime`, on a clock that stands still while the machine sleeps.
+  [[nodiscard]] virtual Duration awakeTime() const = 0;
   // Waits for `duration`; zero or less gives other work one turn. Cancelling the caller ends the wait early,
   // without an exception.
   virtual Task<void> sleep(Duration duration) = 0;

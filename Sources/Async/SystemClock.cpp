@@ -16,6 +16,12 @@ namespace tolvera {
 
 namespace {
 
+Duration timeOn(clockid_t clock) {
+  timespec time{};
+  ::clock_gettime(clock, &time);
+  return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
+}
+
 Task<void> waitForTimer(Duration duration) {
   const int descriptor = ::timerfd_create(CLOCK_BOOTTIME, TFD_NONBLOCK | TFD_CLOEXEC);
   if (descriptor < 0) throw std::system_error(errno, std::generic_category(), "timerfd_create");
@@ -37,11 +43,9 @@ Task<void> waitForTimer(Duration duration) {
 
 WallTime SystemClock::now() const { return std::chrono::time_point_cast<Duration>(WallTime::clock::now()); }
 
-Duration SystemClock::uptime() const {
-  timespec time{};
-  ::clock_gettime(CLOCK_BOOTTIME, &time);
-  return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
-}
+Duration SystemClock::uptime() const { return timeOn(CLOCK_BOOTTIME); }
+
+Duration SystemClock::awakeTime() const { return timeOn(CLOCK_MONOTONIC); }
 
 Task<void> SystemClock::sleep(Duration duration) {
   if (duration <= Duration::zero()) duration = std::chrono::nanoseconds(1);

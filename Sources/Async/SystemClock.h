@@ -13,6 +13,7 @@ class SystemClock final : public Clock {
 
   [[nodiscard]] WallTime now() const override;
   [[nodiscard]] Duration uptime() const override;
+  [[nodiscard]] Duration awakeTime() const override;
   Task<void> sleep(Duration duration) override;
 
  private:

@@ -20,6 +20,7 @@ class HurriedClock final : public Clock {
   explicit HurriedClock(Executor executor) : clock_(std::move(executor)) {}
   [[nodiscard]] WallTime now() const override { return clock_.now(); }
   [[nodiscard]] Duration uptime() const override { return clock_.uptime() * speed; }
+  [[nodiscard]] Duration awakeTime() const override { return clock_.awakeTime() * speed; }
   Task<void> sleep(Duration duration) override { return clock_.sleep(duration / speed); }
 
   int speed = 100; // set before the first wait

@@ -23,6 +23,7 @@ class VirtualClock final : public Clock {
  public:
   [[nodiscard]] WallTime now() const override;
   [[nodiscard]] Duration uptime() const override { return now().time_since_epoch(); }
+  [[nodiscard]] Duration awakeTime() const override { return uptime() - asleep; }
   Task<void> sleep(Duration duration) override;
 
   // When the first sleeper wakes; nothing without sleepers.
@@ -30,6 +31,8 @@ class VirtualClock final : public Clock {
   [[nodiscard]] std::size_t sleepers() const;
   // Moves time forward to `time` and wakes the sleepers that are due by then.
   void moveTo(WallTime time);
+
+  Duration asleep{}; // how long the machine has slept
 
  private:
   mutable std::mutex mutex_;

@@ -68,13 +68,17 @@ TEST(Transcription, BrokenEngineEndsRunInWords) {
 TEST(Transcription, SlowHearingEndsInWords) {
   struct Case {
     double slowness;
+    double sleep; // of the machine, beside the work
     std::size_t seconds;
     bool ends;
   };
-  for (const auto& [slowness, seconds, ends] : {Case{0.95, 45, false}, {1.1, 45, true}, {1.1, 24, false}}) {
+  for (const auto& [slowness, sleep, seconds, ends] :
+       {Case{0.95, 0, 45, false}, {1.1, 0, 45, true}, {1.1, 0, 24, false}, {0.95, 9, 45, false}}) {
     test::TestLoop loop;
     FakeEngine engine([&](auto sound) {
-      loop.clock().moveTo(loop.clock().now() + std::chrono::duration_cast<Duration>(sound * slowness));
+      auto& clock = loop.clock();
+      clock.asleep += std::chrono::duration_cast<Duration>(sound * sleep);
+      clock.moveTo(clock.now() + std::chrono::duration_cast<Duration>(sound * (slowness + sleep)));
     });
     const auto frames = framesOf(engine, loop, seconds);
     EXPECT_GE(frames.size(), ends ? 10U : seconds / 2) << "20 s are measured first";

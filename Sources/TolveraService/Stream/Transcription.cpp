@@ -5,7 +5,6 @@
 #include "Async/Log.h"
 
 #include <cstdio>
-#include <ctime>
 #include <exception>
 #include <utility>
 #include <vector>
@@ -20,16 +19,6 @@ constexpr std::size_t leastSamples = SpeechEngine::sampleRate / 10;
 constexpr std::size_t mostSamples = SpeechEngine::sampleRate * 2; // the account is charged after them
 constexpr std::size_t samplesToMeasure = 20 * SpeechEngine::sampleRate;
 constexpr std::size_t samplesTooLate = AudioQueue::capacity / 2;
-
-// How long the machine has slept since it started.
-Duration slept() {
-  const auto on = [](clockid_t clock) -> Duration {
-    timespec time{};
-    ::clock_gettime(clock, &time);
-    return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
-  };
-  return on(CLOCK_BOOTTIME) - on(CLOCK_MONOTONIC);
-}
 
 } // namespace
 
@@ -109,9 +98,9 @@ bool Transcription::listen() {
 
 bool Transcription::hear(const std::vector<std::int16_t>& samples) {
   // A sleep in the middle of the work is no slowness.
-  const Duration start = clock_.uptime() - slept();
+  const auto start = clock_.awakeTime();
   if (!samples.empty()) listener_->hear(samples);
-  busy_ += clock_.uptime() - slept() - start;
+  busy_ += clock_.awakeTime() - start;
   measured_ += samples.size();
   if (measured_ < samplesToMeasure) return true;
   const double ratio = std::chrono::duration<double>(busy_).count() * SpeechEngine::sampleRate /
