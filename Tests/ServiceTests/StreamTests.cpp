@@ -91,6 +91,10 @@ TEST_F(Stream, RunBeyondTheDecodersIsRefused) {
   StreamClient third(port(), query(HTTPClient(port()).signUp(), "es"));
   EXPECT_THAT(failure(third, "upstream_rejected"), AllOf(HasSubstr("正忙"), HasSubstr("busy")));
 
+  open("es").reset(); // an older connection of the same client, which gives it up
+  first->say("we need more time");
+  EXPECT_TRUE(first->waitForFinal("tr"));
+
   auto again = open("es"); // replaces the account's first run and takes its decoder over
   failure(*first, "replaced");
   again->say("we need more time");

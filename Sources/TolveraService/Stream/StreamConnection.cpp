@@ -30,6 +30,10 @@ constexpr std::chrono::seconds idleLimit{60};      // with pings in between
 constexpr std::chrono::seconds afterStopLimit{15}; // a client closes by itself after 5 s
 constexpr std::chrono::milliseconds handOverLimit{5000};
 constexpr std::chrono::milliseconds handOverStep{20};
+// The connections that a client opened while its network was held arrive within this time of each other.
+constexpr std::chrono::seconds freshTime{20};
+// A client needs less to close a connection that it has given up.
+constexpr std::chrono::milliseconds provingTime{1000};
 
 Task<std::optional<AccountStore::Account>> found(std::shared_ptr<Services> services, std::string token) {
   co_return services->accounts.find(token);
@@ -79,9 +83,49 @@ Task<void> StreamConnection::serve(ClientStream stream, Upgrade upgrade, std::sh
   co_await connection->run(std::move(upgrade));
 }
 
+void StreamConnection::giveWayToNewer() {
+  if (!isFresh()) {
+    replace();
+    return;
+  }
+  isContested_ = true;
+  lendListener();
+  spawn(socket_.get_executor(), "replacing a fresh run", awaitOutcome(weak_from_this()));
+}
+
 void StreamConnection::replace() {
   output_->sendLast(errorFrame(errorCode::replaced, refusal::replaced()));
   audio_->abandon();
+}
+
+bool StreamConnection::isFresh() const {
+  return !stopped_ && (!transcription_ || std::chrono::steady_clock::now() - began_ < freshTime);
+}
+
+bool StreamConnection::hasStayed() const {
+  return transcription_ && std::chrono::steady_clock::now() - began_ >= provingTime;
+}
+
+Task<void> StreamConnection::awaitOutcome(std::weak_ptr<StreamConnection> connection) {
+  for (;;) {
+    co_await pause(handOverStep);
+    const auto self = connection.lock();
+    if (!self || self->isOver()) co_return;
+    auto& run = self->services_->runs[self->account_];
+    const auto newest = run.lock();
+    const bool gone = !newest || newest->isOver();
+    if (!gone && !newest->hasStayed()) continue;
+    self->isContested_ = false;
+    if (gone) {
+      log::trace(log::Category::service, "the run of account ", self->account_,
+                 " goes on: the newer one has gone");
+      run = self;
+      self->services_->tellRuns();
+    } else {
+      self->replace();
+    }
+    co_return;
+  }
 }
 
 void StreamConnection::end() {
@@ -148,7 +192,7 @@ Task<std::string> StreamConnection::admit() {
 
   auto earlier = std::exchange(services_->runs[account->id], weak_from_this()).lock();
   account_ = account->id;
-  if (earlier) earlier->replace();
+  if (earlier) earlier->giveWayToNewer();
   services_->tellRuns();
   auto ears = co_await listener();
   if (!ears) {
@@ -202,9 +246,14 @@ bool StreamConnection::canHope() {
 bool StreamConnection::giveWay() {
   if (!holdsListener_ || std::chrono::steady_clock::now() - lastSound_ < services_->silence) return false;
   log::trace(log::Category::service, "the silent run of account ", account_, " gives way");
+  lendListener();
+  return true;
+}
+
+void StreamConnection::lendListener() {
+  if (!holdsListener_) return;
   holdsListener_ = false;
   audio_->pause();
-  return true;
 }
 
 void StreamConnection::listen(std::unique_ptr<Listener> listener) {
@@ -220,12 +269,14 @@ void StreamConnection::listen(std::unique_ptr<Listener> listener) {
   asio::post(services_->listening, std::move(work));
 }
 
-// A run that gave its listener away gets one again when there is something to hear.
+// A run that lent its listener gets one again when there is something to hear.
 Task<void> StreamConnection::take(std::string_view sound) {
   const bool isSilent = isSilence(sound);
   if (!isSilent) lastSound_ = std::chrono::steady_clock::now();
   if (transcription_ && !holdsListener_) {
     if (isSilent) co_return;
+    while (isContested_) co_await pause(handOverStep);
+    if (isOver()) co_return;
     auto ears = co_await listener();
     while (works_) co_await pause(handOverStep);
     if (!ears) {
@@ -240,6 +291,7 @@ Task<void> StreamConnection::take(std::string_view sound) {
 }
 
 void StreamConnection::begin(AccountStore::Account account, std::unique_ptr<Listener> listener) {
+  began_ = std::chrono::steady_clock::now();
   output_->send(readyFrame(account.secondsLeft));
   log::trace(log::Category::service, "run of account ", account.id, " accepted: ", parameters_.source, " to ",
              parameters_.target, parameters_.dub ? ", with dub" : "");

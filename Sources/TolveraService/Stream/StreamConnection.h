@@ -42,8 +42,10 @@ class StreamConnection : public std::enable_shared_from_this<StreamConnection> {
   StreamConnection(const StreamConnection&) = delete;
   StreamConnection& operator=(const StreamConnection&) = delete;
 
-  // Tells that another run on the account has begun, and closes.
-  void replace();
+  // Another run on the account has begun: tells so, and closes. A client whose network was held may have
+  // opened two connections, which may arrive in the wrong order; it closes the older one at its first frame.
+  // So a run that has just begun waits until the newcomer has stayed for a moment, and goes on if it has not.
+  void giveWayToNewer();
   // Closes because the service ends; the client may connect again.
   void end();
   // Gives its listener back if it has been silent for long; another run waits for one. False if it does not.
@@ -51,6 +53,12 @@ class StreamConnection : public std::enable_shared_from_this<StreamConnection> {
 
  private:
   Task<void> run(Upgrade upgrade);
+  void replace();
+  [[nodiscard]] bool isFresh() const;
+  [[nodiscard]] bool hasStayed() const;
+  [[nodiscard]] bool isOver() const { return audio_->isAbandoned(); }
+  // Waits until the newer run has stayed or has gone.
+  static Task<void> awaitOutcome(std::weak_ptr<StreamConnection> connection);
   // Admits the run, or gives the frame that refuses it.
   Task<std::string> admit();
   Task<std::unique_ptr<Listener>> listener();
@@ -58,6 +66,7 @@ class StreamConnection : public std::enable_shared_from_this<StreamConnection> {
   bool canHope();
   void begin(AccountStore::Account account, std::unique_ptr<Listener> listener);
   void listen(std::unique_ptr<Listener> listener);
+  void lendListener();
   Task<void> take(std::string_view sound);
   // The account has no run any more.
   void leaveRuns();
@@ -76,8 +85,10 @@ class StreamConnection : public std::enable_shared_from_this<StreamConnection> {
   std::shared_ptr<DubStream> dub_;               // null if the translation is not spoken
   std::shared_ptr<Transcription> transcription_; // null if the run was refused
   std::chrono::steady_clock::time_point lastSound_;
+  std::chrono::steady_clock::time_point began_; // once there is a transcription
   bool holdsListener_ = false;
-  bool works_ = false; // a worker has the transcription
+  bool isContested_ = false; // another run may replace it
+  bool works_ = false;       // a worker has the transcription
   bool stopped_ = false;
   bool goingAway_ = false;
 };
