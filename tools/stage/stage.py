@@ -101,7 +101,7 @@ class Stage:
         """The local service with accounts of the stage's own, on a port of its own unless one is given. `models` is a
         folder of data with speech models; without it simple English is heard."""
         log = self.home / "service.log"
-        said = log.stat().st_size if log.exists() else 0
+        said = len(self.log(log.name)) if log.exists() else 0
         process = self.start(self.programs / "tolvera-service", "--port", port, "--state",
                              self.home / "accounts", *options, log=log.name,
                              **({"XDG_DATA_DIRS": f"{models}:/usr/local/share:/usr/share"} if models else {}))
