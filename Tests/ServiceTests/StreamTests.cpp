@@ -97,6 +97,13 @@ TEST_F(Stream, RunBeyondTheDecodersIsRefused) {
 
   auto again = open("es"); // replaces the account's first run and takes its decoder over
   failure(*first, "replaced");
+  const auto balances = [](const StreamClient& client) {
+    std::vector<double> told;
+    for (const Frame& frame : client.frames())
+      if (const auto* left = frame.json.if_contains("secondsLeft")) told.push_back(left->to_number<double>());
+    return told;
+  };
+  EXPECT_LE(balances(*again).front(), balances(*first).back() + 0.001) << "the last charge is not in it";
   again->say("we need more time");
   EXPECT_TRUE(again->waitForFinal("tr"));
   again.reset();                                        // without a goodbye

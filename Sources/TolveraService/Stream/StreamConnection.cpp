@@ -175,13 +175,17 @@ void StreamConnection::leaveRuns() {
 }
 
 Task<std::string> StreamConnection::admit() {
-  auto find = found(services_, parameters_.token);
-  std::optional<AccountStore::Account> account;
   try {
-    account = co_await on(services_->blocking, std::move(find));
+    co_return co_await takeAccount();
   } catch (const DatabaseError&) {
+    leaveRuns();
     co_return errorFrame(errorCode::upstreamRejected, refusal::storeFailed());
   }
+}
+
+Task<std::string> StreamConnection::takeAccount() {
+  auto find = found(services_, parameters_.token);
+  auto account = co_await on(services_->blocking, std::move(find));
   if (!account) co_return errorFrame(errorCode::upstreamRejected, refusal::unknownToken());
   auto choose = engineOfRun(services_);
   engine_ = co_await on(services_->blocking, std::move(choose));
@@ -194,12 +198,20 @@ Task<std::string> StreamConnection::admit() {
   account_ = account->id;
   if (earlier) earlier->giveWayToNewer();
   services_->tellRuns();
+  // What the earlier run still charges belongs to the balance that the client is told.
+  for (auto waited = handOverStep; earlier && earlier->works_ && waited < handOverLimit;
+       waited += handOverStep)
+    co_await pause(handOverStep);
   auto ears = co_await listener();
   if (!ears) {
     leaveRuns();
     // A code that ends the run: after any other one the client would connect again and again in vain, and
     // show a lost connection in the end.
     co_return errorFrame(errorCode::upstreamRejected, refusal::busy(engine_->runs()));
+  }
+  if (earlier) {
+    auto findAgain = found(services_, parameters_.token);
+    if (const auto charged = co_await on(services_->blocking, std::move(findAgain))) account = charged;
   }
   begin(*account, std::move(ears));
   co_return std::string();

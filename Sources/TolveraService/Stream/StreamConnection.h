@@ -61,6 +61,8 @@ class StreamConnection : public std::enable_shared_from_this<StreamConnection> {
   static Task<void> awaitOutcome(std::weak_ptr<StreamConnection> connection);
   // Admits the run, or gives the frame that refuses it.
   Task<std::string> admit();
+  // As `admit`, but throws DatabaseError.
+  Task<std::string> takeAccount();
   Task<std::unique_ptr<Listener>> listener();
   // True if the engine has, or soon has, a listener that no run holds.
   bool canHope();
