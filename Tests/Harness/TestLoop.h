@@ -32,7 +32,7 @@ class VirtualClock final : public Clock {
   // Moves time forward to `time` and wakes the sleepers that are due by then.
   void moveTo(WallTime time);
 
-  Duration asleep{}; // how long the machine has slept
+  Duration asleep{}; // how long the machine has slept; not guarded against other threads
 
  private:
   mutable std::mutex mutex_;

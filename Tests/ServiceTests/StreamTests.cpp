@@ -91,23 +91,29 @@ TEST_F(Stream, RunBeyondTheDecodersIsRefused) {
   StreamClient third(port(), query(HTTPClient(port()).signUp(), "es"));
   EXPECT_THAT(failure(third, "upstream_rejected"), AllOf(HasSubstr("正忙"), HasSubstr("busy")));
 
-  open("es").reset(); // an older connection of the same client, which gives it up
-  first->say("we need more time");
-  EXPECT_TRUE(first->waitForFinal("tr"));
-
   auto again = open("es"); // replaces the account's first run and takes its decoder over
   failure(*first, "replaced");
+  again->say("we need more time");
+  EXPECT_TRUE(again->waitForFinal("tr"));
+  again.reset();                                        // without a goodbye
+  for (int run = 0; run < 5; ++run) open("es")->stop(); // a lone user's next run finds a decoder
+}
+
+TEST_F(Stream, FreshRunIsReplacedByOneThatStays) {
   const auto balances = [](const StreamClient& client) {
     std::vector<double> told;
     for (const Frame& frame : client.frames())
       if (const auto* left = frame.json.if_contains("secondsLeft")) told.push_back(left->to_number<double>());
     return told;
   };
-  EXPECT_LE(balances(*again).front(), balances(*first).back() + 0.001) << "the last charge is not in it";
-  again->say("we need more time");
-  EXPECT_TRUE(again->waitForFinal("tr"));
-  again.reset();                                        // without a goodbye
-  for (int run = 0; run < 5; ++run) open("es")->stop(); // a lone user's next run finds a decoder
+  auto first = open("es");
+  open("es").reset(); // an older connection of the same client, which gives it up
+  first->say("we need more time");
+  EXPECT_TRUE(first->waitForFinal("tr"));
+
+  auto second = open("es");
+  failure(*first, "replaced");
+  EXPECT_LE(balances(*second).front(), balances(*first).back() + 0.001) << "the last charge is not in it";
 }
 
 TEST(SilentRun, LendsItsDecoder) {

@@ -84,6 +84,7 @@ Task<void> StreamConnection::serve(ClientStream stream, Upgrade upgrade, std::sh
 }
 
 void StreamConnection::giveWayToNewer() {
+  if (isOver()) return;
   if (!isFresh()) {
     replace();
     return;
@@ -139,7 +140,13 @@ Task<void> StreamConnection::run(Upgrade upgrade) {
   const std::string_view target(upgrade.target().data(), upgrade.target().size());
   if (auto parameters = parseStreamParameters(target)) parameters_ = std::move(*parameters);
   co_await socket_.async_accept(upgrade, use_awaitable);
-  const std::string refusedWith = co_await admit();
+  std::string refusedWith;
+  try {
+    refusedWith = co_await admit();
+  } catch (const DatabaseError&) {
+    leaveRuns();
+    refusedWith = errorFrame(errorCode::upstreamRejected, refusal::storeFailed());
+  }
   if (!refusedWith.empty()) {
     log::trace(log::Category::service, "run refused: ", refusedWith);
     output_->sendLast(refusedWith);
@@ -162,9 +169,15 @@ Task<void> StreamConnection::run(Upgrade upgrade) {
   audio_->abandon();
   if (dub_) dub_->drop();
   output_->sendLast({});
+  co_await untilCharged();
   leaveRuns();
   // A translation under way needs a moment to give up: the network does not wait for it.
   if (transcription_) asio::post(services_->warming, [ended = std::move(transcription_)] {});
+}
+
+Task<void> StreamConnection::untilCharged() {
+  for (auto waited = handOverStep; works_ && waited < handOverLimit; waited += handOverStep)
+    co_await pause(handOverStep);
 }
 
 void StreamConnection::leaveRuns() {
@@ -175,15 +188,6 @@ void StreamConnection::leaveRuns() {
 }
 
 Task<std::string> StreamConnection::admit() {
-  try {
-    co_return co_await takeAccount();
-  } catch (const DatabaseError&) {
-    leaveRuns();
-    co_return errorFrame(errorCode::upstreamRejected, refusal::storeFailed());
-  }
-}
-
-Task<std::string> StreamConnection::takeAccount() {
   auto find = found(services_, parameters_.token);
   auto account = co_await on(services_->blocking, std::move(find));
   if (!account) co_return errorFrame(errorCode::upstreamRejected, refusal::unknownToken());
@@ -198,10 +202,7 @@ Task<std::string> StreamConnection::takeAccount() {
   account_ = account->id;
   if (earlier) earlier->giveWayToNewer();
   services_->tellRuns();
-  // What the earlier run still charges belongs to the balance that the client is told.
-  for (auto waited = handOverStep; earlier && earlier->works_ && waited < handOverLimit;
-       waited += handOverStep)
-    co_await pause(handOverStep);
+  if (earlier) co_await earlier->untilCharged();
   auto ears = co_await listener();
   if (!ears) {
     leaveRuns();
@@ -248,7 +249,8 @@ bool StreamConnection::canHope() {
   std::size_t holders = 0;
   for (const auto& [account, run] : services_->runs) {
     const auto other = run.lock();
-    if (!other || other.get() == this || other->engine_ != engine_ || !other->holdsListener_) continue;
+    if (!other || other.get() == this || other->isOver()) continue;
+    if (other->engine_ != engine_ || !other->holdsListener_) continue;
     if (other->giveWay()) return true;
     ++holders;
   }

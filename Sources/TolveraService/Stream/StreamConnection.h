@@ -42,9 +42,10 @@ class StreamConnection : public std::enable_shared_from_this<StreamConnection> {
   StreamConnection(const StreamConnection&) = delete;
   StreamConnection& operator=(const StreamConnection&) = delete;
 
-  // Another run on the account has begun: tells so, and closes. A client whose network was held may have
-  // opened two connections, which may arrive in the wrong order; it closes the older one at its first frame.
-  // So a run that has just begun waits until the newcomer has stayed for a moment, and goes on if it has not.
+  // Another run on the account has begun: this one tells so, and closes. A client whose network was held may
+  // have opened two connections, which may arrive in the wrong order; it closes the older one at its first
+  // frame. So a run that has just begun waits until the newcomer has stayed for a moment, and goes on if it
+  // has not.
   void giveWayToNewer();
   // Closes because the service ends; the client may connect again.
   void end();
@@ -59,10 +60,8 @@ class StreamConnection : public std::enable_shared_from_this<StreamConnection> {
   [[nodiscard]] bool isOver() const { return audio_->isAbandoned(); }
   // Waits until the newer run has stayed or has gone.
   static Task<void> awaitOutcome(std::weak_ptr<StreamConnection> connection);
-  // Admits the run, or gives the frame that refuses it.
+  // Admits the run, or gives the frame that refuses it. Throws DatabaseError.
   Task<std::string> admit();
-  // As `admit`, but throws DatabaseError.
-  Task<std::string> takeAccount();
   Task<std::unique_ptr<Listener>> listener();
   // True if the engine has, or soon has, a listener that no run holds.
   bool canHope();
@@ -70,6 +69,8 @@ class StreamConnection : public std::enable_shared_from_this<StreamConnection> {
   void listen(std::unique_ptr<Listener> listener);
   void lendListener();
   Task<void> take(std::string_view sound);
+  // Waits for the run's last charge: the next run on the account is told the balance after it.
+  Task<void> untilCharged();
   // The account has no run any more.
   void leaveRuns();
   [[nodiscard]] std::string refusedLanguages() const;
